@@ -1,0 +1,88 @@
+#include "platform/asic/IndexUserTracker.h"
+
+#include <array>
+#include <ostream>
+
+#include "platform/asic/HwTable.h"
+#include "platform/vell/Assert.h"
+
+namespace Asic {
+namespace {
+
+void add(IndexUserTracker::Uses& uses) {
+  if (uses.recovered) {
+    uses.recovered = false;
+  } else {
+    ++uses.users;
+    ++uses.active;
+  }
+}
+
+bool has(IndexUserTracker::Uses const& uses, IndexUserTracker::OpType operation) {
+  using enum IndexUserTracker::OpType;
+  switch (operation) {
+    case userAdd:
+      return true;
+    case userActivate:
+    case userRemoveInactive:
+      return uses.users > uses.active;
+    case userRemove:
+    case userDeactivate:
+      return uses.active > 0;
+  }
+  return false;
+}
+
+}  // namespace
+
+void IndexUserTracker::update(Index index, OpType operation) {
+  auto& uses = uses_[index.value()];
+  VELL_ASSERT(has(uses, operation), "the use is there", operation, " of index ", index, " with ",
+              uses.users, " users, ", uses.active, " active");
+  switch (operation) {
+    case OpType::userAdd:
+      add(uses);
+      break;
+    case OpType::userActivate:
+      ++uses.active;
+      break;
+    case OpType::userDeactivate:
+      --uses.active;
+      break;
+    case OpType::userRemove:
+      --uses.active;
+      --uses.users;
+      break;
+    case OpType::userRemoveInactive:
+      --uses.users;
+      break;
+  }
+  if (uses.users == 0) uses_.erase(index.value());
+}
+
+void IndexUserTracker::recover(Index index) { uses_[index.value()] = {1, 1, true}; }
+
+IndexUserTracker::Uses IndexUserTracker::uses(Index index) const {
+  auto const found = uses_.find(index.value());
+  return found == uses_.end() ? Uses{} : found->second;
+}
+
+IndexUserTracker& IndexUserTracker::Stub::tracker(HwTable& hwTable) {
+  auto& tracker = hwTable.indexUserTracker_;
+  if (!tracker) tracker = std::make_unique<IndexUserTracker>();
+  return *tracker;
+}
+
+void IndexUserTracker::Stub::deleteTracker(HwTable* hwTable, U32 instance, bool keepIfUsed) {
+  if (!hwTable || instance != 0 || !hwTable->indexUserTracker_) return;
+  if (keepIfUsed && hwTable->indexUserTracker_->indices() != 0) return;
+  hwTable->indexUserTracker_.reset();
+}
+
+std::ostream& operator<<(std::ostream& out, IndexUserTracker::OpType operation) {
+  static constexpr std::array names{"userAdd", "userActivate", "userRemove", "userDeactivate",
+                                    "userRemoveInactive"};
+  return out << names.at(static_cast<std::size_t>(operation));
+}
+
+}  // namespace Asic

@@ -1,0 +1,65 @@
+// Use counts of hardware indices: how many keys use an index, and how many of them with a value.
+//
+// A hardware table has one tracker, made on first use. A chip plug-in moves it in its hook
+// `updateHwIndexRefCountTracker`, always before it touches the hardware, and seeds it during sync
+// with the rows that it finds.
+//
+// Invariants
+//  1. users >= active, for each index; an index without users is not held.
+//  2. A recovered index has one use that no key has claimed. The first `userAdd` claims it and adds
+//     none; a matched or rewritten entry keeps it; `userRemove` ends it like any other use.
+//  3. An operation on a use that is not there is a fatal assertion.
+
+#pragma once
+
+#include <iosfwd>
+#include <unordered_map>
+
+#include "platform/asic/Index.h"
+#include "platform/vell/Types.h"
+
+namespace Asic {
+
+class HwTable;
+
+class IndexUserTracker {
+ public:
+  enum class OpType : U8 {
+    userAdd = 0,             ///< a key with a value begins to use the index
+    userActivate = 1,        ///< a key without a value gets one
+    userRemove = 2,          ///< a key with a value goes
+    userDeactivate = 3,      ///< a key loses its value and stays
+    userRemoveInactive = 4,  ///< a key without a value goes
+  };
+
+  struct Uses {
+    U32 users = 0;
+    U32 active = 0;
+    bool recovered = false;
+  };
+
+  void update(Index index, OpType operation);
+  /// Notes that the hardware holds a row at `index` from before (invariant 2).
+  void recover(Index index);
+  /// The uses of an index; none if it is not held.
+  Uses uses(Index index) const;
+  /// Indices in use.
+  std::size_t indices() const { return uses_.size(); }
+
+  /// The road to a hardware table's tracker for code that knows no more than the table.
+  class Stub {
+   public:
+    /// The tracker of `hwTable`, made if there is none.
+    static IndexUserTracker& tracker(HwTable& hwTable);
+    /// Drops the tracker numbered `instance` of `hwTable`, which may be null; a table has one,
+    /// number 0. With `keepIfUsed` it stays while an index is in use.
+    static void deleteTracker(HwTable* hwTable, U32 instance, bool keepIfUsed);
+  };
+
+ private:
+  std::unordered_map<U32, Uses> uses_;
+};
+
+std::ostream& operator<<(std::ostream& out, IndexUserTracker::OpType operation);
+
+}  // namespace Asic

@@ -1,0 +1,58 @@
+#include "platform/asic/SwTable.h"
+
+namespace Asic {
+namespace {
+
+std::string mountPath(std::string_view what, Vell::ZarnType type, Vell::String const& name) {
+  return Vell::concatenate("hwTable/", what, "/", type.data().name, name.empty() ? "" : "/", name);
+}
+
+}  // namespace
+
+SwTable::~SwTable() = default;
+
+void SwTable::doCreateHwTable() {
+  doCreateHwTableResponse(chip_ ? chip_->hwTable(typeData().data().name) : nullptr);
+}
+
+void SwTable::doCreateHwTableResponse(Vell::Ptr<HwTable> hwTable) { hwTableIs(std::move(hwTable)); }
+
+Vell::Ptr<SwTableBase::EntryHandle> SwTable::getEntryHandle(Asic::Index) { return nullptr; }
+
+void SwTable::dispatchResponse(Asic::Index index, EntryState outcome) {
+  auto const handle = getEntryHandle(index);
+  if (!handle) return;
+  handle->hwIndexIs(index);  // before the state: whoever watches it reads the index
+  handle->resolvedEntryStateIs(outcome);
+}
+
+void SwTable::utilIs(Vell::Ptr<Util> util) { util_ = std::move(util); }
+
+void SwTable::configReplayCompleteIs(bool complete) {
+  VELL_ASSERT(complete || !configReplayComplete_, "complete || !configReplayComplete_",
+              typeData().data().name);
+  configReplayComplete_ = complete;
+}
+
+void SwTable::Util::doNotifyWriteResponse(SwTable& table, Asic::Index index,
+                                          EntryState outcome) const {
+  table.dispatchResponse(index, outcome);
+}
+
+void SwTable::Util::doMountHwTableMountInfo(Vell::ZarnType type, Mirel::MountGroup& mg,
+                                            Vell::String const& name) {
+  mg.mountIs(mountPath("mountInfo", type, name), std::string(type.data().name));
+}
+
+void SwTable::Util::doMountHwTableRecoveryStatus(Vell::ZarnType type, Mirel::MountGroup& mg,
+                                                 Vell::String const& name) {
+  mg.mountIs(mountPath("recoveryStatus", type, name), std::string(type.data().name));
+}
+
+void SwTable::Util::doRecoverHwTable(Vell::ZarnType type, HwTableRecoverGroup& rg, UnitId unitId,
+                                     Mirel::EntityManager& mirelEm, ChipInfo const& chipInfo,
+                                     Vell::String const& name) {
+  rg.recoveryIs({std::string(type.data().name), name, unitId, chipInfo.chip, mirelEm.name()});
+}
+
+}  // namespace Asic

@@ -1,0 +1,209 @@
+// The base of every table: its hardware table and chip hooks, the phase of its life, the working
+// fields of the operation in progress, and the hooks that the framework drives it through.
+//
+// Life of a table, driven by `TableRunner`:
+//
+//   doCreateHwTable -> doCreateHwTableResponse -> doCreateResourceSms -> doInitResourceConfigSm
+//     -> doPublishHwTableMountInfo -> doPublishResourceMountInfo -> doCreateAllocator ->
+//     syncEntries
+//     -> (the owner replays its configuration) -> doInitComplete -> purgeStaleEntries
+//
+// A table that needs nothing at a step leaves that hook as it is here.
+//
+// Invariants
+//  1. `configReplayComplete` goes from false to true once, and never back.
+//  2. `resolvedKeyPrior` and `reconcilingEntry` belong to the operation in progress. An operation
+//     that runs inside another (from a watcher, or from a plug-in's hook) leaves them as it found
+//     them, so that the outer one can go on; `OperationScope` sees to that.
+//
+// Threading: the thread of the owning agent.
+
+#pragma once
+
+#include "platform/asic/Chip.h"
+#include "platform/asic/Feature.h"
+#include "platform/asic/HwTable.h"
+#include "platform/asic/ReconciliationStatistics.h"
+#include "platform/asic/SwTableBase.h"
+#include "platform/mirel/MountGroup.h"
+#include "platform/vell/Assert.h"
+#include "platform/vell/Ptr.h"
+#include "platform/vell/Publisher.h"
+
+namespace Asic {
+
+/// Which chip of a switch a hardware table belongs to.
+struct UnitId {
+  U32 value = 0;
+};
+/// The chip's make, by its plug-in's name.
+struct ChipInfo {
+  std::string chip;
+};
+/// The hardware tables that an agent has to recover after a restart.
+class HwTableRecoverGroup {
+ public:
+  struct Recovery {
+    std::string typeName;  ///< qualified name of the table
+    std::string name;
+    UnitId unitId;
+    std::string chip;
+    std::string entityManager;
+  };
+
+  void recoveryIs(Recovery recovery) { recoveries_.push_back(std::move(recovery)); }
+  std::vector<Recovery> const& recoveries() const { return recoveries_; }
+
+ private:
+  std::vector<Recovery> recoveries_;
+};
+
+class SwTable : public SwTableBase {
+ public:
+  class Util;
+  class OperationScope;
+  /// The generic logic of a table class (frame/Variants.h).
+  template <class T>
+  class Accessor;
+  /// A walk over the keys of a table that have a value (frame/EntryIterator.h).
+  template <class T>
+  class EntryIteratorConst;
+  using ReconciliationStatus = Asic::ReconciliationStatus;
+
+  /// What the key of the operation in progress held before it.
+  enum class KeyPrior : U8 { noKey = 0, noValue = 1, value = 2 };
+
+  Vell::Publisher* publisher() override { return &publisher_; }
+
+  /// Makes the hardware table from the chip, and hands it to `doCreateHwTableResponse`.
+  virtual void doCreateHwTable();
+  /// Takes the hardware table; null when the chip has none for this table.
+  virtual void doCreateHwTableResponse(Vell::Ptr<HwTable> hwTable);
+  /// The server of weak references to this table's entries, or null in a table
+  /// without entry handles.
+  virtual Vell::Node* entryWeakRefServer() { return nullptr; }
+  /// The handle of the entry at `index`, or null.
+  virtual Vell::Ptr<EntryHandle> getEntryHandle(Asic::Index index);
+  /// Brings the hardware's answer to a write at `index` to the entry's handle, if there is one.
+  virtual void dispatchResponse(Asic::Index index, EntryState outcome);
+  virtual void handleWeakResourceStatusResponse() {}
+  virtual void handleStrongResourceStatusResponse() {}
+  virtual void doPublishHwTableMountInfo() {}
+  /// Deletes from the hardware what sync found and no commit claimed.
+  virtual void purgeStaleEntries() {}
+  virtual void doCreateResourceSms() {}
+  virtual void doInitResourceConfigSm() {}
+  virtual void doPublishResourceMountInfo() {}
+  /// Makes or joins the index allocator, in tables that have one.
+  virtual void doCreateAllocator() {}
+  /// Replay has ended.
+  virtual void doInitComplete() {}
+  /// Reads the hardware, once the hardware table exists and before any commit.
+  virtual void syncEntries() {}
+
+  Vell::String const& name() const { return name_; }
+  HwTable* hwTable() const { return hwTable_.get(); }
+  void hwTableIs(Vell::Ptr<HwTable> hwTable) { hwTable_ = std::move(hwTable); }
+  /// The chip that `doCreateHwTable` asks.
+  void chipIs(Vell::Ptr<Chip> chip) { chip_ = std::move(chip); }
+  /// The table's chip hooks, or null. The framework gives them; a table works without.
+  Util* util() const { return util_.get(); }
+  void utilIs(Vell::Ptr<Util> util);
+
+  bool configReplayComplete() const { return configReplayComplete_; }
+  void configReplayCompleteIs(bool complete);
+  KeyPrior resolvedKeyPrior() const { return resolvedKeyPrior_; }
+  void resolvedKeyPriorIs(KeyPrior prior) { resolvedKeyPrior_ = prior; }
+  bool reconcilingEntry() const { return reconcilingEntry_; }
+  void reconcilingEntryIs(bool reconciling) { reconcilingEntry_ = reconciling; }
+  void updateStatistic(ReconciliationStatus status) { statistics_.count(status); }
+  ReconciliationStatistics const& statistics() const { return statistics_; }
+
+ protected:
+  explicit SwTable(Vell::String name) : name_(std::move(name)) {}
+  ~SwTable() override;
+
+ private:
+  Vell::String name_;
+  Vell::Ptr<HwTable> hwTable_;
+  Vell::Ptr<Chip> chip_;
+  Vell::Ptr<Util> util_;
+  Vell::Publisher publisher_;
+  ReconciliationStatistics statistics_;
+  bool configReplayComplete_ = false;
+  bool reconcilingEntry_ = false;
+  KeyPrior resolvedKeyPrior_ = KeyPrior::noKey;
+  U32 operationDepth_ = 0;
+};
+
+/// Stands around an operation that calls out: holds a use of the table until it is done,
+/// and, when it runs inside another operation of the same table, brings that one's
+/// working fields back at its end.
+class SwTable::OperationScope {
+ public:
+  explicit OperationScope(SwTable& table)
+      : table_(&table),
+        outerPrior_(table.resolvedKeyPrior_),
+        outerReconciling_(table.reconcilingEntry_) {
+    if (++table.operationDepth_ > 1) table.reconcilingEntry_ = false;
+  }
+  ~OperationScope() {
+    if (--table_->operationDepth_ == 0) return;
+    table_->resolvedKeyPrior_ = outerPrior_;
+    table_->reconcilingEntry_ = outerReconciling_;
+  }
+  OperationScope(OperationScope const&) = delete;
+  OperationScope& operator=(OperationScope const&) = delete;
+
+ private:
+  Vell::Ptr<SwTable> table_;
+  KeyPrior outerPrior_;
+  bool outerReconciling_;
+};
+
+/// The base of every table's chip hooks.
+class SwTable::Util : public Feature {
+ public:
+  explicit Util(Vell::String name) : Feature(std::move(name)) {}
+
+  Vell::Publisher* publisher() override { return &publisher_; }
+
+  /// Brings the hardware's answer to the write at `index` to the table.
+  virtual void doNotifyWriteResponse(SwTable& table, Asic::Index index, EntryState outcome) const;
+  /// Brings the answer to a read of one row, or of all, to the table. Tables that are not read back
+  /// have nobody to tell.
+  virtual void doNotifyReadResponse(SwTable&, Asic::Index) const {}
+  virtual void doNotifyReadResponseAll(SwTable&) const {}
+  /// Rows of the hardware table; 0 when the chip does not say.
+  virtual U32 numEntries() const { return 0; }
+  /// Copies the hardware table's rows to another one. False when the chip cannot.
+  virtual bool doCopyHwTable(HwTable const&, HwTable&) const { return false; }
+
+  /// The chip fixes an entry's index at the write, so that the table itself may tell it.
+  bool indexKnownAtWrite() const { return indexKnownAtWrite_; }
+
+  /// Asks the state database for what a hardware table of `type` needs before it is created.
+  static void doMountHwTableMountInfo(Vell::ZarnType type, Mirel::MountGroup& mg,
+                                      Vell::String const& name);
+  static void doMountHwTableRecoveryStatus(Vell::ZarnType type, Mirel::MountGroup& mg,
+                                           Vell::String const& name);
+  /// Enters the hardware table of `type` in the group of those to recover.
+  static void doRecoverHwTable(Vell::ZarnType type, HwTableRecoverGroup& rg, UnitId unitId,
+                               Mirel::EntityManager& mirelEm, ChipInfo const& chipInfo,
+                               Vell::String const& name);
+
+ protected:
+  void indexKnownAtWriteIs(bool known) { indexKnownAtWrite_ = known; }
+
+ private:
+  Vell::Publisher publisher_;
+  bool indexKnownAtWrite_ = false;
+};
+
+/// The base of tables whose keys the client knows.
+class SwKnownIndexTable : public SwTable {
+ protected:
+  explicit SwKnownIndexTable(Vell::String name) : SwTable(std::move(name)) {}
+};
+
+}  // namespace Asic

@@ -1,0 +1,120 @@
+#include "platform/vell/Inspect.h"
+
+#include "platform/vell/Assert.h"
+
+namespace Vell {
+namespace {
+
+[[noreturn]] void refuse(TypeData const& type, auto const& attribute, std::string_view why) {
+  throw InspectError(concatenate(type.name, ": ", attribute, ": ", why));
+}
+
+std::string shown(U32 id) { return concatenate("attribute 0x", std::hex, id); }
+std::string shown(std::string_view name) { return concatenate("attribute \"", name, "\""); }
+
+AttributeData const& publicAttribute(TypeData const& type, auto const& idOrName) {
+  auto const* attribute = type.attribute(idOrName);
+  if (!attribute) refuse(type, shown(idOrName), "the class has none");
+  if (attribute->access != AttributeAccess::isPublic)
+    refuse(type, shown(attribute->name), "not public");
+  return *attribute;
+}
+
+template <class Function>
+Function offered(TypeData const& type, AttributeData const& attribute, Function function, bool fits,
+                 std::string_view why) {
+  if (!function || !fits) refuse(type, shown(attribute.name), why);
+  return function;
+}
+
+Value getAttribute(TypeData const& type, void const* object, AttributeData const& attribute) {
+  auto const kind = attribute.kind;
+  bool const readable = kind == AttributeKind::constant || kind == AttributeKind::field ||
+                        kind == AttributeKind::value;
+  return offered(type, attribute, type.functions.get, readable, "cannot be read")(object,
+                                                                                  attribute);
+}
+
+void setAttribute(TypeData const& type, void* object, AttributeData const& attribute,
+                  Value const& value) {
+  bool const writable = attribute.kind == AttributeKind::field;
+  auto const set = offered(type, attribute, type.functions.set, writable, "cannot be written");
+  if (attribute.shape == ValueShape::number) {
+    auto const* number = value.number();
+    if (!number) refuse(type, shown(attribute.name), "takes a number");
+    if (attribute.bits < 64 && *number >> attribute.bits)
+      refuse(type, shown(attribute.name),
+             concatenate(*number, " does not fit in ", +attribute.bits, " bits"));
+  } else if (attribute.shape == ValueShape::boolean && !value.truth()) {
+    refuse(type, shown(attribute.name), "takes true or false");
+  }
+  set(object, attribute, value);
+}
+
+Value callAttribute(TypeData const& type, void* object, AttributeData const& attribute,
+                    std::span<Value const> arguments) {
+  bool const callable = attribute.kind == AttributeKind::operation;
+  return offered(type, attribute, type.functions.call, callable, "cannot be called")(
+      object, attribute, arguments);
+}
+
+void walkAttribute(TypeData const& type, void const* object, AttributeData const& attribute,
+                   TypeFunctions::Visitor const& visitor) {
+  bool const collection = attribute.kind == AttributeKind::collection;
+  offered(type, attribute, type.functions.walk, collection, "is no collection")(object, attribute,
+                                                                                visitor);
+}
+
+}  // namespace
+
+Value Inspect::get(U32 id) const {
+  return getAttribute(type_, object_, publicAttribute(type_, id));
+}
+Value Inspect::get(std::string_view name) const {
+  return getAttribute(type_, object_, publicAttribute(type_, name));
+}
+
+void Inspect::set(U32 id, Value const& value) {
+  setAttribute(type_, object_, publicAttribute(type_, id), value);
+}
+void Inspect::set(std::string_view name, Value const& value) {
+  setAttribute(type_, object_, publicAttribute(type_, name), value);
+}
+
+Value Inspect::call(U32 id, std::span<Value const> arguments) {
+  return callAttribute(type_, object_, publicAttribute(type_, id), arguments);
+}
+Value Inspect::call(std::string_view name, std::span<Value const> arguments) {
+  return callAttribute(type_, object_, publicAttribute(type_, name), arguments);
+}
+
+void Inspect::walk(U32 id, TypeFunctions::Visitor const& visitor) const {
+  walkAttribute(type_, object_, publicAttribute(type_, id), visitor);
+}
+void Inspect::walk(std::string_view name, TypeFunctions::Visitor const& visitor) const {
+  walkAttribute(type_, object_, publicAttribute(type_, name), visitor);
+}
+
+CollectionFigures Inspect::figures(U32 id) const {
+  auto const& attribute = publicAttribute(type_, id);
+  bool const collection = attribute.kind == AttributeKind::collection;
+  return offered(type_, attribute, type_.functions.figures, collection, "is no collection")(
+      object_, attribute);
+}
+
+Ptr<Node> inspectMake(TypeData const& type, String const& name, std::span<Value const> arguments) {
+  if (!type.functions.makeNode) throw InspectError(concatenate(type.name, ": cannot be made"));
+  return type.functions.makeNode(name, arguments);
+}
+
+Record inspectMakeValue(TypeData const& type) {
+  if (!type.functions.makeValue) throw InspectError(concatenate(type.name, ": is no value class"));
+  return *type.functions.makeValue().record();
+}
+
+void throwNewEntityArgsException(TypeData const& type, std::size_t arguments) {
+  throw InspectError(
+      concatenate(type.name, ": is made from a name only, and ", arguments, " more were given"));
+}
+
+}  // namespace Vell

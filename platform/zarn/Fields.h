@@ -1,0 +1,195 @@
+// The field list: the one place where a value class names its fields.
+//
+//   static constexpr auto fields() {
+//     return Zarn::fieldList("TessarLoadBalance::DlbControlTable::Entry",
+//                            Zarn::field(0x84, "portLoadingWeight",
+//                            &Entry::portLoadingWeight), ...);
+//   }
+//
+// Equality, ordering, the non-default test, both directions of the text form, and reflection follow
+// from the list, in its order. It is a function, not a constant, because the class is complete only
+// inside its functions. `FieldOps<Class>` are those operations for a class that has a list.
+
+#pragma once
+
+#include <array>
+#include <ostream>
+#include <string_view>
+#include <tuple>
+#include <type_traits>
+
+#include "platform/vell/ModuleInspectData.h"
+#include "platform/vell/Types.h"
+#include "platform/vell/Value.h"
+#include "platform/zarn/CharRange.h"
+
+namespace Zarn {
+
+template <class Owner, class Member>
+struct Field {
+  using Type = Member;
+
+  U32 id;
+  std::string_view name;
+  Member Owner::*member;
+};
+
+template <class Owner, class Member>
+constexpr Field<Owner, Member> field(U32 id, std::string_view name, Member Owner::*member) {
+  return {id, name, member};
+}
+
+template <class... Fields>
+struct FieldList {
+  std::string_view tag;  ///< qualified name of the class
+  std::tuple<Fields...> fields;
+
+  static constexpr std::size_t size() { return sizeof...(Fields); }
+};
+
+template <class... Fields>
+constexpr FieldList<Fields...> fieldList(std::string_view tag, Fields... fields) {
+  return {tag, {fields...}};
+}
+
+template <class T>
+concept HasFields = requires {
+  T::fields().tag;
+};
+
+/// How a field's type looks from outside: the shape and width that reflection tells, and the way
+/// through `Vell::Value`. A field type beyond numbers and truth values brings a specialisation.
+template <class T>
+struct FieldType;
+
+template <>
+struct FieldType<bool> {
+  static constexpr auto shape = Vell::ValueShape::boolean;
+  static constexpr U8 bits = 1;
+  static Vell::Value toValue(bool value) { return value; }
+  static void fromValue(bool& field, Vell::Value const& value) { field = *value.truth(); }
+};
+
+template <std::unsigned_integral T>
+struct FieldType<T> {
+  static constexpr auto shape = Vell::ValueShape::number;
+  static constexpr U8 bits = sizeof(T) * 8;
+  static Vell::Value toValue(T value) { return static_cast<U64>(value); }
+  static void fromValue(T& field, Vell::Value const& value) {
+    field = static_cast<T>(*value.number());
+  }
+};
+
+template <class Class>
+struct FieldOps {
+  /// Calls `visitor(field)` for each field in list order.
+  template <class Visitor>
+  static constexpr void forEach(Visitor&& visitor) {
+    std::apply([&](auto const&... each) { (visitor(each), ...); }, Class::fields().fields);
+  }
+
+  static bool equal(Class const& a, Class const& b) {
+    return &a == &b ||
+           std::apply(
+               [&](auto const&... each) { return ((a.*each.member == b.*each.member) && ...); },
+               Class::fields().fields);
+  }
+
+  /// -1, 0 or 1; the first field that differs decides.
+  static int compare(Class const& a, Class const& b) {
+    if (&a == &b) return 0;
+    int result = 0;
+    std::apply(
+        [&](auto const&... each) {
+          (((result = compareField(a.*each.member, b.*each.member)) == 0) && ...);
+        },
+        Class::fields().fields);
+    return result;
+  }
+
+  static std::ostream& write(std::ostream& out, Class const& object) {
+    constexpr auto list = Class::fields();
+    if constexpr (list.size() == 1) {
+      return writeField(out, object.*std::get<0>(list.fields).member);
+    } else {
+      char const* separator = "{";
+      out << list.tag;
+      forEach([&](auto const& each) {
+        out << separator << each.name << ':';
+        writeField(out, object.*each.member);
+        separator = " ";
+      });
+      return out << '}';
+    }
+  }
+
+  /// `name` is what errors call a record that is itself an attribute, or stands alone.
+  static void read(CharRange& range, Class& object, std::string_view name) {
+    constexpr auto list = Class::fields();
+    if constexpr (list.size() == 1) {
+      auto const& only = std::get<0>(list.fields);
+      range.deserializeAttr(name.empty() ? only.name : name, object.*only.member);
+    } else {
+      std::size_t position = 0;
+      forEach([&](auto const& each) {
+        if (position == 0)
+          range.desAttrPre(list.tag, each.name, object.*each.member);
+        else if (position + 1 == list.size())
+          range.desAttrPost(each.name, object.*each.member);
+        else
+          range.desAttrIntra(each.name, object.*each.member);
+        ++position;
+      });
+    }
+  }
+
+  /// The attribute records of the fields, in list order.
+  static constexpr auto attributes() {
+    constexpr auto describe = [](auto const& each) {
+      using Type = typename std::remove_cvref_t<decltype(each)>::Type;
+      return Vell::AttributeData{each.id,
+                                 each.name,
+                                 Vell::AttributeKind::field,
+                                 Vell::AttributeAccess::isPublic,
+                                 Vell::AttributeConstness::notConst,
+                                 FieldType<Type>::shape,
+                                 FieldType<Type>::bits};
+    };
+    return std::apply([&](auto const&... each) { return std::array{describe(each)...}; },
+                      Class::fields().fields);
+  }
+
+  static Vell::Value get(Class const& object, U32 id) {
+    Vell::Value value;
+    forEach([&](auto const& each) {
+      using Type = typename std::remove_cvref_t<decltype(each)>::Type;
+      if (each.id == id) value = FieldType<Type>::toValue(object.*each.member);
+    });
+    return value;
+  }
+  static void set(Class& object, U32 id, Vell::Value const& value) {
+    forEach([&](auto const& each) {
+      using Type = typename std::remove_cvref_t<decltype(each)>::Type;
+      if (each.id == id) FieldType<Type>::fromValue(object.*each.member, value);
+    });
+  }
+
+ private:
+  template <class V>
+  static int compareField(V const& a, V const& b) {
+    auto const order = a <=> b;
+    return order < 0 ? -1 : (order > 0 ? 1 : 0);
+  }
+  template <class V>
+  static std::ostream& writeField(std::ostream& out, V const& value) {
+    if constexpr (std::same_as<V, bool>) {
+      return out << (value ? "true" : "false");
+    } else if constexpr (std::unsigned_integral<V>) {
+      return out << static_cast<U64>(value);
+    } else {
+      return out << value;
+    }
+  }
+};
+
+}  // namespace Zarn
