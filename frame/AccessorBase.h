@@ -1,0 +1,89 @@
+// What the generic logic of every table does: traces and messages, the chip hooks, the sync, the
+// end of the replay, the purge's frame.
+//
+// An accessor is made for one operation, on a table that its caller holds for as long as it takes.
+
+#pragma once
+
+#include <algorithm>
+#include <string_view>
+
+#include "frame/Announcement.h"
+#include "platform/asic/SwTable.h"
+#include "platform/fennlog/Fennlog.h"
+#include "platform/vell/Assert.h"
+#include "platform/zarn/Trace.h"
+
+namespace Asic {
+
+/// The name of an operation, as a template argument.
+template <std::size_t Size>
+struct OperationName {
+  char text[Size];
+  constexpr explicit(false) OperationName(char const (&literal)[Size]) {
+    std::copy_n(literal, Size, text);
+  }
+  constexpr std::string_view view() const { return {text, Size - 1}; }
+};
+
+/// Trace levels of the tables.
+enum TraceLevel : unsigned {
+  traceSummary = 0,  ///< on the handle "SwTableStat"
+  traceClient = 5,   ///< what a client asked
+  traceLife = 6,     ///< syncs, cleanups, handles
+  traceKey = 8,      ///< all work on one key
+  tracePhase = 9,    ///< the end of replay
+};
+
+template <class T>
+class AccessorBase {
+ public:
+  explicit AccessorBase(T& table) : swTable_(&table), traceHandle_(_defaultTraceHandle()) {}
+
+  /// The table's chip hooks with a use held, or null if it has none: it then programs nothing.
+  Vell::Ptr<typename T::Util> utilIfExists() const { return swTable_->util(); }
+
+  void doInitComplete();
+
+  /// One trace handle for each table type.
+  static Zarn::TraceHandle& _defaultTraceHandle() {
+    static Zarn::TraceHandle handle(T::names.qualified, false);
+    return handle;
+  }
+
+ protected:
+  /// The always-on message that an operation begins with.
+  template <OperationName operation, Fennlog::Time time = Fennlog::Time::now>
+  static void message() {
+    static constinit Fennlog::Site site("{}: {}", T::names.brief(), operation.view());
+    Fennlog::write<time>(site);
+  }
+  /// A trace line of an operation; its text is built only if the level is on.
+  template <class... Parts>
+  void trace(TraceLevel level, std::string_view operation, Parts const&... parts) const {
+    if (traceHandle_.on(level)) [[unlikely]]
+      traceHandle_.write(T::names.qualified, " : ", operation, parts...);
+  }
+  /// Traces the summary of the reconciliation, the last step of every purge.
+  void traceStatistics(std::string_view operation) const;
+
+  T* swTable_;
+
+ private:
+  Zarn::TraceHandle const& traceHandle_;
+};
+
+template <class T>
+void AccessorBase<T>::doInitComplete() {
+  trace(tracePhase, "doInitComplete");
+  swTable_->configReplayCompleteIs(true);
+}
+
+template <class T>
+void AccessorBase<T>::traceStatistics(std::string_view operation) const {
+  auto const& handle = TableAnnouncement<T>::swTableStat();
+  if (handle.on(traceSummary))
+    handle.write(T::names.qualified, " : ", operation, " ", swTable_->statistics());
+}
+
+}  // namespace Asic

@@ -1,0 +1,72 @@
+// The generic logic of direct tables: what has to reach the hardware after a key changed, what
+// becomes of the hardware's rows after a restart, and how entries leave.
+//
+// Invariants
+//  1. Every change reaches the chip hooks inside the call that made it, unless the value did not
+//     change, the hardware matches during replay, there are no chip hooks, or the key is the
+//     exhausted index.
+//  2. The index tracker is told before the hardware is touched.
+//  3. A key's synced record goes with the key's first commit during replay.
+
+#pragma once
+
+#include "frame/AccessorBase.h"
+#include "frame/Trait.h"
+#include "platform/zarn/Optional.h"
+
+namespace Asic {
+
+/// What has just been done to a key of a collection.
+enum class KeyIs { stored, removed };
+
+template <class T>
+class DirectAccessor : public AccessorBase<T> {
+ public:
+  using Key = typename T::Key;
+  using Entry = typename T::Entry;
+  using Util = typename T::Util;
+
+  using AccessorBase<T>::AccessorBase;
+
+  /// Carries a change of the key in `resolvedEntry` to the hardware. The collection holds the new
+  /// state, which a caller that has just made it may tell.
+  void handleEntry(Key key, KeyIs state);
+  void handleEntry(Key key);
+  /// Compares a key with what the hardware holds there.
+  ReconciliationStatus reconcileSyncedEntry(Key key) const;
+  /// Writes the key's value: `inProgress` as a use of its own, `indexReconciled` over a row that
+  /// the tracker knows already.
+  void programHwEntry(Key key, SwTableBase::EntryState entryState);
+
+  void syncEntries();
+  void autoCommitSyncedEntries();
+  void purgeStaleEntries();
+
+  void entryRemoveAll();
+  /// Removes every key and drops the tracker, at the end of the table.
+  void cleanup();
+
+ private:
+  using Tracker = IndexUserTracker::OpType;
+  using AccessorBase<T>::swTable_;
+  using AccessorBase<T>::trace;
+
+  static constexpr bool keyIsHwIndex = Trait::isKnownIndexTable<T>;
+
+  void replayEntry(Key key);
+  void removeHwEntry(Key key);
+  void hwTableEntryIs(Util const& util, Key key);
+  void hwTableEntryDel(Util const& util, Key key);
+  void syncedEntryRemoveAll();
+  void handleStaleEntries();
+  /// Removes one key as a client would; `resolvedKeyPrior` is set by a look-up.
+  void deleteResolvedEntry(Key key);
+  void traceHwIndex(Key key) const;
+  /// The key names no hardware entry. Never true of a structured key.
+  static bool isExhausted(Key key);
+  /// The tracker operation of a write, if any, and of a delete.
+  Zarn::Optional<Tracker> trackerOfWrite(bool hasValue) const;
+  Tracker trackerOfDelete() const;
+};
+
+}  // namespace Asic

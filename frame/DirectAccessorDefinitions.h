@@ -1,0 +1,234 @@
+// The operations of the generic logic of direct tables. Included by the sources
+// that instantiate tables.
+
+#pragma once
+
+#include "containers/HashMap2018Iterator.h"
+#include "frame/DirectAccessor.h"
+#include "platform/zarn/ValueText.h"
+
+namespace Asic {
+
+template <class T>
+bool DirectAccessor<T>::isExhausted([[maybe_unused]] Key key) {
+  if constexpr (keyIsHwIndex)
+    return Index(key.value()).isExhausted();
+  else
+    return false;
+}
+
+template <class T>
+void DirectAccessor<T>::traceHwIndex([[maybe_unused]] Key key) const {
+  if constexpr (keyIsHwIndex) trace(traceKey, "traceHwIndex", " Acquired hwIndex : ", key);
+}
+
+// ---- one key ----
+
+template <class T>
+void DirectAccessor<T>::handleEntry(Key key) {
+  handleEntry(key, swTable_->entryHas(key) ? KeyIs::stored : KeyIs::removed);
+}
+
+template <class T>
+void DirectAccessor<T>::handleEntry(Key key, KeyIs state) {
+  this->template message<"handleEntry">();
+  trace(traceKey, "handleEntry", " key: ", key,
+        ", configReplayComplete: ", swTable_->configReplayComplete());
+  if (state == KeyIs::removed)
+    removeHwEntry(key);
+  else if (swTable_->configReplayComplete())
+    programHwEntry(key, SwTableBase::EntryState::inProgress);
+  else
+    replayEntry(key);
+}
+
+template <class T>
+void DirectAccessor<T>::replayEntry(Key key) {
+  auto const status = reconcileSyncedEntry(key);
+  trace(traceKey, "handleEntry", ": reconcileStatus: ", status);
+  switch (status) {
+    case ReconciliationStatus::reconcileRewritten:
+      programHwEntry(key, SwTableBase::EntryState::indexReconciled);
+      swTable_->syncedEntryDel(key);
+      break;
+    case ReconciliationStatus::reconcileMatched:
+      swTable_->syncedEntryDel(key);
+      break;
+    default:
+      programHwEntry(key, SwTableBase::EntryState::inProgress);
+  }
+  swTable_->reconcilingEntryIs(false);
+  swTable_->updateStatistic(status);
+}
+
+template <class T>
+ReconciliationStatus DirectAccessor<T>::reconcileSyncedEntry(Key key) const {
+  if (!swTable_->syncedEntryMap().lookupNodeG(key)) return ReconciliationStatus::reconcileAdded;
+  auto const wanted = swTable_->entry(key);
+  return this->utilIfExists()->compareHwEntries(*swTable_, key, wanted)
+             ? ReconciliationStatus::reconcileMatched
+             : ReconciliationStatus::reconcileRewritten;
+}
+
+template <class T>
+void DirectAccessor<T>::removeHwEntry(Key key) {
+  traceHwIndex(key);
+  auto const util = this->utilIfExists();
+  if (!util) return;
+  if (isExhausted(key)) {
+    trace(traceKey, "handleEntry", "No entry in HwTable for this key. Skip delete");
+    return;
+  }
+  hwTableEntryDel(*util, key);
+  if (!swTable_->configReplayComplete())
+    swTable_->updateStatistic(ReconciliationStatus::reconcileDeleted);
+}
+
+template <class T>
+void DirectAccessor<T>::programHwEntry(Key key, SwTableBase::EntryState entryState) {
+  using enum SwTableBase::EntryState;
+  // Part of `handleEntry`, whose message is just written.
+  this->template message<"programHwEntry", Fennlog::Time::asMessageBefore>();
+  trace(traceKey, "programHwEntry", " key: ", key, ", entryState:", entryState);
+  traceHwIndex(key);
+  auto const util = this->utilIfExists();
+  if (!util) return;
+  if (isExhausted(key)) {
+    VELL_ASSERT(entryState != indexReconciled, "entryState != indexReconciled()",
+                T::names.qualified, " key ", key);
+    return;
+  }
+  swTable_->reconcilingEntryIs(entryState == indexReconciled);
+  hwTableEntryIs(*util, key);
+}
+
+template <class T>
+void DirectAccessor<T>::hwTableEntryIs(Util const& util, Key key) {
+  trace(traceKey, "hwTableEntryIs", " : key: ", key);
+  auto const value = swTable_->resolvedEntry(key);
+  if (auto const operation = trackerOfWrite(value.has_value()))
+    util.updateHwIndexRefCountTracker(swTable_->hwTable(), key, *operation);
+  util.hwTableEntryIs(*swTable_, key, value);
+}
+
+template <class T>
+void DirectAccessor<T>::hwTableEntryDel(Util const& util, Key key) {
+  trace(traceKey, "hwTableEntryDel", ": Deleting entry at key:", key);
+  util.updateHwIndexRefCountTracker(swTable_->hwTable(), key, trackerOfDelete());
+  util.hwTableEntryDel(*swTable_, key);
+}
+
+template <class T>
+auto DirectAccessor<T>::trackerOfWrite(bool hasValue) const -> Zarn::Optional<Tracker> {
+  using enum SwTable::KeyPrior;
+  if (swTable_->reconcilingEntry()) return {};  // the tracker knows the row already
+  auto const prior = swTable_->resolvedKeyPrior();
+  if (hasValue) {
+    if (prior == value) return {};
+    return prior == noKey ? Tracker::userAdd : Tracker::userActivate;
+  }
+  VELL_ASSERT(prior == value, "false", T::names.qualified,
+              ": an empty value was stored over a key that held none");
+  return Tracker::userDeactivate;
+}
+
+template <class T>
+auto DirectAccessor<T>::trackerOfDelete() const -> Tracker {
+  using enum SwTable::KeyPrior;
+  auto const prior = swTable_->resolvedKeyPrior();
+  if (swTable_->reconcilingEntry() || prior == value) return Tracker::userRemove;
+  VELL_ASSERT(prior == noValue, "false", T::names.qualified,
+              ": a key was removed without its prior being set");
+  return Tracker::userRemoveInactive;
+}
+
+// ---- restart ----
+
+template <class T>
+void DirectAccessor<T>::syncEntries() {
+  trace(traceLife, "syncEntries", ": swTableInstPtr:", static_cast<void const*>(swTable_));
+  VELL_ASSERT(swTable_->hwTable(), "hwTable()", T::names.qualified);
+  VELL_ASSERT(swTable_->entrys() == 0, "!swTable_->resolvedEntrys()", T::names.qualified,
+              ": sync must precede every commit");
+  if (auto const util = this->utilIfExists())
+    util->syncEntries(*swTable_->hwTable(), Vell::Ptr<T>(swTable_));
+}
+
+template <class T>
+void DirectAccessor<T>::autoCommitSyncedEntries() {
+  if (swTable_->configReplayComplete()) return;
+  for (Zarn::HashMap2018IteratorGeneric at(swTable_->syncedEntryMap()); at; at.advance()) {
+    auto const key = at.currNodeMaybeStale()->key();
+    Zarn::Optional<Entry> const entry = at.currNodeMaybeStale()->value_;
+    swTable_->resolvedKeyPriorIs(swTable_->keyPrior(key));
+    swTable_->resolvedEntryIs(key, entry);
+  }
+}
+
+template <class T>
+void DirectAccessor<T>::purgeStaleEntries() {
+  syncedEntryRemoveAll();
+  this->traceStatistics("purgeStaleEntries");
+}
+
+template <class T>
+void DirectAccessor<T>::syncedEntryRemoveAll() {
+  this->template message<"syncedEntryRemoveAll">();
+  trace(traceKey, "syncedEntryRemoveAll");
+  if (!this->utilIfExists() || swTable_->syncedEntryMap().count() == 0) {
+    trace(traceKey, "syncedEntryRemoveAll", " No stale entries in syncedEntryColl");
+    return;
+  }
+  swTable_->resolvedKeyPriorIs(SwTable::KeyPrior::noKey);
+  swTable_->reconcilingEntryIs(true);
+  handleStaleEntries();
+  swTable_->syncedEntryDelAll();
+  swTable_->reconcilingEntryIs(false);
+}
+
+template <class T>
+void DirectAccessor<T>::handleStaleEntries() {
+  auto const util = this->utilIfExists();
+  for (Zarn::HashMap2018IteratorGeneric at(swTable_->syncedEntryMap()); at; at.advance()) {
+    auto const key = at.currNodeMaybeStale()->key();
+    if (swTable_->entryHas(key)) {
+      trace(traceKey, "handleStaleEntries", "Skip resolved key:", key);
+      swTable_->syncedEntryDel(key);
+      continue;
+    }
+    VELL_ASSERT(!isExhausted(key), "!isExhausted( hwIndex )", T::names.qualified,
+                ": the hardware was said to hold an entry at the exhausted index");
+    hwTableEntryDel(*util, key);
+    trace(traceKey, "handleStaleEntries", ": Deleting stale hwEntry for key:", key);
+    swTable_->updateStatistic(ReconciliationStatus::reconcileDeleted);
+  }
+}
+
+// ---- removal ----
+
+template <class T>
+void DirectAccessor<T>::entryRemoveAll() {
+  this->template message<"entryRemoveAll">();
+  trace(traceClient, "entryRemoveAll");
+  swTable_->resolvedKeyPriorIs(SwTable::KeyPrior::value);
+  swTable_->resolvedEntryDelAll();
+  VELL_ASSERT(!this->utilIfExists() || swTable_->syncedEntryMap().count() == 0,
+              "!util || !syncedEntrys()", "Should call purgeStaleEntries instead (",
+              T::names.qualified, ")");
+}
+
+template <class T>
+void DirectAccessor<T>::cleanup() {
+  trace(traceLife, "cleanup");
+  for (Zarn::HashMap2018IteratorGeneric at(swTable_->resolvedEntryMap()); at; at.advance())
+    deleteResolvedEntry(at.currNodeMaybeStale()->key());
+  if (this->utilIfExists()) IndexUserTracker::Stub::deleteTracker(swTable_->hwTable(), 0, false);
+}
+
+template <class T>
+void DirectAccessor<T>::deleteResolvedEntry(Key key) {
+  swTable_->resolvedKeyPriorIs(swTable_->keyPrior(key));
+  swTable_->resolvedEntryDel(key);
+}
+
+}  // namespace Asic

@@ -1,0 +1,155 @@
+// A direct table: the software shadow of one hardware table whose index, or structured key, the
+// client knows. `T` is the concrete table, `Sheet` its data sheet.
+//
+// Invariants
+//  1. `resolvedEntry` is what clients want the hardware to hold; a key may be there without a value.
+//  2. A change of `resolvedEntry` is stored first, then carried to the hardware, then told to the
+//     watchers, all inside the call. A change that changes nothing does none of it.
+//  3. `syncedEntry` is what the hardware was found to hold and no commit has claimed; only a
+//     plug-in's sync fills it.
+//  4. No operation reports a failure.
+//
+// Everything may call back: keys are taken by value, old values are told from local copies, and no
+// reference into a collection is kept across a call.
+//
+// Threading: the thread of the owning agent.
+
+#pragma once
+
+#include "containers/HashMap2018.h"
+#include "containers/HashMap2018Iterator.h"
+#include "frame/DirectTableUtil.h"
+#include "frame/EntryIterator.h"
+#include "frame/Sheet.h"
+#include "frame/Trait.h"
+#include "frame/Variants.h"
+#include "platform/bruvel/Slab.h"
+#include "platform/zarn/AllocTrack.h"
+#include "platform/zarn/Optional.h"
+
+namespace Asic {
+
+template <class T>
+struct DirectTableReflection;
+
+template <class T, DirectSheet Sheet>
+class DirectTable : public SwKnownIndexTable, public Bruvel::Allocated<T> {
+ public:
+  using Key = typename Sheet::Key;
+  using Entry = typename Sheet::Entry;
+  using Util = DirectTableUtil<T>;
+  using UtilLoader = DirectTableUtilLoader<T>;
+  using ResolvedEntryMap =
+      Zarn::HashMap2018<Zarn::HN<Key, Zarn::Optional<Entry>, Sheet::maps.resolvedEntry>>;
+  using SyncedEntryMap = Zarn::HashMap2018<Zarn::HN<Key, Entry, Sheet::maps.syncedEntry>>;
+
+  static constexpr TableNames names = Sheet::names;
+  /// Numbers of the table's types in its module.
+  static constexpr U32 entryTypeNumber = 0;
+  static constexpr U32 utilTypeNumber = 1;
+  static constexpr U32 utilLoaderTypeNumber = 2;
+  static constexpr U32 typeNumber = 3;
+  /// Field ids of the publications.
+  static constexpr U32 resolvedEntryField = 0x207;
+  static constexpr U32 syncedEntryField = 0x209;
+
+  static Zarn::AllocTrackTypeInfo memAllocationTracker_;
+  /// The reflection data of the table's classes.
+  static Vell::ModuleInspectData& module();
+  Vell::ZarnType typeData() const override { return {&module(), typeNumber}; }
+
+  // What clients ask.
+
+  /// Whether `resolvedEntry` has the key, with or without a value.
+  bool entryHas(Key key) const { return resolvedEntry_.lookupNodeG(key) != nullptr; }
+  /// The key's value; a default entry if the key is absent or has none.
+  Entry entry(Key key) const { return resolvedEntry(key).value_or(Entry{}); }
+  /// The key's value; empty if the key is absent or has none.
+  Zarn::Optional<Entry> resolvedEntry(Key key) const;
+  /// The synced value; a default entry if the key is absent.
+  Entry syncedEntry(Key key) const;
+  /// What the key holds now, as an operation notes it before it changes anything.
+  KeyPrior keyPrior(Key key) const { return keyPrior(resolvedEntry_.lookupNodeG(key)); }
+  /// Keys in `resolvedEntry`, those without a value included.
+  U32 entrys() const { return resolvedEntry_.count(); }
+  /// Valid indices of the hardware table; 0 and 0xFFFFFFFF without chip hooks.
+  U32 minIndex() const requires Trait::isKnownIndexTable<T> {
+    return util() ? util()->minIndex() : 0;
+  }
+  U32 maxIndex() const requires Trait::isKnownIndexTable<T> {
+    return util() ? util()->maxIndex() : 0xFFFFFFFF;
+  }
+  Util* util() const { return static_cast<Util*>(SwTable::util()); }
+  /// The first key with a value, or the given key if it has one and the end otherwise. Walks on in
+  /// map order and survives every change of the table.
+  EntryIteratorConst<T> entryIteratorConst() const { return EntryIteratorConst<T>(table()); }
+  EntryIteratorConst<T> entryIteratorConst(Key key) const {
+    return EntryIteratorConst<T>(table(), key);
+  }
+
+  // What clients do.
+
+  /// States what the hardware should hold at the key.
+  void entryCommit(Key key, Entry const& entry);
+  /// Removes the key, with or without a value.
+  void entryRemove(Key key);
+  /// Removes every key. Stale rows must have been purged before.
+  void entryRemoveAll();
+  /// Takes over what the hardware was found to hold. Nothing once the replay is complete.
+  void autoCommitSyncedEntries();
+
+  // The collections, for chip plug-ins and the generic logic. Whoever calls the first two sets
+  // `resolvedKeyPrior` before.
+
+  void resolvedEntryIs(Key key, Zarn::Optional<Entry> const& value);
+  /// Removes the key and gives what it held.
+  Zarn::Optional<Entry> resolvedEntryDel(Key key);
+  void resolvedEntryDelAll();
+  void syncedEntryIs(Key key, Entry const& entry);
+  /// Removes the key and gives what it held; a default entry if it was absent.
+  Entry syncedEntryDel(Key key);
+  /// Empties the collection; tells each removal if anybody watches.
+  void syncedEntryDelAll();
+
+  ResolvedEntryMap const& resolvedEntryMap() const { return resolvedEntry_; }
+  SyncedEntryMap const& syncedEntryMap() const { return syncedEntry_; }
+
+  // What the framework calls.
+
+  void syncEntries() override;
+  void doInitComplete() override;
+  void purgeStaleEntries() override;
+
+  static void doMountHwTableMountInfo(Mirel::MountGroup& mg);
+  static void doMountHwTableRecoveryStatus(Mirel::MountGroup& mg);
+  static void doRecoverHwTable(HwTableRecoverGroup& rg, UnitId unitId,
+                               Mirel::EntityManager& mirelEm, ChipInfo const& chipInfo);
+
+ protected:
+  DirectTable();
+  ~DirectTable() override = default;
+  /// Deletes what the table holds from the hardware. The concrete table's destructor calls it,
+  /// while the hooks can still be given the whole table.
+  void tearDown();
+
+ private:
+  using AccessorT = SwTable::Accessor<T>;
+  friend AccessorT;
+
+  T& table() { return static_cast<T&>(*this); }
+  T const& table() const { return static_cast<T const&>(*this); }
+  /// Carries the change of the key to the hardware.
+  void handleEntry(Key key, KeyIs state);
+  void cleanup();
+  static KeyPrior keyPrior(typename ResolvedEntryMap::Node const* node);
+  /// Whether `node`, which may be null, holds just that value, or none if `value` is null.
+  static bool holds(typename ResolvedEntryMap::Node const* node, Entry const* value);
+  /// Stores another value, or none, at a key whose node was just looked up; the rest of
+  /// `resolvedEntryIs`.
+  void storeResolved(typename ResolvedEntryMap::Node* node, Key key, Entry const* value);
+
+  ResolvedEntryMap resolvedEntry_{1, false};
+  SyncedEntryMap syncedEntry_{1, false};
+};
+
+}  // namespace Asic

@@ -1,0 +1,77 @@
+// The base of an entry class that has a field list: equality, ordering, the non-default test and
+// the text form come from the list, so that a data sheet writes no operator.
+
+#pragma once
+
+#include <array>
+#include <ostream>
+
+#include "platform/asic/EntryBase.h"
+#include "platform/vell/Inspect.h"
+#include "platform/zarn/Fields.h"
+
+namespace Asic {
+
+template <class E>
+class FieldEntry : public EntryBase {
+ public:
+  /// The same object, or every field equal.
+  static bool isEq(E const& a, E const& b) { return Zarn::FieldOps<E>::equal(a, b); }
+  friend bool operator==(E const& a, E const& b) { return isEq(a, b); }
+  /// -1, 0 or 1: field by field in list order.
+  friend int operator<=>(E const& a, E const& b) { return Zarn::FieldOps<E>::compare(a, b); }
+  /// True when any field differs from its default.
+  explicit operator bool() const { return !isEq(static_cast<E const&>(*this), E{}); }
+  friend std::ostream& operator<<(std::ostream& out, E const& entry) {
+    return Zarn::FieldOps<E>::write(out, entry);
+  }
+};
+
+/// The reflection data of an entry class: two constants, then the fields.
+template <class E>
+class EntryReflection {
+ public:
+  static Vell::Value toValue(E const& entry) {
+    return Vell::Record{&type, std::make_shared<E>(entry)};
+  }
+  /// The entry of a record. Throws `Vell::InspectError` if the value is something else.
+  static E const& fromValue(Vell::Value const& value) {
+    auto const* record = value.record();
+    if (!record || record->type != &type)
+      throw Vell::InspectError(Vell::concatenate("a record of ", type.name, " is asked for"));
+    return *static_cast<E const*>(record->object.get());
+  }
+
+ private:
+  static constexpr auto makeAttributes() {
+    using enum Vell::AttributeKind;
+    using enum Vell::ValueShape;
+    constexpr auto isPublic = Vell::AttributeAccess::isPublic;
+    constexpr auto isConst = Vell::AttributeConstness::isConst;
+    constexpr auto fields = Zarn::FieldOps<E>::attributes();
+    std::array<Vell::AttributeData, 2 + fields.size()> all{{
+        {0x82, "getBlockSizeDefinedByUser", constant, isPublic, isConst, boolean, 1},
+        {0x83, "numDependentFields", constant, isPublic, isConst, number, 64},
+    }};
+    std::copy(fields.begin(), fields.end(), all.begin() + 2);
+    return all;
+  }
+  static constexpr auto attributes_ = makeAttributes();
+
+  static Vell::Value makeValue() { return toValue(E{}); }
+  static Vell::Value get(void const* object, Vell::AttributeData const& attribute) {
+    if (attribute.kind == Vell::AttributeKind::constant)
+      return attribute.shape == Vell::ValueShape::boolean ? Vell::Value(false)
+                                                          : Vell::Value(U64{0});
+    return Zarn::FieldOps<E>::get(*static_cast<E const*>(object), attribute.id);
+  }
+  static void set(void* object, Vell::AttributeData const& attribute, Vell::Value const& value) {
+    Zarn::FieldOps<E>::set(*static_cast<E*>(object), attribute.id, value);
+  }
+
+ public:
+  static constexpr Vell::TypeData type{
+      E::fields().tag, attributes_, {.makeValue = &makeValue, .get = &get, .set = &set}};
+};
+
+}  // namespace Asic

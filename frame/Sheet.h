@@ -1,0 +1,39 @@
+// A table's data sheet: the facts that one table does not share with another. The rest of the frame
+// reads them from here.
+
+#pragma once
+
+#include <concepts>
+#include <string_view>
+
+#include "platform/vell/Types.h"
+#include "platform/zarn/Fields.h"
+
+namespace Asic {
+
+/// What a table is called.
+struct TableNames {
+  std::string_view
+      qualified;            ///< "TessarLoadBalance::DlbControlTable": traces, plug-ins, reflection
+  std::string_view module;  ///< "DlbControlSwTable": the module of its reflection data
+
+  /// "DlbControlTable": messages
+  constexpr std::string_view brief() const { return qualified.substr(qualified.rfind(':') + 1); }
+};
+
+/// The constants that the hash maps of a direct table combine with the process's seed.
+struct DirectMapConstants {
+  U32 resolvedEntry;
+  U32 syncedEntry;
+};
+
+template <class S>
+concept DirectSheet = requires {
+  { S::names } -> std::convertible_to<TableNames>;
+  { S::maps } -> std::convertible_to<DirectMapConstants>;
+  typename S::Key;
+  typename S::Entry;
+}
+&&Zarn::HasFields<typename S::Entry>;
+
+}  // namespace Asic

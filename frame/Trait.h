@@ -1,0 +1,23 @@
+// The compile-time properties of a table class, from which the generic logic picks its variants.
+
+#pragma once
+
+#include <concepts>
+#include <type_traits>
+
+#include "platform/asic/SwTable.h"
+
+namespace Asic::Trait {
+
+/// The client knows the key, and the key is the hardware index.
+template <class T>
+inline constexpr bool isKnownIndexTable =
+    std::derived_from<T, SwKnownIndexTable>&& std::same_as<typename T::Key, SwTableBase::Index>;
+
+/// The client knows the key, which is structured; the hardware's index for it is
+/// the plug-in's affair.
+template <class T>
+inline constexpr bool isKeyTable =
+    std::derived_from<T, SwKnownIndexTable> && !std::same_as<typename T::Key, SwTableBase::Index>;
+
+}  // namespace Asic::Trait

@@ -1,0 +1,32 @@
+// Which generic logic a table class gets. The choice is made here and nowhere else, at compile
+// time, from the table's traits:
+//
+//   if the client knows the key (an index, or a structured key):  DirectAccessor
+//
+// A table that needs something else is described by a trait; nothing tests for a concrete table.
+
+#pragma once
+
+#include "frame/DirectAccessor.h"
+#include "frame/Trait.h"
+
+namespace Asic {
+
+template <class T>
+concept DirectTableClass = Trait::isKnownIndexTable<T> || Trait::isKeyTable<T>;
+
+/// Names the variant for `T`; a table class of no known kind does not compile.
+template <class T>
+struct AccessorVariant;
+
+template <DirectTableClass T>
+struct AccessorVariant<T> {
+  using Type = DirectAccessor<T>;
+};
+
+template <class T>
+class SwTable::Accessor : public AccessorVariant<T>::Type {
+  using AccessorVariant<T>::Type::Type;
+};
+
+}  // namespace Asic

@@ -1,0 +1,158 @@
+// What a commit does to collections, hardware, tracker and watchers, and in which order.
+
+#include "DirectTables.h"
+
+namespace Testing {
+namespace {
+
+using Asic::SwTable;
+
+template <class T>
+class CommitTest : public DirectTableSuite<T> {};
+TYPED_TEST_SUITE(CommitTest, DirectTables);
+
+TYPED_TEST(CommitTest, TellsTrackerThenHardwareThenWatchers) {
+  this->at_.synced().replayed();
+  auto const one = this->text(1);
+  auto const two = this->text(2);
+  this->table_.entryCommit(5, this->e(1));
+  EXPECT_EQ(this->at_.take(), (std::vector<std::string>{"tracker 5 userAdd", "write 5 " + one,
+                                                        "published 0x207 5 was -"}));
+  this->table_.entryCommit(5, this->e(2));
+  EXPECT_EQ(this->at_.take(),
+            (std::vector<std::string>{"write 5 " + two, "published 0x207 5 was " + one}));
+  this->table_.entryCommit(5, this->e(2));
+  EXPECT_EQ(this->at_.take(), (std::vector<std::string>{}));
+  EXPECT_EQ(this->table_.resolvedKeyPrior(), SwTable::KeyPrior::value);
+}
+
+TYPED_TEST(CommitTest, ADefaultEntryIsAValue) {
+  this->at_.synced().replayed();
+  this->table_.entryCommit(5, this->e(0));
+  EXPECT_EQ(this->at_.take()[1], "write 5 " + this->text(0));
+  EXPECT_TRUE(this->table_.resolvedEntry(5).has_value());
+}
+
+TYPED_TEST(CommitTest, EachFieldAloneIsAChange) {
+  using Entry = typename TypeParam::Entry;
+  this->at_.synced().replayed();
+  Entry entry;
+  this->table_.entryCommit(5, entry);
+  this->at_.take();
+  Zarn::FieldOps<Entry>::forEach([&](auto const& field) {
+    using Type = std::remove_reference_t<decltype(entry.*field.member)>;
+    // The highest bit: the comparison must cover the whole width.
+    entry.*field.member = static_cast<Type>(Type{1} << (Zarn::FieldType<Type>::bits - 1));
+    this->table_.entryCommit(5, entry);
+    EXPECT_EQ(this->at_.take().size(), 2u) << field.name;
+  });
+}
+
+// The client's reference may lie in the table's own storage, which the commit moves.
+TYPED_TEST(CommitTest, TakesAnEntryOutOfTheTableItself) {
+  this->at_.synced().replayed();
+  for (U32 key = 0; key < 200; ++key) {
+    this->table_.entryCommit(key, this->e(key));
+    this->table_.entryCommit(1000 + key, *this->table_.resolvedEntryMap().lookupNodeG(key)->value_);
+  }
+  for (U32 key = 0; key < 200; ++key) EXPECT_EQ(this->table_.entry(1000 + key), this->e(key));
+}
+
+TYPED_TEST(CommitTest, AKeyMayBeHeldWithoutAValue) {
+  this->at_.synced().replayed();
+  auto& table = this->table_;
+  auto const without = Zarn::Optional<typename TypeParam::Entry>();
+  table.entryCommit(5, this->e(1));
+  this->at_.take();
+
+  table.resolvedKeyPriorIs(SwTable::KeyPrior::value);
+  table.resolvedEntryIs(5, without);
+  EXPECT_EQ(this->at_.take(), (std::vector<std::string>{"tracker 5 userDeactivate", "write 5 -",
+                                                        "published 0x207 5 was " + this->text(1)}));
+  table.resolvedEntryIs(5, without);
+  EXPECT_TRUE(this->at_.take().empty());
+  EXPECT_TRUE(table.entryHas(5));
+  EXPECT_EQ(table.entrys(), 1u);
+  EXPECT_EQ(table.entry(5), this->e(0));
+  EXPECT_FALSE(table.resolvedEntry(5).has_value());
+  EXPECT_FALSE(table.entryIteratorConst());
+  EXPECT_FALSE(table.entryIteratorConst(5));
+
+  table.entryCommit(5, this->e(2));
+  EXPECT_EQ(this->at_.take(),
+            (std::vector<std::string>{"tracker 5 userActivate", "write 5 " + this->text(2),
+                                      "published 0x207 5 was -"}));
+  table.resolvedKeyPriorIs(SwTable::KeyPrior::value);
+  table.resolvedEntryIs(5, without);
+  this->at_.take();
+  table.entryRemove(5);
+  EXPECT_EQ(this->at_.take(), (std::vector<std::string>{"tracker 5 userRemoveInactive", "delete 5",
+                                                        "published 0x207 5 was -"}));
+}
+
+TYPED_TEST(CommitTest, TheExhaustedIndexReachesNoHardware) {
+  this->at_.synced().replayed();
+  this->table_.entryCommit(0xFFFFFFFF, this->e(1));
+  EXPECT_EQ(this->at_.take(), std::vector<std::string>{"published 0x207 4294967295 was -"});
+  this->table_.entryRemove(0xFFFFFFFF);
+  EXPECT_EQ(this->at_.take(),
+            std::vector<std::string>{"published 0x207 4294967295 was " + this->text(1)});
+}
+
+TYPED_TEST(CommitTest, WithoutHooksTheCollectionsWorkAlone) {
+  this->table_.utilIs(nullptr);
+  EXPECT_EQ(this->table_.minIndex(), 0u);
+  EXPECT_EQ(this->table_.maxIndex(), 0xFFFFFFFFu);
+  this->table_.entryCommit(5, this->e(1));
+  EXPECT_EQ(this->at_.take(), std::vector<std::string>{"published 0x207 5 was -"});
+  EXPECT_EQ(this->at_.counted(Asic::ReconciliationStatus::reconcileAdded), 1u);
+  this->table_.entryRemove(5);
+  EXPECT_EQ(this->at_.counted(Asic::ReconciliationStatus::reconcileDeleted), 0u);
+}
+
+TYPED_TEST(CommitTest, QueriesOfUnknownKeysGiveDefaults) {
+  EXPECT_FALSE(this->table_.entryHas(9));
+  EXPECT_EQ(this->table_.entry(9), this->e(0));
+  EXPECT_EQ(this->table_.syncedEntry(9), this->e(0));
+  EXPECT_EQ(this->table_.syncedEntryDel(9), this->e(0));
+  EXPECT_TRUE(this->at_.take().empty());
+  EXPECT_EQ(this->table_.minIndex(), 2u);
+  EXPECT_EQ(this->table_.maxIndex(), 77u);
+}
+
+TYPED_TEST(CommitTest, IteratorsWalkEveryValueOnce) {
+  for (U32 key = 0; key < 100; ++key) this->table_.entryCommit(key, this->e(key + 1));
+  std::map<U32, int> seen;
+  for (auto walk = this->table_.entryIteratorConst(); walk; walk.advance()) {
+    ++seen[walk.key().value()];
+    EXPECT_EQ(walk.entry(), this->e(walk.key().value() + 1));
+    this->table_.entryRemove(walk.key());
+  }
+  EXPECT_EQ(seen.size(), 100u);
+  EXPECT_EQ(this->table_.entrys(), 0u);
+}
+
+TYPED_TEST(CommitTest, SyncedEntriesTellTheirChanges) {
+  auto& table = this->table_;
+  table.syncedEntryIs(5, this->e(1));
+  table.syncedEntryIs(5, this->e(1));
+  table.syncedEntryIs(5, this->e(2));
+  table.syncedEntryDel(5);
+  EXPECT_EQ(this->at_.take(), (std::vector<std::string>{"published 0x209 5 was null",
+                                                        "published 0x209 5 was " + this->text(1),
+                                                        "published 0x209 5 was " + this->text(2)}));
+}
+
+TYPED_TEST(CommitTest, ABrokenLimitStopsTheProcess) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  auto const without = Zarn::Optional<typename TypeParam::Entry>();
+  this->at_.synced().replayed();
+  this->table_.resolvedKeyPriorIs(SwTable::KeyPrior::noKey);
+  EXPECT_DEATH(this->table_.resolvedEntryIs(5, without), "\"false\".*empty value");
+  this->table_.entryCommit(5, this->e(1));
+  this->table_.resolvedKeyPriorIs(SwTable::KeyPrior::noKey);
+  EXPECT_DEATH(this->table_.resolvedEntryDel(5), "\"false\".*prior");
+}
+
+}  // namespace
+}  // namespace Testing

@@ -1,0 +1,197 @@
+// What is particular to single direct tables: field order, text forms, reflection, module data.
+
+#include <gmock/gmock.h>
+
+#include "DirectTables.h"
+#include "platform/vell/Inspect.h"
+
+namespace Testing {
+namespace {
+
+using TessarLoadBalance::DlbControlTable;
+using TessarLoadBalance::DlbEcmpControlTable;
+
+TEST(ControlTables, EntriesCompareInDeclarationOrder) {
+  DlbControlTable::Entry a, b;
+  EXPECT_EQ(a <=> b, 0);
+  a.samplingPeriod = 9;
+  EXPECT_EQ(a <=> b, 1);
+  b.capPortLoadingAverage = true;
+  EXPECT_EQ(a <=> b, -1);
+  a.portLoadingWeight = 0xFFFFFFFF;
+  EXPECT_EQ(a <=> b, 1);
+  EXPECT_TRUE(a);
+  EXPECT_FALSE(DlbControlTable::Entry{});
+  EXPECT_TRUE(a > b);
+}
+
+TEST(ControlTables, TextFormsReadBackWhole) {
+  DlbControlTable::Entry entry;
+  entry.portLoadingWeight = 64;
+  entry.capItmPortQsizeAverage = true;
+  entry.samplingPeriod = 16;
+  auto const text = Zarn::valueToStrep(entry);
+  EXPECT_EQ(text,
+            "TessarLoadBalance::DlbControlTable::Entry{portLoadingWeight:64 totalQsizeWeight:0 "
+            "itmPortQsizeWeight:0 capPortLoadingAverage:false capTotalPortQsizeAverage:false "
+            "capItmPortQsizeAverage:true samplingPeriod:16}");
+  EXPECT_EQ(Zarn::strepToValue<DlbControlTable::Entry>(text), entry);
+
+  struct Case {
+    std::string text, attribute;
+    std::size_t position;
+  };
+  std::string const tag = "TessarLoadBalance::DlbEcmpControlTable::Entry{";
+  for (auto const& each : {
+           Case{tag + "baseEcmpIndex:7 randomSelectionSeed:0x10}x", "value", tag.size() + 41},
+           Case{tag + "baseEcmpIndex:65536 randomSelectionSeed:1}", "baseEcmpIndex",
+                tag.size() + 14},
+           Case{tag + "randomSelectionSeed:1 baseEcmpIndex:1}", "baseEcmpIndex", tag.size()},
+           Case{tag + "baseEcmpIndex:7", "randomSelectionSeed", tag.size() + 15},
+           Case{"", "baseEcmpIndex", 0},
+       }) {
+    try {
+      Zarn::strepToValue<DlbEcmpControlTable::Entry>(each.text);
+      ADD_FAILURE() << each.text;
+    } catch (Vell::RangeException const& error) {
+      EXPECT_EQ(error.attribute(), each.attribute) << each.text;
+      EXPECT_EQ(error.position(), each.position) << each.text;
+    }
+  }
+}
+
+TEST(ControlTables, ReflectionAnswersTheAttributesExactly) {
+  struct Row {
+    U32 id;
+    std::string_view name;
+    Vell::AttributeKind kind;
+    bool isPublic;
+  };
+  using enum Vell::AttributeKind;
+  Row const rows[] = {
+      {0x202, "isOwnedByMergeTable", constant, true},
+      {0x203, "isExternalKeyType", constant, true},
+      {0x204, "setResolvedEntryBlockMetaDataDefinedByUser", constant, true},
+      {0x205, "setResolvedEntryMetaDataDefinedByUser", constant, true},
+      {0x206, "entryHas", operation, true},
+      {0x207, "resolvedEntry", collection, true},
+      {0x208, "entry", collection, true},
+      {0x209, "syncedEntry", collection, true},
+      {0x20a, "entryRemoveAll", operation, true},
+      {0x20b, "minIndex", operation, true},
+      {0x20c, "maxIndex", operation, true},
+      {0x20d, "handleEntry", operation, false},
+      {0x20e, "readAccess", constant, true},
+      {0x20f, "writeAccess", constant, true},
+      {0x210, "entrys", value, true},
+      {0x211, "entryRemove", operation, true},
+      {0x212, "entryCommit", operation, true},
+      {0x213, "util", operation, true},
+      {0x214, "doMountHwTableMountInfo", staticOperation, true},
+      {0x215, "doMountHwTableRecoveryStatus", staticOperation, true},
+      {0x216, "doRecoverHwTable", staticOperation, true},
+      {0x217, "autoCommitSyncedEntries", operation, true},
+      {0x218, "cleanup", operation, false},
+  };
+  auto const table = TessarLoadBalance::dlbControlTableFactory();
+  auto const& type = table->typeData().data();
+  EXPECT_EQ(type.attributes.size(), std::size(rows));
+  for (auto const& row : rows) {
+    auto const* attribute = type.attribute(row.id);
+    ASSERT_TRUE(attribute) << row.name;
+    EXPECT_EQ(attribute->name, row.name);
+    EXPECT_EQ(attribute->kind, row.kind) << row.name;
+    EXPECT_EQ(attribute->access == Vell::AttributeAccess::isPublic, row.isPublic) << row.name;
+  }
+
+  Vell::Inspect inspect(*table);
+  EXPECT_EQ(inspect.get(0x202), Vell::Value(false));
+  EXPECT_EQ(inspect.get(0x203), Vell::Value(false));
+  EXPECT_EQ(inspect.get(0x204), Vell::Value(U64{0}));
+  EXPECT_EQ(inspect.get(0x20e), Vell::Value(false));
+  EXPECT_EQ(inspect.get(0x20f), Vell::Value(true));
+  for (U32 refused : {0x201u, 0x20du, 0x218u, 0x219u, 0x206u})
+    EXPECT_THROW(inspect.get(refused), Vell::InspectError) << refused;
+  EXPECT_THROW(inspect.call(0x20d), Vell::InspectError);
+}
+
+TEST(ControlTables, ReflectionReachesAWholeTable) {
+  auto const& type = TessarLoadBalance::dlbEcmpControlTableFactory()->typeData();
+  auto const node = Vell::inspectMake(type.data());
+  Vell::Inspect table(*node);
+  auto const entry = Vell::inspectMakeValue(*type.module->types()[0]);
+  Vell::Inspect fields(entry);
+  fields.set("baseEcmpIndex", U64{7});
+  EXPECT_THROW(fields.set("baseEcmpIndex", U64{65536}), Vell::InspectError);
+  EXPECT_THROW(fields.set("baseEcmpIndex", true), Vell::InspectError);
+  EXPECT_THROW(fields.set("numDependentFields", U64{1}), Vell::InspectError);
+  EXPECT_EQ(fields.get(0x82), Vell::Value(false));
+  EXPECT_EQ(fields.get(0x84), Vell::Value(U64{7}));
+
+  table.call("entryCommit", std::vector<Vell::Value>{U64{3}, entry});
+  EXPECT_EQ(table.get("entrys"), Vell::Value(U64{1}));
+  EXPECT_EQ(table.call("entryHas", std::vector<Vell::Value>{"0x3"}), Vell::Value(true));
+  EXPECT_EQ(table.figures(0x207).count, 1u);
+  int visited = 0;
+  table.walk("entry", [&](Vell::Value const& key, Vell::Value const& value) {
+    ++visited;
+    EXPECT_EQ(*key.number(), 3u);
+    EXPECT_EQ(Vell::Inspect(*value.record()).get("baseEcmpIndex"), Vell::Value(U64{7}));
+  });
+  EXPECT_EQ(visited, 1);
+  EXPECT_THROW(table.call("entryCommit", std::vector<Vell::Value>{U64{3}}), Vell::InspectError);
+  EXPECT_THROW(table.call("entryCommit", std::vector<Vell::Value>{U64{1} << 32, entry}),
+               Vell::InspectError);
+  EXPECT_THROW(Vell::inspectMake(type.data(), "name", std::vector<Vell::Value>{true}),
+               Vell::InspectError);
+}
+
+TEST(ControlTables, ModulesNumberTheirTypes) {
+  Vell::Ptr<RecordingUtil<DlbControlTable>> const util(new RecordingUtil<DlbControlTable>);
+  auto const table = TessarLoadBalance::dlbControlTableFactory();
+  Vell::Ptr<DlbControlTable::UtilLoader> const loader(new DlbControlTable::UtilLoader("loader"));
+  EXPECT_EQ(table->typeData().number, 3u);
+  EXPECT_EQ(util->typeData().number, 1u);
+  EXPECT_EQ(loader->typeData().number, 2u);
+  EXPECT_EQ(table->typeData().module->name(), "DlbControlSwTable");
+  EXPECT_EQ(util->typeData().data().name, "TessarLoadBalance::DlbControlTable::Util");
+  EXPECT_EQ(loader->prefixPath(), "AsicFeature");
+  EXPECT_EQ(loader->suffixPath(), "TessarLoadBalance::DlbControlTable");
+
+  Vell::Inspect hooks(*util);
+  EXPECT_EQ(hooks.call(0x202), Vell::Value(U64{2}));
+  EXPECT_EQ(hooks.call(0x203), Vell::Value(U64{77}));
+  EXPECT_EQ(hooks.call(0x20b, std::vector<Vell::Value>{U64{0xFFFFFFFF}}),
+            Vell::Value(U64{0xFFFFFFFF}));
+  for (U32 id = 0x201; id < 0x20d; ++id)
+    if (id != 0x202 && id != 0x203 && id != 0x20b) {
+      EXPECT_THROW(hooks.call(id), Vell::InspectError) << id;
+    }
+}
+
+TEST(ControlTables, LoadingAnnouncedEveryTableAndMadeNone) {
+  std::vector<std::string> names;
+  for (auto const* each = Vell::ModuleInspectData::first(); each; each = each->next())
+    names.emplace_back(each->name());
+  EXPECT_THAT(names, ::testing::IsSupersetOf({"DlbControlSwTable", "DlbEcmpControlSwTable"}));
+  EXPECT_TRUE(Zarn::Entity::singletonExists("TessarLoadBalance::DlbControlTable::UtilLoader"));
+  EXPECT_NE(TessarLoadBalance::dlbControlTableFactory(),
+            TessarLoadBalance::dlbControlTableFactory());
+}
+
+TEST(ControlTables, StaticOperationsNameTheirTypes) {
+  Mirel::MountGroup mounts;
+  DlbControlTable::doMountHwTableMountInfo(mounts);
+  DlbControlTable::doMountHwTableRecoveryStatus(mounts);
+  ASSERT_EQ(mounts.mounts().size(), 2u);
+  EXPECT_EQ(mounts.mounts()[0].typeName, "TessarLoadBalance::DlbControlTable::Util");
+  EXPECT_NE(mounts.mounts()[0].path, mounts.mounts()[1].path);
+  Asic::HwTableRecoverGroup group;
+  Mirel::EntityManager manager("leaf");
+  DlbControlTable::doRecoverHwTable(group, Asic::UnitId{1}, manager, Asic::ChipInfo{"sim"});
+  ASSERT_EQ(group.recoveries().size(), 1u);
+  EXPECT_EQ(group.recoveries()[0].typeName, "TessarLoadBalance::DlbControlTable");
+}
+
+}  // namespace
+}  // namespace Testing

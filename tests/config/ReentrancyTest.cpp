@@ -1,0 +1,143 @@
+// Watchers and hooks that call back into the table that is calling them.
+
+#include <random>
+
+#include "DirectTables.h"
+
+namespace Testing {
+namespace {
+
+template <class T>
+class ReentrancyTest : public DirectTableSuite<T> {};
+TYPED_TEST_SUITE(ReentrancyTest, DirectTables);
+
+TYPED_TEST(ReentrancyTest, AWatcherCommitsRemovesAndWalksDuringEveryPublication) {
+  auto& table = this->table_;
+  this->at_.synced().replayed();
+  int depth = 0;
+  auto const walk = [&] {
+    U32 keys = 0;
+    for (auto each = table.entryIteratorConst(); each; each.advance()) ++keys;
+    EXPECT_EQ(keys, table.entrys());
+  };
+  auto const watching = table.publisher()->watch(Vell::Publisher::everyField, [&](auto& change) {
+    if (++depth < 4) {
+      U32 const key = change.template keyAs<Asic::SwTableBase::Index>().value();
+      table.entryCommit(key + 1000, this->e(static_cast<U64>(depth)));
+      table.entryRemove(key / 2);
+      walk();
+    }
+    --depth;
+  });
+  for (U32 key = 0; key < 300; ++key) table.entryCommit(key, this->e(key));
+  for (U32 key = 0; key < 300; key += 2) table.entryRemove(key);
+  walk();
+  for (auto const& [key, row] : this->at_.util->rows) EXPECT_EQ(table.resolvedEntry(key), row);
+  EXPECT_EQ(this->at_.util->rows.size(), table.entrys());
+}
+
+// `entryRemoveAll` sets the prior once for all keys: what a watcher does in between must not undo
+// that.
+TYPED_TEST(ReentrancyTest, RemovingAllSurvivesCommitsFromItsPublications) {
+  auto& table = this->table_;
+  this->at_.synced().replayed();
+  for (U32 key = 0; key < 100; ++key) table.entryCommit(key, this->e(1));
+  U32 commits = 0;
+  auto const watching = table.publisher()->watch(0x207, [&](auto&) {
+    if (commits < 50) table.entryCommit(2000 + commits++, this->e(1));
+  });
+  table.entryRemoveAll();
+  EXPECT_EQ(this->at_.util->rows.size(), table.entrys());
+  for (U32 key = 0; key < 100; ++key) EXPECT_FALSE(table.entryHas(key));
+}
+
+TYPED_TEST(ReentrancyTest, ThePurgeSurvivesCommitsAndRemovalsFromItsPublications) {
+  auto& table = this->table_;
+  for (U32 key = 0; key < 100; ++key) this->at_.holding({{key, this->e(key)}});
+  this->at_.synced();
+  table.doInitComplete();
+  for (U32 key = 0; key < 100; key += 3) table.entryCommit(key, this->e(7));
+  auto const watching = table.publisher()->watch(0x209, [&](auto& change) {
+    U32 const key = change.template keyAs<Asic::SwTableBase::Index>().value();
+    table.entryCommit(500 + key, this->e(1));
+    table.entryRemove(500 + key / 2);
+  });
+  table.purgeStaleEntries();
+  EXPECT_FALSE(table.reconcilingEntry());
+  for (auto const& [key, row] : this->at_.util->rows) EXPECT_EQ(table.resolvedEntry(key), row);
+  EXPECT_EQ(this->at_.util->rows.size(), table.entrys());
+}
+
+TYPED_TEST(ReentrancyTest, HooksMayCallTheTable) {
+  auto& table = this->table_;
+  for (U32 key = 0; key < 60; ++key) this->at_.holding({{key, this->e(key)}});
+  this->at_.synced();
+  int depth = 0;
+  U32 next = 100;
+  this->at_.util->onEvent = [&](std::string const& event) {
+    if (depth != 0 || event.starts_with("published")) return;
+    ++depth;
+    ++next;
+    table.entryCommit(next % 300, this->e(next));
+    table.entryRemove((next * 7) % 300);
+    --depth;
+  };
+  for (U32 key = 0; key < 100; ++key) table.entryCommit(key, this->e(key + key % 2));
+  for (U32 key = 0; key < 50; ++key) table.entryRemove(key);
+  this->at_.util->onEvent = nullptr;
+  table.doInitComplete();
+  table.purgeStaleEntries();
+  for (auto const& [key, row] : this->at_.util->rows) EXPECT_EQ(table.resolvedEntry(key), row);
+}
+
+TYPED_TEST(ReentrancyTest, TheLastUseOfTheTableMayGoInsideItsPublication) {
+  this->at_.synced().replayed();
+  auto const live = TypeParam::memAllocationTracker_.live();
+  auto* const table = this->at_.table.get();
+  bool dropped = false;
+  this->at_.subscriptions.push_back(table->publisher()->watch(0x207, [&](auto&) {
+    if (std::exchange(dropped, true)) return;
+    this->at_.table = nullptr;
+  }));
+  table->entryCommit(5, this->e(1));
+  EXPECT_TRUE(dropped);
+  EXPECT_EQ(TypeParam::memAllocationTracker_.live(), live - 1);
+  EXPECT_TRUE(this->at_.util->rows.empty());
+}
+
+// Random commits, removals and restarts: hardware and collection agree with a plain map throughout.
+TYPED_TEST(ReentrancyTest, RandomOperationsAgreeWithAPlainMap) {
+  std::mt19937 random(20261122);
+  std::map<U32, U64> wanted;
+  std::map<typename TypeParam::Key, Zarn::Optional<typename TypeParam::Entry>> hardware;
+  for (int restart = 0; restart < 20; ++restart) {
+    Recorded<TypeParam> run(this->make());
+    run.util->rows = hardware;
+    run.synced();
+    for (auto const& [key, n] : wanted)
+      if (random() % 10 != 0) run.table->entryCommit(key, this->e(n));
+    std::erase_if(wanted, [&](auto& each) { return !run.table->entryHas(each.first); });
+    run.replayed();
+    for (int step = 0; step < 500; ++step) {
+      U32 const key = random() % 200;
+      if (random() % 3 == 0) {
+        run.table->entryRemove(key);
+        wanted.erase(key);
+      } else {
+        wanted[key] = random() % 5;
+        run.table->entryCommit(key, this->e(wanted[key]));
+      }
+    }
+    ASSERT_EQ(run.util->rows.size(), wanted.size());
+    for (auto const& [key, n] : wanted) {
+      ASSERT_EQ(run.util->rows[key], this->e(n)) << key;
+      ASSERT_EQ(run.uses(key).users, 1u) << key;
+    }
+    hardware = run.util->rows;
+    run.util->rows.clear();
+    run.table->utilIs(nullptr);  // a warm exit: the end of the process touches no hardware
+  }
+}
+
+}  // namespace
+}  // namespace Testing
