@@ -1,0 +1,121 @@
+// Packed rows: an entry as the bits of one hardware row, worked out from its field list.
+//
+// Bit n of a row is bit n % 8 of byte n / 8. Bit 0 says that the row is valid; the fields follow in
+// list order, each with its lowest bit first and with nothing between them; the bits behind the
+// last field are 0.
+//
+// A field type beyond numbers and truth values brings a specialisation of `FieldCodec`.
+
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <concepts>
+#include <span>
+#include <type_traits>
+
+#include "chips/sim/Fingerprint.h"
+#include "platform/zarn/Fields.h"
+
+namespace Sim {
+
+/// Appends numbers to a row of zeros.
+class BitWriter {
+ public:
+  explicit BitWriter(std::span<U8> row) : row_(row) {}
+
+  void put(U64 value, U32 bits) {
+    for (U32 done = 0, taken; done < bits; done += taken, at_ += taken) {
+      taken = std::min(8 - at_ % 8, bits - done);
+      auto const part = value >> done & ((1U << taken) - 1);
+      row_[at_ / 8] = static_cast<U8>(row_[at_ / 8] | part << at_ % 8);
+    }
+  }
+
+ private:
+  std::span<U8> row_;
+  U32 at_ = 0;
+};
+
+/// Takes the numbers out again, in the order in which they were put.
+class BitReader {
+ public:
+  explicit BitReader(std::span<U8 const> row) : row_(row) {}
+
+  U64 take(U32 bits) {
+    U64 value = 0;
+    for (U32 done = 0, taken; done < bits; done += taken, at_ += taken) {
+      taken = std::min(8 - at_ % 8, bits - done);
+      auto const part = static_cast<U64>(row_[at_ / 8] >> at_ % 8) & ((1U << taken) - 1);
+      value |= part << done;
+    }
+    return value;
+  }
+
+ private:
+  std::span<U8 const> row_;
+  U32 at_ = 0;
+};
+
+/// How a field lies in a row: its width, and both directions.
+template <class Member>
+struct FieldCodec;
+
+template <std::unsigned_integral Member>
+struct FieldCodec<Member> {
+  static constexpr U32 bits = Zarn::FieldType<Member>::bits;
+  static void pack(BitWriter& row, Member value) { row.put(value, bits); }
+  static void unpack(BitReader& row, Member& value) { value = static_cast<Member>(row.take(bits)); }
+};
+
+inline bool isValidRow(std::span<U8 const> row) { return (row[0] & 1) != 0; }
+
+template <class Entry>
+class RowCodec {
+  template <class Field>
+  using CodecOf = FieldCodec<typename std::remove_cvref_t<Field>::Type>;
+
+  static constexpr U32 bits_ = [] {
+    U32 bits = 1;
+    Zarn::FieldOps<Entry>::forEach(
+        [&](auto const& each) { bits += CodecOf<decltype(each)>::bits; });
+    return bits;
+  }();
+
+ public:
+  static constexpr U32 bytes = (bits_ + 7) / 8;
+  using Row = std::array<U8, bytes>;
+  /// Differs when a row would have to be read differently: other fields, widths or order.
+  static constexpr U64 fingerprint = [] {
+    Fingerprint print;
+    Zarn::FieldOps<Entry>::forEach([&](auto const& each) {
+      print.mix(each.name);
+      print.mix(U64{CodecOf<decltype(each)>::bits});
+    });
+    return print.value();
+  }();
+
+  /// A valid row with every field 0.
+  static Row blank() { return {1}; }
+
+  static Row pack(Entry const& entry) {
+    Row row{};
+    BitWriter writer(row);
+    writer.put(1, 1);
+    Zarn::FieldOps<Entry>::forEach(
+        [&](auto const& each) { CodecOf<decltype(each)>::pack(writer, entry.*each.member); });
+    return row;
+  }
+
+  /// The entry of a valid row of `bytes` bytes.
+  static Entry unpack(std::span<U8 const> row) {
+    Entry entry;
+    BitReader reader(row);
+    reader.take(1);
+    Zarn::FieldOps<Entry>::forEach(
+        [&](auto const& each) { CodecOf<decltype(each)>::unpack(reader, entry.*each.member); });
+    return entry;
+  }
+};
+
+}  // namespace Sim

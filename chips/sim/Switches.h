@@ -1,0 +1,29 @@
+// The fault switches: ways to make the chip behave badly on purpose.
+
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+
+#include "platform/vell/Types.h"
+
+namespace Sim {
+
+struct Switches {
+  struct RowAddress {
+    std::string table;  ///< qualified name, or what stands behind its last "::"
+    U64 row;
+  };
+
+  /// freeze-after=N: operations after the N-th since opening are lost without a word.
+  std::optional<U64> freezeAfter;
+  /// flip-row=TABLE:ROW: opening flips the lowest bit of the first field of that valid row.
+  std::optional<RowAddress> flipRow;
+};
+
+/// Throws `std::runtime_error` that names the first unknown switch or malformed
+/// value, and what there is.
+Switches switchesOf(std::map<std::string, std::string> const& given);
+
+}  // namespace Sim
