@@ -1,0 +1,176 @@
+#include "agent/Commands.h"
+
+#include <fmt/format.h>
+
+#include <memory>
+
+#include "agent/Contents.h"
+#include "agent/Differences.h"
+#include "agent/Session.h"
+#include "agent/Summary.h"
+#include "agent/Tracing.h"
+#include "agent/Words.h"
+#include "platform/fennlog/Fennlog.h"
+
+namespace DlbAgent {
+namespace {
+
+using Access = Asic::Chip::Access;
+using nlohmann::ordered_json;
+
+/// Prints the one form that is wanted; the other is not made.
+template <class Json, class Text>
+void print(Options const& options, Json const& json, Text const& text) {
+  if (options.format == Options::Format::json)
+    fmt::print("{}\n", json().dump(2));
+  else
+    fmt::print("{}", text());
+}
+
+/// What every command on tables begins with.
+struct Agent {
+  explicit Agent(Options const& theOptions) : options(theOptions) {
+    traceIs(options.traces, catalogue);
+    session = std::make_unique<Session>(catalogue, options.chip);
+  }
+
+  Configuration configuration() const {
+    return Configuration::fromFile(options.configuration, catalogue, session->limitsOf());
+  }
+
+  /// The message ring is started here and not before, so that a run that comes to nothing does not
+  /// push the messages of an earlier one aside. It stays until the process ends.
+  void open(Access access) const {
+    if (!options.messages.empty()) {
+      static auto const ring = Fennlog::Handle::inFile(options.messages);
+      Fennlog::defaultHandleIs(ring.get());
+    }
+    session->open({.hardware = options.hardware,
+                   .access = access,
+                   .crashAfter = options.crashAfter,
+                   .switches = options.chipSwitches});
+  }
+
+  void warnOfTablesWithoutHardware(Configuration const& wanted) const {
+    for (auto const& table : session->tables())
+      if (auto const entries = wanted.of(table.type()).size(); entries > 0 && !table.hasHardware())
+        fmt::print(stderr,
+                   "dlb-agent: warning: chip \"{}\" has no hardware for {}: {} nowhere else\n",
+                   options.chip, table.type().name(),
+                   counted(entries, "entry is in software and", "entries are in software and"));
+  }
+
+  /// What a replay of the configuration does, to the hardware or to a copy of it. The report is
+  /// about the tables of this agent, and of no use after it.
+  Report replayed(Access access) const {
+    auto const wanted = configuration();
+    open(access);
+    warnOfTablesWithoutHardware(wanted);
+    return session->replay(wanted);
+  }
+
+  Options const& options;
+  Catalogue const catalogue;
+  std::unique_ptr<Session> session;
+};
+
+ordered_json summaryWithChanges(Report const& report) {
+  auto json = summaryJson(report);
+  json["changes"] = changesJson(report);
+  return json;
+}
+
+/// The changes if there are any, then the summary.
+std::string changesAndSummary(Report const& report, Mood mood) {
+  auto const changes = changesText(report);
+  return changes + (changes.empty() ? "" : "\n") + summaryText(report, mood);
+}
+
+}  // namespace
+
+int runCommand(Options const& options) {
+  Agent const agent(options);
+  auto const report = agent.replayed(Access::live);
+  print(
+      options, [&] { return summaryJson(report); },
+      [&] { return summaryText(report, Mood::done); });
+  return exitFine;
+}
+
+int planCommand(Options const& options) {
+  Agent const agent(options);
+  auto report = agent.replayed(Access::copy);
+  std::erase_if(report.changes,
+                [](auto const& each) { return each.kind == Change::Kind::homeless; });
+  print(
+      options, [&] { return summaryWithChanges(report); },
+      [&] { return changesAndSummary(report, Mood::wouldBe); });
+  auto const totals = report.totals();
+  return totals.hardwareWrites + totals.hardwareDeletes == 0 ? exitFine : exitWouldChange;
+}
+
+int checkCommand(Options const& options) {
+  Agent const agent(options);
+  auto const report = agent.replayed(Access::copy);
+  bool const equal = report.changes.empty();
+  auto const json = [&] {
+    return ordered_json{{"equal", equal}, {"differences", differencesJson(report)}};
+  };
+  auto const text = [&] {
+    return equal ? fmt::format("The hardware holds what \"{}\" asks.\n", options.configuration)
+                 : fmt::format("{}\nThe hardware does not hold what \"{}\" asks: {}.\n",
+                               differencesText(report), options.configuration,
+                               counted(report.changes.size(), "entry differs", "entries differ"));
+  };
+  print(options, json, text);
+  return equal ? exitFine : exitProblem;
+}
+
+int showCommand(Options const& options) {
+  Agent const agent(options);
+  auto const* const only = options.table.empty() ? nullptr : &agent.catalogue.get(options.table);
+  agent.open(Access::copy);
+  auto tables = ordered_json::object();
+  std::string text;
+  for (auto const& table : agent.session->tables()) {
+    if (only && only != &table.type()) continue;
+    auto const rows = table.held();
+    tables[std::string(table.type().name())] = rowsJson(table.type(), rows);
+    text += (text.empty() ? "" : "\n") + rowsText(table.type(), rows);
+  }
+  print(
+      options,
+      [&] {
+        return ordered_json{{"tables", tables}};
+      },
+      [&] { return text; });
+  return exitFine;
+}
+
+int clearCommand(Options const& options) {
+  Agent const agent(options);
+  agent.open(Access::live);
+  auto const report = agent.session->replay({});
+  print(
+      options, [&] { return summaryWithChanges(report); },
+      [&] { return changesAndSummary(report, Mood::done); });
+  return exitFine;
+}
+
+int journalCommand(Options const& options) {
+  Agent const agent(options);
+  agent.open(Access::copy);
+  auto const journal = agent.session->chip().journal(options.most);
+  print(
+      options, [&] { return journalJson(journal); }, [&] { return journalText(journal); });
+  return exitFine;
+}
+
+int messagesCommand(Options const& options) {
+  auto const messages = Fennlog::readFile(options.messageFile);
+  print(
+      options, [&] { return messagesJson(messages); }, [&] { return messagesText(messages); });
+  return exitFine;
+}
+
+}  // namespace DlbAgent

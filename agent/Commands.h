@@ -1,0 +1,43 @@
+// What each command does. A command prints to standard output, gives the exit code, and throws when
+// it cannot do what it was asked.
+
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "platform/vell/Types.h"
+
+namespace DlbAgent {
+
+/// What the command line said.
+struct Options {
+  enum class Format { text, json };
+
+  std::string chip = "sim";
+  std::string hardware = "dlb-hardware.sim";
+  std::map<std::string, std::string> chipSwitches;
+  Format format = Format::text;
+  std::vector<std::string> traces;
+  std::string messages;  ///< where the message ring goes; empty: in memory only
+
+  std::string configuration;
+  std::string table;  ///< the one to show; empty: all
+  std::string messageFile;
+  U64 most = 20;
+  U64 crashAfter = 0;
+};
+
+/// The exit codes, by what they say.
+enum ExitCode : int { exitFine = 0, exitProblem = 1, exitWouldChange = 2 };
+
+int runCommand(Options const& options);
+int planCommand(Options const& options);
+int checkCommand(Options const& options);
+int showCommand(Options const& options);
+int clearCommand(Options const& options);
+int journalCommand(Options const& options);
+int messagesCommand(Options const& options);
+
+}  // namespace DlbAgent

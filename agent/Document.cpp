@@ -1,0 +1,163 @@
+#include "agent/Document.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cctype>
+#include <nlohmann/json.hpp>
+#include <set>
+
+namespace DlbAgent {
+namespace {
+
+using nlohmann::json;
+
+/// Deeper than any configuration, and shallow enough to be walked by recursion.
+constexpr std::size_t deepest = 64;
+
+/// A container that is being read, and the key whose value comes next.
+struct Open {
+  JsonValue::Content content;
+  std::set<std::string, std::less<>> keys;
+  std::string key;
+};
+
+std::string lineAndColumn(std::string_view text, std::size_t position) {
+  auto const before = text.substr(0, std::min(position ? position - 1 : 0, text.size()));
+  auto const lines = std::ranges::count(before, '\n');
+  auto const column = before.size() - (lines ? before.rfind('\n') + 1 : 0);
+  return fmt::format("line {}, column {}", lines + 1, column + 1);
+}
+
+/// The parser's words without its own names and its own place.
+std::string_view withoutPreamble(std::string_view what) {
+  auto const skip = [&](std::string_view until, std::size_t from) {
+    auto const found = what.find(until, from);
+    if (found != what.npos) what.remove_prefix(found + until.size());
+  };
+  skip("] ", 0);
+  if (what.starts_with("parse error")) skip(": ", 0);
+  return what;
+}
+
+class Builder : public nlohmann::json_sax<json> {
+ public:
+  Builder(std::string_view text, Problems& problems) : text_(text), problems_(problems) {}
+
+  JsonValue root;
+
+  bool null() override { return add(JsonValue()); }
+  bool boolean(bool value) override { return add(JsonValue(value)); }
+  bool number_integer(number_integer_t value) override {
+    if (value >= 0) return add(JsonValue(static_cast<U64>(value)));
+    return add(JsonValue(JsonValue::OddNumber{std::to_string(value)}));
+  }
+  bool number_unsigned(number_unsigned_t value) override { return add(JsonValue(U64{value})); }
+  bool number_float(number_float_t, string_t const& text) override {
+    return add(JsonValue(JsonValue::OddNumber{text}));
+  }
+  bool string(string_t& value) override { return add(JsonValue(std::move(value))); }
+  bool binary(binary_t&) override { return false; }  // not in texts
+  bool start_object(std::size_t) override { return open(JsonValue::Object()); }
+  bool start_array(std::size_t) override { return open(JsonValue::List()); }
+  bool end_object() override { return close(); }
+  bool end_array() override { return close(); }
+
+  bool key(string_t& name) override {
+    auto& object = open_.back();
+    object.key = name;
+    if (!object.keys.insert(std::move(name)).second)
+      problems_.add(path(), "stands here more than once; keep one of them");
+    return true;
+  }
+
+  bool parse_error(std::size_t position, std::string const&,
+                   json::exception const& error) override {
+    problems_.add(lineAndColumn(text_, position), withoutPreamble(error.what()));
+    return false;
+  }
+
+ private:
+  bool open(JsonValue::Content content) {
+    if (open_.size() == deepest) {
+      problems_.add(path(), fmt::format("lies deeper than {} levels", deepest));
+      return false;
+    }
+    open_.push_back({std::move(content), {}, {}});
+    return true;
+  }
+
+  bool close() {
+    JsonValue closed(std::move(open_.back().content));
+    open_.pop_back();
+    return add(std::move(closed));
+  }
+
+  bool add(JsonValue value) {
+    if (open_.empty())
+      root = std::move(value);
+    else if (auto* object = std::get_if<JsonValue::Object>(&open_.back().content))
+      object->push_back({open_.back().key, std::move(value)});
+    return true;
+  }
+
+  std::string path() const {
+    std::string path;
+    for (auto const& each : open_)
+      if (std::holds_alternative<JsonValue::Object>(each.content)) path = pathTo(path, each.key);
+    return path;
+  }
+
+  std::string_view text_;
+  Problems& problems_;
+  std::vector<Open> open_;
+};
+
+/// A text in quotes, on one line and no longer than one.
+std::string inQuotes(std::string_view text) {
+  constexpr std::size_t most = 60;
+  auto const cut =
+      text.size() > most ? std::string(text.substr(0, most)) + "..." : std::string(text);
+  return json(cut).dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+struct Describer {
+  std::string operator()(JsonValue::Null) const { return "null"; }
+  std::string operator()(JsonValue::List) const { return "a list"; }
+  std::string operator()(JsonValue::Object const&) const { return "an object"; }
+  std::string operator()(bool value) const { return value ? "true" : "false"; }
+  std::string operator()(U64 value) const { return std::to_string(value); }
+  std::string operator()(JsonValue::OddNumber const& number) const { return number.text; }
+  std::string operator()(std::string const& text) const { return inQuotes(text); }
+};
+
+}  // namespace
+
+void Problems::add(std::string_view path, std::string_view text) {
+  lines_.push_back(path.empty() ? std::string(text) : fmt::format("{}: {}", path, text));
+}
+
+std::string pathTo(std::string_view path, std::string_view key) {
+  auto const plain = [](char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-' || c == ':';
+  };
+  auto const step =
+      !key.empty() && std::ranges::all_of(key, plain) ? std::string(key) : inQuotes(key);
+  return path.empty() ? step : fmt::format("{}.{}", path, step);
+}
+
+// Out of line, where a member is a whole type.
+JsonValue::JsonValue(Content content) : content_(std::move(content)) {}
+JsonValue::JsonValue(JsonValue&&) noexcept = default;
+JsonValue& JsonValue::operator=(JsonValue&&) noexcept = default;
+JsonValue::~JsonValue() = default;
+
+std::string JsonValue::described() const { return std::visit(Describer(), content_); }
+
+std::optional<JsonValue> readJson(std::string_view text, Problems& problems) {
+  Builder builder(text, problems);
+  if (!json::sax_parse(text.begin(), text.end(), &builder)) return {};
+  return std::move(builder.root);
+}
+
+}  // namespace DlbAgent

@@ -1,0 +1,24 @@
+// One entry of a configuration, read by the reflection data of its class; and keys that are texts.
+
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "agent/Catalogue.h"
+#include "agent/Document.h"
+#include "agent/Row.h"
+
+namespace DlbAgent {
+
+/// The entry that `value` describes. Adds a problem for each field that is unknown or does not fit;
+/// the entry is then of no use.
+Vell::Record readEntry(TableType const& table, std::string const& path, JsonValue const& value,
+                       Problems& problems);
+
+/// The key of that text, in the form that the table itself gives it; a problem and none if the
+/// table cannot read it.
+std::optional<Key> readTextKey(TableType const& table, std::string const& path,
+                               std::string const& text, Problems& problems);
+
+}  // namespace DlbAgent

@@ -1,0 +1,5 @@
+#include "agent/CommandLine.h"
+
+int main(int argumentCount, char** arguments) {
+  return DlbAgent::commandLine(argumentCount, arguments);
+}

@@ -1,0 +1,62 @@
+#include "agent/Session.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+
+#include "agent/Failure.h"
+#include "platform/plugin/Registry.h"
+
+namespace DlbAgent {
+
+Vell::Ptr<Asic::Chip> chipNamed(std::string const& name) {
+  using Asic::Chip;
+  Plugin::loadAll(Chip::prefix);
+  if (auto const made = Plugin::make(name, Chip::prefix, Chip::feature))
+    return static_cast<Chip*>(made.get());
+
+  auto const found = Plugin::chipsWith(Chip::prefix, Chip::feature);
+  std::vector<std::string> lines{fmt::format("no chip \"{}\"", name)};
+  lines.push_back(
+      found.empty()
+          ? "no chips were found; set DLB_PLUGIN_PATH to the folder that plug-ins lie in"
+          : fmt::format("chips found: {}; choose one with --chip", fmt::join(found, ", ")));
+  lines.push_back(fmt::format("folders searched: {}", fmt::join(Plugin::searchPath(), ", ")));
+  for (auto const& problem : Plugin::problems())
+    lines.push_back(fmt::format("refused {}: {}", problem.file, problem.text));
+  throw Failure(std::move(lines));
+}
+
+Session::Session(Catalogue const& catalogue, std::string const& chipName)
+    : chip_(chipNamed(chipName)) {
+  for (auto const& type : catalogue.tables()) tables_.emplace_back(type, chipName);
+}
+
+LimitsOf Session::limitsOf() const {
+  return [this](TableType const& type) {
+    return std::ranges::find(tables_, &type, [](auto const& each) { return &each.type(); })
+        ->limits();
+  };
+}
+
+void Session::open(Asic::Chip::Options const& options) {
+  chip_->open(options);
+  for (auto& table : tables_) table.start(chip_);
+}
+
+// Nothing stale is deleted before everything wanted is in place.
+Report Session::replay(Configuration const& wanted) {
+  for (auto& table : tables_) table.replay(wanted.of(table.type()));
+  for (auto& table : tables_) table.replayEnded();
+  for (auto& table : tables_) table.purge();
+
+  Report report;
+  for (auto const& table : tables_) {
+    report.tables.push_back({&table.type(), table.figures(*chip_)});
+    std::ranges::move(table.changes(), std::back_inserter(report.changes));
+  }
+  return report;
+}
+
+}  // namespace DlbAgent

@@ -1,0 +1,47 @@
+// All tables on one chip: an agent's life, as far as the hardware sees it.
+//
+//   Session session(catalogue, "sim");             tables and hooks are there, nothing is opened
+//   auto wanted = Configuration::fromFile(file, catalogue, session.limitsOf());
+//   session.open(options);                         the hardware has been read
+//   auto report = session.replay(wanted);          the hardware holds what is wanted
+//
+// The tables stay as they are when a session ends, and so does the hardware:
+// LiveTable.cpp tells how.
+//
+// Threading: one thread.
+
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "agent/LiveTable.h"
+
+namespace DlbAgent {
+
+class Session {
+ public:
+  /// Throws a `Failure` that tells what there is if no plug-in brings that chip. `catalogue`
+  /// outlives the session.
+  Session(Catalogue const& catalogue, std::string const& chipName);
+
+  LimitsOf limitsOf() const;
+  std::vector<LiveTable> const& tables() const { return tables_; }
+  Asic::Chip const& chip() const { return *chip_; }
+
+  /// Opens the chip and reads its tables. Throws what the chip throws; nothing is touched then.
+  void open(Asic::Chip::Options const& options);
+  /// Brings the hardware to what is wanted: writes what is missing or different,
+  /// then deletes the rest.
+  Report replay(Configuration const& wanted);
+
+ private:
+  std::vector<LiveTable> tables_;
+  Vell::Ptr<Asic::Chip> chip_;
+};
+
+/// The chip of that name. Throws a `Failure` that names the chips found, the folders searched, and
+/// the plug-ins refused.
+Vell::Ptr<Asic::Chip> chipNamed(std::string const& name);
+
+}  // namespace DlbAgent

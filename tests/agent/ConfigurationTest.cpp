@@ -1,0 +1,136 @@
+// Configurations that are wrong: each is refused with all of its errors, and nothing is touched.
+
+#include "AgentProcess.h"
+
+namespace {
+
+struct Broken {
+  char const* name;
+  std::string text;
+  std::vector<std::string> errors;  ///< each line behind the name of the file, as it begins
+
+  friend void PrintTo(Broken const& broken, std::ostream* out) { *out << broken.name; }
+};
+
+std::string control(std::string const& entries) {
+  return R"({"tables": {"DlbControlTable": {)" + entries + "}}}";
+}
+std::string control0(std::string const& fields) { return control(R"("0": {)" + fields + "}"); }
+
+std::string const at = "tables.DlbControlTable.";
+std::string const at0 = at + "0.";
+
+std::vector<Broken> const brokenOnes{
+    {"emptyFile", "", {"line 1, column 1: syntax error while parsing value - unexpected end"}},
+    {"syntax",
+     "{\"tables\": {\n  \"DlbControlTable\": }\n}",
+     {"line 2, column 22: syntax error while parsing value - unexpected '}'"}},
+    {"leftOver", "{} {}", {"line 1, column 4: syntax error while parsing value"}},
+    {"unfinished", "{\"tables\": {", {"line 1, column 13: syntax error"}},
+    {"numberBeyondAll", control0(R"("samplingPeriod": 1e999)"), {"line 1, column "}},
+    {"nested", std::string(100000, '['), {"lies deeper than 64 levels"}},
+    {"nestedBelowAName", "{\"a\": " + std::string(100, '['), {"a: lies deeper than 64 levels"}},
+    {"noObject", "[]", {"must be an object of sections, not a list"}},
+    {"sections",
+     R"({"table": {}, "blocks": {}})",
+     {"table: no such section; did you mean \"tables\"?",
+      "blocks: no such section; there are: tables"}},
+    {"tablesNoObject", R"({"tables": 5})", {"tables: must be an object of tables by name, not 5"}},
+    {"unknownTables",
+     R"({"tables": {"DlbControlTabel": {}, "Weights": {"0": 5}}})",
+     {"tables.DlbControlTabel: no such table; did you mean \"DlbControlTable\"?",
+      "tables.Weights: no such table; there are: DlbControlTable, DlbEcmpControlTable"}},
+    {"tableByTwoNames",
+     R"({"tables": {"DlbControlTable": {}, "TessarLoadBalance::DlbControlTable": {"16": {}}}})",
+     {"tables.TessarLoadBalance::DlbControlTable: is the same table as \"DlbControlTable\"; keep "
+      "one",
+      "tables.TessarLoadBalance::DlbControlTable.16: the highest index is 15"}},
+    {"tableNoObject",
+     R"({"tables": {"DlbControlTable": null}})",
+     {"tables.DlbControlTable: must be an object of entries by index, not null"}},
+    {"badIndices",
+     control(
+         R"("x": {}, "-1": {}, "": {}, "1 ": {}, "0x": {}, "16": {}, "99999999999999999999": {})"),
+     {at + "x: is no index; an index is a number", at + "-1: is no index", at + "\"\": is no index",
+      at + "\"1 \": is no index", at + "0x: is no index", at + "16: the highest index is 15",
+      at + "99999999999999999999: the highest index is 15"}},
+    {"oneIndexByTwoTexts",
+     control(R"("1": {}, "0x1": {}, "01": {"nothing": 1})"),
+     {at + "0x1: is the same key as \"1\"; keep one of them",
+      at + "01.nothing: no such field; there are: portLoadingWeight, ",
+      at + "01: is the same key as \"1\"; keep one of them"}},
+    {"duplicateKeys",
+     R"({"tables": {}, "tables": {"DlbControlTable": {"0": {"samplingPeriod": 1, "samplingPeriod": 2},
+         "0": {}}}, "x": {"a b": 1, "a b": 2}})",
+     {"tables: stands here more than once; keep one of them",
+      at0 + "samplingPeriod: stands here more than once", at + "0: stands here more than once",
+      "x.\"a b\": stands here more than once", "x: no such section"}},
+    {"entryNoObject",
+     control(R"("0": [], "1": "text")"),
+     {at + "0: must be an object of fields, not a list",
+      at + "1: must be an object of fields, not \"text\""}},
+    {"unknownField",
+     control0(R"("portloadingWeigth": 5, "seed": 1)"),
+     {at0 + "portloadingWeigth: no such field; did you mean \"portLoadingWeight\"?",
+      at0 + "seed: no such field; there are: portLoadingWeight, totalQsizeWeight, "}},
+    {"tooLarge",
+     R"({"tables": {"DlbEcmpControlTable": {"0": {"baseEcmpIndex": 65536}},
+         "DlbControlTable": {"0": {"portLoadingWeight": 4294967296, "totalQsizeWeight": "0x100000000",
+         "itmPortQsizeWeight": 99999999999999999999, "samplingPeriod": "99999999999999999999"}}}})",
+     {"tables.DlbEcmpControlTable.0.baseEcmpIndex: 65536 does not fit in 16 bits; the largest "
+      "value is "
+      "65535",
+      at0 +
+          "portLoadingWeight: 4294967296 does not fit in 32 bits; the largest value is 4294967295",
+      at0 + "totalQsizeWeight: 4294967296 does not fit in 32 bits",
+      at0 + "itmPortQsizeWeight: 99999999999999999999 does not fit in 32 bits",
+      at0 + "samplingPeriod: 99999999999999999999 does not fit in 32 bits"}},
+    {"noWholeNumber",
+     control0(R"("portLoadingWeight": -1, "totalQsizeWeight": 1.5, "itmPortQsizeWeight": 1e3,
+                 "samplingPeriod": -0.5)"),
+     {at0 + "portLoadingWeight: -1 is negative", at0 + "totalQsizeWeight: 1.5 is no whole number",
+      at0 + "itmPortQsizeWeight: 1e3 is no whole number",
+      at0 + "samplingPeriod: -0.5 is negative"}},
+    {"noNumber",
+     control0(R"("portLoadingWeight": "many", "totalQsizeWeight": true, "itmPortQsizeWeight": null,
+                 "samplingPeriod": "-1")"),
+     {at0 + "portLoadingWeight: \"many\" is no number; write it as 64, \"64\" or \"0x40\"",
+      at0 + "totalQsizeWeight: must be a number, not true",
+      at0 + "itmPortQsizeWeight: must be a number, not null",
+      at0 + "samplingPeriod: \"-1\" is no number"}},
+    {"noTruth",
+     control0(R"("capPortLoadingAverage": 1, "capTotalPortQsizeAverage": "true",
+                 "capItmPortQsizeAverage": {})"),
+     {at0 + "capPortLoadingAverage: must be true or false, not 1",
+      at0 + "capTotalPortQsizeAverage: must be true or false, not \"true\"",
+      at0 + "capItmPortQsizeAverage: must be true or false, not an object"}},
+    {"allAtOnce",
+     R"({"tables": {"DlbControlTable": {"77": {"nothing": 1}, "0": {"samplingPeriod": -1}}, "No": 1},
+         "section\n": 1})",
+     {at + "77: the highest index is 15", at + "77.nothing: no such field",
+      at0 + "samplingPeriod: -1", "tables.No: no such table", "\"section\\n\": no such section"}},
+};
+
+class BrokenConfiguration : public Testing::AgentProcess,
+                            public ::testing::WithParamInterface<Broken> {};
+
+TEST_P(BrokenConfiguration, isRefusedWithAllItsErrorsAndNothingTouched) {
+  contentIs("c.json", GetParam().text);
+  auto const outcome = agent("run c.json --hardware hardware");
+  EXPECT_EQ(outcome.code, 1);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_FALSE(exists("hardware"));
+
+  std::istringstream lines(outcome.err);
+  std::string line;
+  for (auto const& error : GetParam().errors) {
+    ASSERT_TRUE(std::getline(lines, line)) << "not told: " << error;
+    EXPECT_THAT(line, ::testing::StartsWith("dlb-agent: c.json: " + error));
+  }
+  EXPECT_FALSE(std::getline(lines, line)) << "told too much: " << line;
+}
+
+INSTANTIATE_TEST_SUITE_P(All, BrokenConfiguration, ::testing::ValuesIn(brokenOnes),
+                         [](auto const& each) { return each.param.name; });
+
+}  // namespace
