@@ -4,7 +4,6 @@
 
 #include "agent/Words.h"
 #include "platform/vell/Inspect.h"
-#include "platform/zarn/CharRange.h"
 
 namespace DlbAgent {
 namespace {
@@ -108,8 +107,8 @@ std::optional<Key> readTextKey(TableType const& table, std::string const& path,
     Vell::Value const arguments[] = {text, Vell::inspectMakeValue(table.entry())};
     inspect.call("entryCommit", arguments);
     inspect.walk("resolvedEntry", [&](auto const& each, auto const&) { key.emplace(each); });
-  } catch (Vell::RangeException const& error) {
-    problems.add(path, fmt::format("is no key of this table: {}", error.what()));
+  } catch (Vell::InspectError const& error) {
+    problems.add(path, error.reason());
   }
   return key;
 }

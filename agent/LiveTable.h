@@ -1,8 +1,8 @@
 // One table on its way through the phases of a restart, and a record of what each step did.
 //
 // Invariants
-//  1. The phases are entered in the order start, replay, replayEnded, purge; the table's runner stops
-//     the process otherwise.
+//  1. The phases are entered in the order start, replay, replayEnded, purge; the table's runner
+//     stops the process otherwise.
 //  2. The table outlives this object, up to the end of the process: see `keptForWarmExit`.
 //
 // Threading: one thread.

@@ -46,18 +46,6 @@ struct HashMap2018BucketHeader {
   /// Sets a tag that is 0.
   void tagIs(U32 index, U8 tag) { tags()[index / tagsPerWord] |= U64{tag} << shiftOf(index); }
 
-  void replaceTag(U32 index, U8 tag) {
-    U64& word = tags()[index / tagsPerWord];
-    word = (word & ~(U64{0xFF} << shiftOf(index))) | U64{tag} << shiftOf(index);
-  }
-
-  void clearTagsFrom(U32 index) {
-    U32 word = index / tagsPerWord;
-    if (word == tagWords(capacity)) return;
-    tags()[word] &= (U64{1} << shiftOf(index)) - 1;
-    while (++word < tagWords(capacity)) tags()[word] = 0;
-  }
-
   /// Moves the tags from `index` up by one, and sets tag `index`.
   void insertTag(U32 index, U8 tag) {
     U64* const words = tags();

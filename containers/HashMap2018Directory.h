@@ -6,8 +6,8 @@
 //
 // Invariants
 //  1. There is at least one bucket; an empty bucket is a null pointer.
-//  2. One bucket stands in the object itself; up to 512 in one array that grows by doubling; more in
-//     segments of 512 slots that never move, found through an array of segment pointers. No step
+//  2. One bucket stands in the object itself; up to 512 in one array that grows by doubling; more
+//     in segments of 512 slots that never move, found through an array of segment pointers. No step
 //     copies more than 512 slots or one pointer per 512 buckets.
 //  3. Storage is given back when at most a quarter of it is in use; a last segment when the buckets
 //     end 256 slots before it, so that going to and fro at a boundary does not allocate.

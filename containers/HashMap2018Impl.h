@@ -9,10 +9,16 @@
 
 namespace Zarn {
 
+/// Asks for a cache line of `bucket`, which may be null: no harm is done then.
+inline void prefetchLine(HashMap2018BucketHeader const* bucket, U32 line) {
+  __builtin_prefetch(reinterpret_cast<void const*>(reinterpret_cast<std::uintptr_t>(bucket) +
+                                                   std::uintptr_t{line} * 64));
+}
+
 template <class N, class Ne, NodeAllocMode m>
 inline auto HashMap2018<N, Ne, m>::find(Header const* bucket, Key const& key, U32 hash) -> Node* {
   // The node often lies in the second line of the bucket: fetched while the tags are compared.
-  __builtin_prefetch(reinterpret_cast<std::byte const*>(bucket) + 64);
+  prefetchLine(bucket, 1);
   if (!bucket) return nullptr;
   U8 const tag = Header::tagOf(hash);
   Node* nodes = Layout::nodes(bucket);
@@ -231,9 +237,8 @@ auto HashMap2018<N, Ne, m>::assembleWithout(Header const* bucket, std::span<Node
 template <class N, class Ne, NodeAllocMode m>
 inline void HashMap2018<N, Ne, m>::prefetchSplit() const {
   U32 const size = directory_.size();
-  auto const* const bytes =
-      reinterpret_cast<std::byte const*>(directory_.slot(size - std::bit_floor(size)));
-  for (std::size_t line = 0; line < 3; ++line) __builtin_prefetch(bytes + line * 64);
+  Header const* const next = directory_.slot(size - std::bit_floor(size));
+  for (U32 line = 0; line < 3; ++line) prefetchLine(next, line);
 }
 
 template <class N, class Ne, NodeAllocMode m>

@@ -6,8 +6,8 @@
 //
 // Invariants of a walk with the safe iterator, whatever is inserted, deleted or replaced meanwhile
 //  1. A key that is in the map during the whole walk is visited once.
-//  2. No key is visited twice. A key inserted during the walk is visited at most once, a key deleted
-//     before its turn not at all.
+//  2. No key is visited twice. A key inserted during the walk is visited at most once, a key
+//     deleted before its turn not at all.
 // How: the iterator walks scope after scope (see HashMap2018Directory.h), and keys in ascending
 // order in a scope. While one bucket covers its scope, it goes on with that bucket's next key. When
 // the scope is spread over several, it goes on with the bucket it has at hand as the list of the

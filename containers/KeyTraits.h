@@ -28,7 +28,7 @@ concept HashesItself = requires(Key const& key, U32 seed) {
 
 template <class Key>
 struct KeyTraits {
-  /// The hash of `key` under `seed`, mixed fully.
+  /// The hash of `key` under `seed`.
   static U32 hash(Key const& key, U32 seed) {
     if constexpr (HashesItself<Key>) {
       return key.hash(seed);

@@ -45,12 +45,6 @@ class AccessorBase {
 
   void doInitComplete();
 
-  /// One trace handle for each table type.
-  static Zarn::TraceHandle& _defaultTraceHandle() {
-    static Zarn::TraceHandle handle(T::names.qualified, false);
-    return handle;
-  }
-
  protected:
   /// The always-on message that an operation begins with.
   template <OperationName operation, Fennlog::Time time = Fennlog::Time::now>
@@ -70,6 +64,13 @@ class AccessorBase {
   T* swTable_;
 
  private:
+  /// One trace handle for each table type. It stays to the end of the process: a table that is held
+  /// by a static pointer still traces when it goes.
+  static Zarn::TraceHandle& _defaultTraceHandle() {
+    static auto& handle = *new Zarn::TraceHandle(T::names.qualified, false);
+    return handle;
+  }
+
   Zarn::TraceHandle const& traceHandle_;
 };
 

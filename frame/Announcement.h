@@ -30,7 +30,7 @@ class TableAnnouncement {
 
   /// The handle of the reconciliation summary, one for each table class, all of one name.
   static Zarn::TraceHandle& swTableStat() {
-    static Zarn::TraceHandle handle("SwTableStat", false);
+    static auto& handle = *new Zarn::TraceHandle("SwTableStat", false);
     return handle;
   }
 

@@ -30,7 +30,7 @@ class DirectAccessor : public AccessorBase<T> {
 
   /// Carries a change of the key in `resolvedEntry` to the hardware. The collection holds the new
   /// state, which a caller that has just made it may tell.
-  void handleEntry(Key key, KeyIs state);
+  void handleEntry(Key key, KeyIs state) noexcept;
   void handleEntry(Key key);
   /// Compares a key with what the hardware holds there.
   ReconciliationStatus reconcileSyncedEntry(Key key) const;
@@ -51,14 +51,17 @@ class DirectAccessor : public AccessorBase<T> {
   using AccessorBase<T>::swTable_;
   using AccessorBase<T>::trace;
 
+  /// A watcher may commit once more to a table that is going; one that never stops is at fault.
+  static constexpr U32 mostCleanupWalks = 100;
   static constexpr bool keyIsHwIndex = Trait::isKnownIndexTable<T>;
 
   void replayEntry(Key key);
+  bool settledMeanwhile(Key key);
   void removeHwEntry(Key key);
   void hwTableEntryIs(Util const& util, Key key);
   void hwTableEntryDel(Util const& util, Key key);
   void syncedEntryRemoveAll();
-  void handleStaleEntries();
+  void handleStaleEntries() noexcept;
   /// Removes one key as a client would; `resolvedKeyPrior` is set by a look-up.
   void deleteResolvedEntry(Key key);
   void traceHwIndex(Key key) const;

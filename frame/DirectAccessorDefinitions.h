@@ -30,7 +30,7 @@ void DirectAccessor<T>::handleEntry(Key key) {
 }
 
 template <class T>
-void DirectAccessor<T>::handleEntry(Key key, KeyIs state) {
+void DirectAccessor<T>::handleEntry(Key key, KeyIs state) noexcept {
   this->template message<"handleEntry">();
   trace(traceKey, "handleEntry", " key: ", key,
         ", configReplayComplete: ", swTable_->configReplayComplete());
@@ -45,6 +45,7 @@ void DirectAccessor<T>::handleEntry(Key key, KeyIs state) {
 template <class T>
 void DirectAccessor<T>::replayEntry(Key key) {
   auto const status = reconcileSyncedEntry(key);
+  if (status != ReconciliationStatus::reconcileAdded && settledMeanwhile(key)) return;
   trace(traceKey, "handleEntry", ": reconcileStatus: ", status);
   switch (status) {
     case ReconciliationStatus::reconcileRewritten:
@@ -59,6 +60,15 @@ void DirectAccessor<T>::replayEntry(Key key) {
   }
   swTable_->reconcilingEntryIs(false);
   swTable_->updateStatistic(status);
+}
+
+/// Whether the comparison's hook changed the key, so that nothing is left to do for it here.
+template <class T>
+bool DirectAccessor<T>::settledMeanwhile(Key key) {
+  if (!swTable_->syncedEntryMap().lookupNodeG(key)) return true;  // it was committed anew
+  if (swTable_->entryHas(key)) return false;
+  swTable_->syncedEntryDel(key);  // it was removed, and its row deleted
+  return true;
 }
 
 template <class T>
@@ -106,8 +116,12 @@ template <class T>
 void DirectAccessor<T>::hwTableEntryIs(Util const& util, Key key) {
   trace(traceKey, "hwTableEntryIs", " : key: ", key);
   auto const value = swTable_->resolvedEntry(key);
-  if (auto const operation = trackerOfWrite(value.has_value()))
+  if (auto const operation = trackerOfWrite(value.has_value())) {
     util.updateHwIndexRefCountTracker(swTable_->hwTable(), key, *operation);
+    auto const* const node = swTable_->resolvedEntryMap().lookupNodeG(key);
+    if (!node || node->value_ != value)
+      return;  // the hook changed the key: that change was carried
+  }
   util.hwTableEntryIs(*swTable_, key, value);
 }
 
@@ -115,6 +129,7 @@ template <class T>
 void DirectAccessor<T>::hwTableEntryDel(Util const& util, Key key) {
   trace(traceKey, "hwTableEntryDel", ": Deleting entry at key:", key);
   util.updateHwIndexRefCountTracker(swTable_->hwTable(), key, trackerOfDelete());
+  if (swTable_->entryHas(key)) return;  // the hook committed the key: its row is wanted again
   util.hwTableEntryDel(*swTable_, key);
 }
 
@@ -187,7 +202,7 @@ void DirectAccessor<T>::syncedEntryRemoveAll() {
 }
 
 template <class T>
-void DirectAccessor<T>::handleStaleEntries() {
+void DirectAccessor<T>::handleStaleEntries() noexcept {
   auto const util = this->utilIfExists();
   for (Zarn::HashMap2018IteratorGeneric at(swTable_->syncedEntryMap()); at; at.advance()) {
     auto const key = at.currNodeMaybeStale()->key();
@@ -213,15 +228,18 @@ void DirectAccessor<T>::entryRemoveAll() {
   swTable_->resolvedKeyPriorIs(SwTable::KeyPrior::value);
   swTable_->resolvedEntryDelAll();
   VELL_ASSERT(!this->utilIfExists() || swTable_->syncedEntryMap().count() == 0,
-              "!util || !syncedEntrys()", "Should call purgeStaleEntries instead (",
-              T::names.qualified, ")");
+              "Should call purgeStaleEntries instead", T::names.qualified);
 }
 
 template <class T>
 void DirectAccessor<T>::cleanup() {
   trace(traceLife, "cleanup");
-  for (Zarn::HashMap2018IteratorGeneric at(swTable_->resolvedEntryMap()); at; at.advance())
-    deleteResolvedEntry(at.currNodeMaybeStale()->key());
+  for (U32 walks = 0; swTable_->entrys() != 0; ++walks) {
+    VELL_ASSERT(walks < mostCleanupWalks, "walks < mostCleanupWalks", T::names.qualified,
+                ": its watchers commit without end while the table goes");
+    for (Zarn::HashMap2018IteratorGeneric at(swTable_->resolvedEntryMap()); at; at.advance())
+      deleteResolvedEntry(at.currNodeMaybeStale()->key());
+  }
   if (this->utilIfExists()) IndexUserTracker::Stub::deleteTracker(swTable_->hwTable(), 0, false);
 }
 

@@ -2,7 +2,8 @@
 // client knows. `T` is the concrete table, `Sheet` its data sheet.
 //
 // Invariants
-//  1. `resolvedEntry` is what clients want the hardware to hold; a key may be there without a value.
+//  1. `resolvedEntry` is what clients want the hardware to hold; a key may be there without a
+//     value.
 //  2. A change of `resolvedEntry` is stored first, then carried to the hardware, then told to the
 //     watchers, all inside the call. A change that changes nothing does none of it.
 //  3. `syncedEntry` is what the hardware was found to hold and no commit has claimed; only a

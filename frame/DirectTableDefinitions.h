@@ -10,7 +10,8 @@
 namespace Asic {
 
 template <class T, DirectSheet Sheet>
-Zarn::AllocTrackTypeInfo DirectTable<T, Sheet>::memAllocationTracker_{Sheet::names.qualified};
+constinit Zarn::AllocTrackTypeInfo DirectTable<T, Sheet>::memAllocationTracker_{
+    Sheet::names.qualified};
 
 template <class T, DirectSheet Sheet>
 DirectTable<T, Sheet>::DirectTable() : SwKnownIndexTable(Vell::String()) {}

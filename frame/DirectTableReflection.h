@@ -49,7 +49,7 @@ inline constexpr auto directTableAttributes = [] {
       {"entrys", value, isPublic, isConst, number, 32},
       {"entryRemove", operation, isPublic, notConst},
       {"entryCommit", operation, isPublic, notConst},
-      {"util", operation, isPublic, isConst, pointer},
+      {"util", operation, isPublic, isConst, text},
       {"doMountHwTableMountInfo", staticOperation, isPublic, notConst},
       {"doMountHwTableRecoveryStatus", staticOperation, isPublic, notConst},
       {"doRecoverHwTable", staticOperation, isPublic, notConst},
@@ -95,13 +95,28 @@ struct KeyValue {
       return Zarn::valueToStrep(key);
   }
   static Key fromValue(Vell::Value const& value) {
-    if (auto const* text = value.text()) return Zarn::strepToValue<Key>(*text);
+    if (auto const* text = value.text()) return fromText(*text);
     if constexpr (std::same_as<Key, SwTableBase::Index>)
       if (auto const* number = value.number(); number && *number <= 0xFFFFFFFF)
         return static_cast<U32>(*number);
-    throw Vell::InspectError("a key is asked for, as its text or as a 32-bit index");
+    throw Vell::ArgumentError("a key is asked for, as its text or as a 32-bit index");
+  }
+
+ private:
+  static Key fromText(std::string const& text) {
+    try {
+      return Zarn::strepToValue<Key>(text);
+    } catch (Vell::RangeException const& error) {
+      throw Vell::ArgumentError(Vell::concatenate("no key: ", error.what()));
+    }
   }
 };
+
+inline void needArguments(std::span<Vell::Value const> arguments, std::size_t count) {
+  if (arguments.size() != count)
+    throw Vell::ArgumentError(
+        Vell::concatenate("takes ", count, " arguments, and ", arguments.size(), " were given"));
+}
 
 /// The hook class answers its three public operations.
 template <class T>
@@ -128,12 +143,13 @@ struct DirectUtilReflection {
   static Vell::Value call(void* object, Vell::AttributeData const& attribute,
                           std::span<Vell::Value const> arguments) {
     auto const& util = static_cast<typename T::Util const&>(*static_cast<Vell::Node*>(object));
-    if (attribute.name == "minIndex") return U64{util.minIndex()};
-    if (attribute.name == "maxIndex") return U64{util.maxIndex()};
-    if (arguments.size() != 1 || !arguments[0].number())
-      throw Vell::InspectError("dependentFieldValueToHwIndex takes one index");
-    Index const index = static_cast<U32>(*arguments[0].number());
-    return U64{util.dependentFieldValueToHwIndex(index).value()};
+    if (attribute.name == "dependentFieldValueToHwIndex") {
+      needArguments(arguments, 1);
+      auto const field = KeyValue<SwTableBase::Index>::fromValue(arguments[0]);
+      return U64{util.dependentFieldValueToHwIndex(field.value()).value()};
+    }
+    needArguments(arguments, 0);
+    return U64{attribute.name == "minIndex" ? util.minIndex() : util.maxIndex()};
   }
 };
 
@@ -152,9 +168,9 @@ struct DirectTableReflection {
     if (!arguments.empty()) Vell::throwNewEntityArgsException(tableType, arguments.size());
     return new T;
   }
-  static Vell::Ptr<Vell::Node> makeLoader(Vell::String const& name, Arguments arguments) {
+  static Vell::Ptr<Vell::Node> makeLoader(Vell::String const&, Arguments arguments) {
     if (!arguments.empty()) Vell::throwNewEntityArgsException(loaderType, arguments.size());
-    return new typename T::UtilLoader(name);
+    return new typename T::UtilLoader;
   }
 
   static Vell::Value get(void const* object, Vell::AttributeData const& attribute) {
@@ -164,28 +180,21 @@ struct DirectTableReflection {
     return attribute.shape == Vell::ValueShape::boolean ? Vell::Value(false) : Vell::Value(U64{0});
   }
 
-  static void need(Arguments arguments, std::size_t count) {
-    if (arguments.size() != count)
-      throw Vell::InspectError(Vell::concatenate(T::names.qualified, ": ", count,
-                                                 " arguments are asked for, ", arguments.size(),
-                                                 " were given"));
-  }
-
   static Vell::Value call(void* object, Vell::AttributeData const& attribute, Arguments arguments) {
     auto& table = tableOf(object);
     auto const name = attribute.name;
     if (name == "entryCommit") {
-      need(arguments, 2);
+      needArguments(arguments, 2);
       table.entryCommit(KeyValue<Key>::fromValue(arguments[0]),
                         EntryReflection<Entry>::fromValue(arguments[1]));
     } else if (name == "entryHas") {
-      need(arguments, 1);
+      needArguments(arguments, 1);
       return table.entryHas(KeyValue<Key>::fromValue(arguments[0]));
     } else if (name == "entryRemove") {
-      need(arguments, 1);
+      needArguments(arguments, 1);
       table.entryRemove(KeyValue<Key>::fromValue(arguments[0]));
     } else {
-      need(arguments, 0);
+      needArguments(arguments, 0);
       return callWithoutArguments(table, name);
     }
     return {};
@@ -228,7 +237,12 @@ struct DirectTableReflection {
     auto const& table = tableOf(object);
     if (attribute.name == "syncedEntry")
       return {table.syncedEntryMap().count(), table.syncedEntryMap().version()};
-    return {table.resolvedEntryMap().count(), table.resolvedEntryMap().version()};
+    auto const& resolved = table.resolvedEntryMap();
+    if (attribute.name == "resolvedEntry") return {resolved.count(), resolved.version()};
+    U32 withValue = 0;
+    using Walk = Zarn::HashMap2018UnsafeIteratorConstGeneric<typename T::ResolvedEntryMap>;
+    for (Walk at(resolved); at; ++at) withValue += at.currNode()->value_.has_value();
+    return {withValue, resolved.version()};
   }
 
   static constexpr Vell::TypeData utilType{NestedName<T, "::Util">::view,

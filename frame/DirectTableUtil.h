@@ -6,8 +6,8 @@
 //  2. `minIndex`, `maxIndex`: at any time, also before the hardware is open.
 //  3. `syncEntries`: once, before any commit. Tell each row that the hardware holds to
 //     `swTable->syncedEntryIs(key, entry)`, and seed the index tracker with it.
-//  4. `compareHwEntries`: during replay, for a key with a synced row; true if the hardware holds the
-//     wanted entry already.
+//  4. `compareHwEntries`: during replay, for a key with a synced row; true if the hardware holds
+//     the wanted entry already.
 //  5. `updateHwIndexRefCountTracker`: before each write or delete that changes the use of an index.
 //  6. `hwTableEntryIs`, `hwTableEntryDel`: after return the hardware holds, or no longer holds, the
 //     entry. The table has its new value already; its watchers have not heard of it yet.
@@ -67,15 +67,10 @@ class DirectTableUtilLoader : public Ostler::Core::Loader::Singleton {
   static constexpr std::string_view prefix = "AsicFeature";
   static constexpr std::string_view suffix = T::names.qualified;
 
-  explicit DirectTableUtilLoader(Vell::String name) : name_(std::move(name)) {}
-
   static Vell::ZarnType type() { return {&T::module(), T::utilLoaderTypeNumber}; }
   Vell::ZarnType typeData() const override { return type(); }
   std::string prefixPath() const override { return std::string(prefix); }
   std::string suffixPath() const override { return std::string(suffix); }
-
- private:
-  Vell::String name_;
 };
 
 }  // namespace Asic

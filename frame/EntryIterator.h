@@ -27,9 +27,11 @@ class SwTable::EntryIteratorConst {
 
   explicit operator bool() const { return static_cast<bool>(at_); }
   typename T::Key key() const { return at_.currNodeMaybeStale()->key(); }
-  /// A copy of the value; the one at the time of arrival if the key has lost it since.
+  /// A copy of the value; the last known one if the key has gone since, and a default entry if it
+  /// has lost its value.
   typename T::Entry entry() const {
-    return table_->resolvedEntry(key()).value_or(*at_.currNodeMaybeStale()->value_);
+    if (auto live = table_->resolvedEntry(key())) return *std::move(live);
+    return at_.currNodeMaybeStale()->value_.value_or(typename T::Entry{});
   }
   void advance() {
     at_.advance();

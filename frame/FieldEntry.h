@@ -34,11 +34,11 @@ class EntryReflection {
   static Vell::Value toValue(E const& entry) {
     return Vell::Record{&type, std::make_shared<E>(entry)};
   }
-  /// The entry of a record. Throws `Vell::InspectError` if the value is something else.
+  /// The entry of a record. Throws `Vell::ArgumentError` if the value is something else.
   static E const& fromValue(Vell::Value const& value) {
     auto const* record = value.record();
     if (!record || record->type != &type)
-      throw Vell::InspectError(Vell::concatenate("a record of ", type.name, " is asked for"));
+      throw Vell::ArgumentError(Vell::concatenate("a record of ", type.name, " is asked for"));
     return *static_cast<E const*>(record->object.get());
   }
 
@@ -58,6 +58,7 @@ class EntryReflection {
   }
   static constexpr auto attributes_ = makeAttributes();
 
+  static U32 hash(void const* object) { return static_cast<E const*>(object)->hash(0); }
   static Vell::Value makeValue() { return toValue(E{}); }
   static Vell::Value get(void const* object, Vell::AttributeData const& attribute) {
     if (attribute.kind == Vell::AttributeKind::constant)
@@ -71,7 +72,9 @@ class EntryReflection {
 
  public:
   static constexpr Vell::TypeData type{
-      E::fields().tag, attributes_, {.makeValue = &makeValue, .get = &get, .set = &set}};
+      E::fields().tag,
+      attributes_,
+      {.makeValue = &makeValue, .hash = &hash, .get = &get, .set = &set}};
 };
 
 }  // namespace Asic

@@ -9,16 +9,10 @@
 namespace Asic {
 namespace {
 
-void add(IndexUserTracker::Uses& uses) {
-  if (uses.recovered) {
-    uses.recovered = false;
-  } else {
-    ++uses.users;
-    ++uses.active;
-  }
-}
+using Uses = IndexUserTracker::Uses;
+using Operation = IndexUserTracker::OpType;
 
-bool has(IndexUserTracker::Uses const& uses, IndexUserTracker::OpType operation) {
+bool has(Uses const& uses, Operation operation) {
   using enum IndexUserTracker::OpType;
   switch (operation) {
     case userAdd:
@@ -27,21 +21,32 @@ bool has(IndexUserTracker::Uses const& uses, IndexUserTracker::OpType operation)
     case userRemoveInactive:
       return uses.users > uses.active;
     case userRemove:
+      return uses.users > 0;
     case userDeactivate:
       return uses.active > 0;
   }
   return false;
 }
 
+/// The uses of a recovered index as they must have been for `operation` to be right.
+Uses settled(Operation operation) {
+  using enum IndexUserTracker::OpType;
+  if (operation == userAdd) return {};
+  bool const active = operation == userRemove || operation == userDeactivate;
+  return {.users = 1, .active = active ? 1u : 0u};
+}
+
 }  // namespace
 
 void IndexUserTracker::update(Index index, OpType operation) {
   auto& uses = uses_[index.value()];
+  if (uses.recovered) uses = settled(operation);
   VELL_ASSERT(has(uses, operation), "the use is there", operation, " of index ", index, " with ",
               uses.users, " users, ", uses.active, " active");
   switch (operation) {
     case OpType::userAdd:
-      add(uses);
+      ++uses.users;
+      ++uses.active;
       break;
     case OpType::userActivate:
       ++uses.active;
@@ -49,8 +54,8 @@ void IndexUserTracker::update(Index index, OpType operation) {
     case OpType::userDeactivate:
       --uses.active;
       break;
-    case OpType::userRemove:
-      --uses.active;
+    case OpType::userRemove:  // an active use, unless a whole table goes at once
+      if (uses.active > 0) --uses.active;
       --uses.users;
       break;
     case OpType::userRemoveInactive:

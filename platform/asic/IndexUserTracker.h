@@ -7,7 +7,8 @@
 // Invariants
 //  1. users >= active, for each index; an index without users is not held.
 //  2. A recovered index has one use that no key has claimed. The first `userAdd` claims it and adds
-//     none; a matched or rewritten entry keeps it; `userRemove` ends it like any other use.
+//     none. Whether it is an active one is not known before its first operation tells, since a key
+//     that matched its row told nothing.
 //  3. An operation on a use that is not there is a fatal assertion.
 
 #pragma once

@@ -31,8 +31,8 @@ struct FileOptions {
   U64 dictionaryBytes = 256 << 10;  ///< For site texts; sites beyond it are shown by number.
 };
 
-/// When a message is from. Reading the counter is most of what a message costs, so one that directly
-/// follows another in the same operation may go without.
+/// When a message is from. Reading the counter is most of what a message costs, so one that
+/// directly follows another in the same operation may go without.
 enum class Time : U8 { now, asMessageBefore };
 
 class Handle {

@@ -80,8 +80,11 @@ void loadAll(std::string_view prefix) {
   for (auto const& folder : searchPath()) {
     std::error_code error;
     std::vector<std::string> files;
-    for (auto const& file : fs::directory_iterator(fs::path(folder) / prefix, error))
-      if (file.path().extension() == ".so") files.push_back(file.path().string());
+    // Step by step, since a folder that cannot be read is one without plug-ins, and no exception
+    // may leave the load of a library.
+    fs::directory_iterator at(fs::path(folder) / prefix, error);
+    for (; !error && at != fs::directory_iterator(); at.increment(error))
+      if (at->path().extension() == ".so") files.push_back(at->path().string());
     std::ranges::sort(files);
     for (auto const& file : files)
       if (auto problem = loadFile(file); !problem.empty())

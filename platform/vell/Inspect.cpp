@@ -6,7 +6,7 @@ namespace Vell {
 namespace {
 
 [[noreturn]] void refuse(TypeData const& type, auto const& attribute, std::string_view why) {
-  throw InspectError(concatenate(type.name, ": ", attribute, ": ", why));
+  throw InspectError(concatenate(type.name, ": ", attribute, ": "), std::string(why));
 }
 
 std::string shown(U32 id) { return concatenate("attribute 0x", std::hex, id); }
@@ -54,8 +54,12 @@ void setAttribute(TypeData const& type, void* object, AttributeData const& attri
 Value callAttribute(TypeData const& type, void* object, AttributeData const& attribute,
                     std::span<Value const> arguments) {
   bool const callable = attribute.kind == AttributeKind::operation;
-  return offered(type, attribute, type.functions.call, callable, "cannot be called")(
-      object, attribute, arguments);
+  auto const call = offered(type, attribute, type.functions.call, callable, "cannot be called");
+  try {
+    return call(object, attribute, arguments);
+  } catch (ArgumentError const& error) {
+    refuse(type, shown(attribute.name), error.what());
+  }
 }
 
 void walkAttribute(TypeData const& type, void const* object, AttributeData const& attribute,
@@ -110,6 +114,12 @@ Ptr<Node> inspectMake(TypeData const& type, String const& name, std::span<Value 
 Record inspectMakeValue(TypeData const& type) {
   if (!type.functions.makeValue) throw InspectError(concatenate(type.name, ": is no value class"));
   return *type.functions.makeValue().record();
+}
+
+U32 inspectHash(Record const& record) {
+  if (!record.type->functions.hash)
+    throw InspectError(concatenate(record.type->name, ": has no hash"));
+  return record.type->functions.hash(record.object.get());
 }
 
 void throwNewEntityArgsException(TypeData const& type, std::size_t arguments) {

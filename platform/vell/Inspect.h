@@ -19,7 +19,23 @@ namespace Vell {
 
 class InspectError : public std::runtime_error {
  public:
-  using runtime_error::runtime_error;
+  explicit InspectError(std::string const& reason) : InspectError("", reason) {}
+  /// `where` stands before the reason in `what()`.
+  InspectError(std::string const& where, std::string const& reason)
+      : std::runtime_error(where + reason), reason_(reason) {}
+
+  /// What was wrong, for a caller that has names of its own for the place.
+  std::string const& reason() const { return reason_; }
+
+ private:
+  std::string reason_;
+};
+
+/// A wrong argument, thrown by the functions behind a class; users see it as an `InspectError` that
+/// names the class and the attribute.
+class ArgumentError : public std::invalid_argument {
+ public:
+  using invalid_argument::invalid_argument;
 };
 
 /// One object as the reflection interface sees it. It holds no use of the object.
@@ -55,6 +71,8 @@ Ptr<Node> inspectMake(TypeData const& type, String const& name = {},
                       std::span<Value const> arguments = {});
 /// A default object of a value class.
 Record inspectMakeValue(TypeData const& type);
+/// Hash of an object of a value class. Throws `InspectError` if the class has none.
+U32 inspectHash(Record const& record);
 /// Refuses arguments beyond a name in a request to make a `type`.
 [[noreturn]] void throwNewEntityArgsException(TypeData const& type, std::size_t arguments);
 

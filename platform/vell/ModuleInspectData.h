@@ -75,6 +75,7 @@ struct TypeFunctions {
   Ptr<Node> (*makeNode)(String const& name, std::span<Value const> arguments) = nullptr;
   /// Makes a default value, as a record.
   Value (*makeValue)() = nullptr;
+  U32 (*hash)(void const* object) = nullptr;
   Value (*get)(void const* object, AttributeData const&) = nullptr;
   void (*set)(void* object, AttributeData const&, Value const&) = nullptr;
   Value (*call)(void* object, AttributeData const&, std::span<Value const> arguments) = nullptr;

@@ -4,8 +4,9 @@
 // through `Vell::Ptr`.
 //
 // Invariants
-//  1. When the count falls to 0 and `freedAtZeroFlag` is set, `lastUserGone()` runs with one use held
-//     for its duration. A use taken and dropped inside it therefore cannot run it a second time.
+//  1. When the count falls to 0 and `freedAtZeroFlag` is set, `lastUserGone()` runs with one use
+//     held for its duration. A use taken and dropped inside it therefore cannot run
+//     it a second time.
 //  2. After `lastUserGone()` the node is freed only if the count is then still 0: a hook that hands
 //     out a use that stays (an entry brought back for an ordered delete) keeps the node alive, and
 //     the next fall to 0 runs the hook again.
@@ -51,7 +52,12 @@ class Node {
 
   U32 useCount() const { return word_ & countMask; }
   bool nodeFlag(U32 flag) const { return (word_ & flag) != 0; }
-  void nodeFlagSet(U32 flag, bool value) { word_ = value ? word_ | flag : word_ & ~flag; }
+  void nodeFlagSet(U32 flag, bool value) {
+    if (ThreadControl::tsp_) [[unlikely]]
+      value ? std::atomic_ref(word_).fetch_or(flag) : std::atomic_ref(word_).fetch_and(~flag);
+    else
+      word_ = value ? word_ | flag : word_ & ~flag;
+  }
 
   void useTake() const {
     if (ThreadControl::tsp_) [[unlikely]] {

@@ -1,10 +1,11 @@
 // Change publication: a node tells its watchers which element of which collection changed.
 //
 // Invariants
-//  1. When a publication returns, every watcher of the field that was there at its start, and has not
-//     been taken away meanwhile, has run exactly once, in the order of subscription.
-//  2. A watcher may publish again (the inner publication is told whole before the outer one goes on),
-//     subscribe (the new watcher hears of later publications only), and unsubscribe, itself included.
+//  1. When a publication returns, every watcher of the field that was there at its start, and has
+//     not been taken away meanwhile, has run exactly once, in the order of subscription.
+//  2. A watcher may publish again (the inner publication is told whole before the outer one goes
+//     on), subscribe (the new watcher hears of later publications only), and
+//     unsubscribe, itself included.
 //  3. The publisher may be destroyed by a watcher: the publication under way still ends in order.
 //
 // A publisher costs two pointers until it is watched. A watcher must not throw: that ends the

@@ -10,8 +10,9 @@ AllocTrackTypeInfo const*& head() {
 
 }  // namespace
 
-AllocTrackTypeInfo::AllocTrackTypeInfo(std::string_view typeName)
-    : typeName_(typeName), next_(head()) {
+void AllocTrackTypeInfo::list() {
+  isListed_ = true;
+  next_ = head();
   head() = this;
 }
 

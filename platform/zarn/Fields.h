@@ -14,6 +14,7 @@
 
 #include <array>
 #include <ostream>
+#include <string>
 #include <string_view>
 #include <tuple>
 #include <type_traits>
@@ -185,7 +186,7 @@ struct FieldOps {
     if constexpr (std::same_as<V, bool>) {
       return out << (value ? "true" : "false");
     } else if constexpr (std::unsigned_integral<V>) {
-      return out << static_cast<U64>(value);
+      return out << std::to_string(value);  // whatever base the stream is set to
     } else {
       return out << value;
     }

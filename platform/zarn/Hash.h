@@ -3,7 +3,8 @@
 //
 // Invariants
 //  1. Equal seeds and values give equal results in one build of the library on every machine.
-//  2. Keys that differ in one bit, or step by a power of two, spread as random ones do.
+//  2. Keys that differ in one bit, or step by a power of two, spread as random ones do; but for
+//     single numbers, four neighbours of which (4n to 4n + 3) share the low 30 bits of the result.
 //  3. The seed of the process never changes once a static object of a source that includes this
 //     header can see it.
 //
@@ -57,10 +58,10 @@ class Hash {
   U64 state_;
 };
 
-/// Hash of one unsigned number: fully mixed but for its two lowest bits, which only go into the two
-/// highest bits of the result. Four neighbouring keys thus share what a map takes its bucket from, and
-/// differ in what it tells them apart by: they lie side by side, and a table whose indices are dense is
-/// walked, replayed and looked up in a quarter of the cache lines.
+/// Hash of one unsigned number. It is mixed fully but for its two lowest bits, which only go into
+/// the two highest bits of the result. Four neighbouring keys thus share what a map takes its
+/// bucket from, and differ in what it tells them apart by: they lie side by side, and a table of
+/// dense indices is walked and replayed through a quarter of the cache lines.
 template <std::unsigned_integral Number>
 U32 hashSingleAttr(U32 seed, Number key) {
   constexpr unsigned neighbourBits = 2;

@@ -1,6 +1,7 @@
 // What a commit does to collections, hardware, tracker and watchers, and in which order.
 
 #include "DirectTables.h"
+#include "platform/vell/Inspect.h"
 
 namespace Testing {
 namespace {
@@ -64,6 +65,7 @@ TYPED_TEST(CommitTest, AKeyMayBeHeldWithoutAValue) {
   auto const without = Zarn::Optional<typename TypeParam::Entry>();
   table.entryCommit(5, this->e(1));
   this->at_.take();
+  auto const walk = table.entryIteratorConst(5);
 
   table.resolvedKeyPriorIs(SwTable::KeyPrior::value);
   table.resolvedEntryIs(5, without);
@@ -77,6 +79,9 @@ TYPED_TEST(CommitTest, AKeyMayBeHeldWithoutAValue) {
   EXPECT_FALSE(table.resolvedEntry(5).has_value());
   EXPECT_FALSE(table.entryIteratorConst());
   EXPECT_FALSE(table.entryIteratorConst(5));
+  EXPECT_EQ(walk.entry(), this->e(0)) << "a walk that stands on the key when it loses its value";
+  EXPECT_EQ(Vell::Inspect(table).figures(0x207).count, 1u);
+  EXPECT_EQ(Vell::Inspect(table).figures(0x208).count, 0u);
 
   table.entryCommit(5, this->e(2));
   EXPECT_EQ(this->at_.take(),

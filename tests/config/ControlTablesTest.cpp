@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdlib>
+
 #include "DirectTables.h"
 #include "platform/vell/Inspect.h"
 
@@ -140,6 +142,8 @@ TEST(ControlTables, ReflectionReachesAWholeTable) {
   });
   EXPECT_EQ(visited, 1);
   EXPECT_THROW(table.call("entryCommit", std::vector<Vell::Value>{U64{3}}), Vell::InspectError);
+  EXPECT_THROW(table.call("entryHas", std::vector<Vell::Value>{"3x"}), Vell::InspectError);
+  EXPECT_EQ(Vell::inspectHash(entry), Vell::inspectHash(Vell::inspectMakeValue(*entry.type)));
   EXPECT_THROW(table.call("entryCommit", std::vector<Vell::Value>{U64{1} << 32, entry}),
                Vell::InspectError);
   EXPECT_THROW(Vell::inspectMake(type.data(), "name", std::vector<Vell::Value>{true}),
@@ -149,13 +153,15 @@ TEST(ControlTables, ReflectionReachesAWholeTable) {
 TEST(ControlTables, ModulesNumberTheirTypes) {
   Vell::Ptr<RecordingUtil<DlbControlTable>> const util(new RecordingUtil<DlbControlTable>);
   auto const table = TessarLoadBalance::dlbControlTableFactory();
-  Vell::Ptr<DlbControlTable::UtilLoader> const loader(new DlbControlTable::UtilLoader("loader"));
+  Vell::Ptr<DlbControlTable::UtilLoader> const loader(new DlbControlTable::UtilLoader);
   EXPECT_EQ(table->typeData().number, 3u);
   EXPECT_EQ(util->typeData().number, 1u);
   EXPECT_EQ(loader->typeData().number, 2u);
   EXPECT_EQ(table->typeData().module->name(), "DlbControlSwTable");
   EXPECT_EQ(util->typeData().data().name, "TessarLoadBalance::DlbControlTable::Util");
   EXPECT_EQ(loader->prefixPath(), "AsicFeature");
+  EXPECT_THROW(Vell::inspectMake(loader->typeData().data(), "name", std::vector<Vell::Value>{true}),
+               Vell::InspectError);
   EXPECT_EQ(loader->suffixPath(), "TessarLoadBalance::DlbControlTable");
 
   Vell::Inspect hooks(*util);
@@ -163,6 +169,8 @@ TEST(ControlTables, ModulesNumberTheirTypes) {
   EXPECT_EQ(hooks.call(0x203), Vell::Value(U64{77}));
   EXPECT_EQ(hooks.call(0x20b, std::vector<Vell::Value>{U64{0xFFFFFFFF}}),
             Vell::Value(U64{0xFFFFFFFF}));
+  EXPECT_THROW(hooks.call(0x20b, std::vector<Vell::Value>{U64{1} << 32}), Vell::InspectError);
+  EXPECT_THROW(hooks.call(0x202, std::vector<Vell::Value>{true}), Vell::InspectError);
   for (U32 id = 0x201; id < 0x20d; ++id)
     if (id != 0x202 && id != 0x203 && id != 0x20b) {
       EXPECT_THROW(hooks.call(id), Vell::InspectError) << id;
@@ -177,6 +185,14 @@ TEST(ControlTables, LoadingAnnouncedEveryTableAndMadeNone) {
   EXPECT_TRUE(Zarn::Entity::singletonExists("TessarLoadBalance::DlbControlTable::UtilLoader"));
   EXPECT_NE(TessarLoadBalance::dlbControlTableFactory(),
             TessarLoadBalance::dlbControlTableFactory());
+}
+
+TEST(ControlTables, TheAgentsNameIsTheEnvironmentsAtLoad) {
+  char const* const now = std::getenv("AGENT_PROCESS_NAME");
+  EXPECT_EQ(Asic::agentProcessName() == nullptr, now == nullptr);
+  setenv("AGENT_PROCESS_NAME", "later", 1);
+  Asic::agentProcessNameInit();
+  EXPECT_EQ(Asic::agentProcessName() == nullptr, now == nullptr);
 }
 
 TEST(ControlTables, StaticOperationsNameTheirTypes) {

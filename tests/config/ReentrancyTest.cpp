@@ -1,5 +1,6 @@
 // Watchers and hooks that call back into the table that is calling them.
 
+#include <functional>
 #include <random>
 
 #include "DirectTables.h"
@@ -88,6 +89,64 @@ TYPED_TEST(ReentrancyTest, HooksMayCallTheTable) {
   table.doInitComplete();
   table.purgeStaleEntries();
   for (auto const& [key, row] : this->at_.util->rows) EXPECT_EQ(table.resolvedEntry(key), row);
+}
+
+// Whatever a hook does to the very key that it is called for, hardware and table agree in the end.
+TYPED_TEST(ReentrancyTest, AHookMayRemoveOrCommitItsOwnKey) {
+  using Action = std::function<void(TypeParam&)>;
+  Action const remove = [](auto& table) { table.entryRemove(5); };
+  auto const commit = [](U64 n) -> Action {
+    return [n](auto& table) { table.entryCommit(5, sampleEntry<typename TypeParam::Entry>(n)); };
+  };
+  Action const purge = [](auto& table) {
+    table.doInitComplete();
+    table.purgeStaleEntries();
+  };
+  struct Case {
+    bool hardwareHoldsIt;
+    std::vector<Action> before;
+    Action trigger;
+    std::string event;  ///< the first one of that beginning runs `callBack`
+    Action callBack;
+  };
+  for (auto const& each : {
+           Case{false, {purge}, commit(2), "tracker 5 userAdd", remove},
+           Case{false, {purge}, commit(2), "tracker 5 userAdd", commit(3)},
+           Case{false, {purge, commit(1)}, remove, "tracker 5 userRemove", commit(3)},
+           Case{true, {}, commit(2), "compare 5", remove},
+           Case{true, {}, commit(2), "compare 5", commit(3)},
+           Case{true, {}, commit(2), "compare 5", commit(1)},
+           Case{true, {}, purge, "tracker 5 userRemove", commit(3)},
+       }) {
+    Recorded<TypeParam> run(this->make());
+    if (each.hardwareHoldsIt) run.holding({{5, this->e(1)}});
+    run.synced();
+    for (auto const& step : each.before) step(*run.table);
+    bool called = false;
+    run.util->onEvent = [&](std::string const& event) {
+      if (event.starts_with(each.event) && !std::exchange(called, true)) each.callBack(*run.table);
+    };
+    each.trigger(*run.table);
+    purge(*run.table);
+    ASSERT_TRUE(called) << each.event;
+    ASSERT_EQ(run.util->rows.size(), run.table->entrys()) << each.event;
+    ASSERT_EQ(run.uses(5).users, run.table->entrys()) << each.event;
+    for (auto const& [key, row] : run.util->rows)
+      ASSERT_EQ(run.table->resolvedEntry(key), row) << each.event;
+  }
+}
+
+TYPED_TEST(ReentrancyTest, ATableEndsEmptyWhateverItsWatchersCommit) {
+  this->at_.synced().replayed();
+  for (U32 key = 0; key < 20; ++key) this->table_.entryCommit(key, this->e(1));
+  U32 commits = 0;
+  auto* const table = &this->table_;
+  auto const watching = table->publisher()->watch(0x207, [&](auto&) {
+    if (commits < 30) table->entryCommit(commits++, this->e(2));
+  });
+  this->at_.table = nullptr;
+  EXPECT_EQ(commits, 30u);
+  EXPECT_TRUE(this->at_.util->rows.empty());
 }
 
 TYPED_TEST(ReentrancyTest, TheLastUseOfTheTableMayGoInsideItsPublication) {

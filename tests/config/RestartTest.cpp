@@ -1,6 +1,7 @@
 // A restart over hardware that holds entries from before, and how entries leave.
 
 #include "DirectTables.h"
+#include "platform/fennlog/Reader.h"
 
 namespace Testing {
 namespace {
@@ -70,6 +71,18 @@ TYPED_TEST(RestartTest, AKeyCommittedBetweenReplayAndPurgeKeepsItsRow) {
   EXPECT_EQ(at.uses(1).users, 1u);
 }
 
+TYPED_TEST(RestartTest, AKeyWithoutAValueIsComparedAsADefaultEntry) {
+  auto& at = this->at_;
+  at.holding({{1, this->e(0)}, {2, this->e(2)}}).synced();
+  this->table_.resolvedKeyPriorIs(SwTable::KeyPrior::noKey);
+  this->table_.resolvedEntryIs(1, {});
+  EXPECT_EQ(at.take()[0], "compare 1 " + this->text(0));
+  this->table_.resolvedEntryIs(2, {});
+  EXPECT_EQ(at.take(), (std::vector<std::string>{"compare 2 " + this->text(0), "write 2 -",
+                                                 "published 0x209 2 was " + this->text(2),
+                                                 "published 0x207 2 was -"}));
+}
+
 TYPED_TEST(RestartTest, AutoCommitAdoptsTheHardwareWhileReplayRuns) {
   auto& at = this->at_;
   for (U32 key = 0; key < 50; ++key) at.holding({{key, this->e(key)}});
@@ -126,6 +139,8 @@ TYPED_TEST(RestartTest, RemovingAllTakesEveryKeyAsOneWithAValue) {
   auto& at = this->at_;
   this->table_.entryCommit(5, this->e(1));
   this->table_.entryCommit(6, this->e(1));
+  this->table_.resolvedKeyPriorIs(SwTable::KeyPrior::value);
+  this->table_.resolvedEntryIs(6, {});
   at.take();
   this->table_.entryRemoveAll();
   auto const events = at.take();
@@ -150,64 +165,120 @@ TYPED_TEST(RestartTest, ADestroyedTableDeletesWhatItHeldAndNothingElse) {
   this->table_.entryCommit(3, this->e(3));
   at.take();
   auto const live = TypeParam::memAllocationTracker_.live();
+  Vell::Ptr<Asic::HwTable> const hwTable(at.table->hwTable());
   at.subscriptions.clear();
   at.table = nullptr;
+  EXPECT_EQ(Asic::IndexUserTracker::Stub::tracker(*hwTable).indices(), 0u) << "the tracker is gone";
   EXPECT_EQ(TypeParam::memAllocationTracker_.live(), live - 1);
   EXPECT_EQ(at.util->rows.size(), 1u);
   EXPECT_TRUE(at.util->rows.contains(2));
 }
 
-TYPED_TEST(RestartTest, TracesReadToTheLetter) {
-  auto& at = this->at_;
+/// What a whole life of a table traces, with the given levels on.
+template <class T>
+std::vector<std::string> tracedLife(std::string_view handle, U32 levels) {
+  auto const e = [](U64 n) { return sampleEntry<typename T::Entry>(n); };
   std::vector<std::string> lines;
   Zarn::TraceHandle::sinkIs([&](std::string_view line) { lines.emplace_back(line); });
-  Zarn::TraceHandle::levelsIs(TypeParam::names.brief(), ~0u);
-  Zarn::TraceHandle::levelsIs("SwTableStat", 1u);
-  at.holding({{4, this->e(4)}}).synced();
-  this->table_.entryCommit(5, this->e(1));
-  this->table_.doInitComplete();
+  Zarn::TraceHandle::levelsIs(handle, levels);
+  {
+    Recorded<T> at(Vell::Ptr<T>(new T));
+    at.holding({{4, e(4)}, {6, e(6)}}).synced();
+    at.table->entryCommit(5, e(1));
+    at.table->doInitComplete();
+    at.table->entryCommit(6, e(7));
+    at.table->purgeStaleEntries();
+    at.table->entryRemove(5);
+    at.table->purgeStaleEntries();
+    at.table->entryRemoveAll();
+    at.table->entryCommit(0xFFFFFFFF, e(1));
+    at.subscriptions.clear();
+  }
+  Zarn::TraceHandle::levelsIs(handle, 0);
+  Zarn::TraceHandle::sinkIs({});
+  return lines;
+}
+
+TYPED_TEST(RestartTest, TracesReadToTheLetterAndStandAtTheirLevels) {
+  auto const wanted = [](std::vector<std::string> texts) {
+    for (auto& each : texts) each = Vell::concatenate(TypeParam::names.qualified, " : ", each);
+    return texts;
+  };
+  auto const at = [](U32 level) {
+    return tracedLife<TypeParam>(TypeParam::names.brief(), 1u << level);
+  };
+  EXPECT_EQ(at(5), wanted({"entryRemoveAll"}));
+  auto const life = at(6);
+  ASSERT_EQ(life.size(), 2u);
+  EXPECT_TRUE(life[0].starts_with(wanted({"syncEntries: swTableInstPtr:"})[0]));
+  EXPECT_EQ(life[1], wanted({"cleanup"})[0]);
+  EXPECT_EQ(at(9), wanted({"doInitComplete"}));
+  EXPECT_EQ(at(7), wanted({}));
+  auto const summary = "purgeStaleEntries matched:0 rewritten:0 added:1 deleted:1";
+  EXPECT_EQ(tracedLife<TypeParam>("SwTableStat", 1), wanted({summary, summary}));
+  auto key = at(8);
+  // The stale rows are met in map order, which the process's seed decides.
+  auto const stale = std::ranges::find(key, wanted({"handleStaleEntriesSkip resolved key:6"})[0]);
+  ASSERT_NE(stale, key.end());
+  key.erase(stale);
+  EXPECT_EQ(key, wanted({
+                     "handleEntry key: 5, configReplayComplete: false",
+                     "handleEntry: reconcileStatus: reconcileAdded",
+                     "programHwEntry key: 5, entryState:inProgress",
+                     "traceHwIndex Acquired hwIndex : 5",
+                     "hwTableEntryIs : key: 5",
+                     "handleEntry key: 6, configReplayComplete: true",
+                     "programHwEntry key: 6, entryState:inProgress",
+                     "traceHwIndex Acquired hwIndex : 6",
+                     "hwTableEntryIs : key: 6",
+                     "syncedEntryRemoveAll",
+                     "hwTableEntryDel: Deleting entry at key:4",
+                     "handleStaleEntries: Deleting stale hwEntry for key:4",
+                     "handleEntry key: 5, configReplayComplete: true",
+                     "traceHwIndex Acquired hwIndex : 5",
+                     "hwTableEntryDel: Deleting entry at key:5",
+                     "syncedEntryRemoveAll",
+                     "syncedEntryRemoveAll No stale entries in syncedEntryColl",
+                     "handleEntry key: 6, configReplayComplete: true",
+                     "traceHwIndex Acquired hwIndex : 6",
+                     "hwTableEntryDel: Deleting entry at key:6",
+                     "handleEntry key: 4294967295, configReplayComplete: true",
+                     "programHwEntry key: 4294967295, entryState:inProgress",
+                     "traceHwIndex Acquired hwIndex : 4294967295",
+                     "handleEntry key: 4294967295, configReplayComplete: true",
+                     "traceHwIndex Acquired hwIndex : 4294967295",
+                     "handleEntryNo entry in HwTable for this key. Skip delete",
+                 }));
+}
+
+TYPED_TEST(RestartTest, TheSummaryIsTracedWithoutHooksToo) {
+  std::vector<std::string> lines;
+  Zarn::TraceHandle::sinkIs([&](std::string_view line) { lines.emplace_back(line); });
+  Zarn::TraceHandle::levelsIs("SwTableStat", 1);
+  this->table_.utilIs(nullptr);
+  this->table_.syncedEntryIs(3, this->e(3));
   this->table_.purgeStaleEntries();
-  this->table_.entryRemove(5);
-  this->table_.purgeStaleEntries();
-  this->table_.entryCommit(0xFFFFFFFF, this->e(1));
-  this->table_.entryRemoveAll();
-  Zarn::TraceHandle::levelsIs(TypeParam::names.brief(), 0);
   Zarn::TraceHandle::levelsIs("SwTableStat", 0);
   Zarn::TraceHandle::sinkIs({});
+  EXPECT_EQ(lines.size(), 1u);
+  EXPECT_EQ(this->table_.syncedEntry(3), this->e(3)) << "a purge without hooks changes nothing";
+}
 
-  std::vector<std::string> const texts{
-      "handleEntry key: 5, configReplayComplete: false",
-      "handleEntry: reconcileStatus: reconcileAdded",
-      "programHwEntry key: 5, entryState:inProgress",
-      "traceHwIndex Acquired hwIndex : 5",
-      "hwTableEntryIs : key: 5",
-      "doInitComplete",
-      "syncedEntryRemoveAll",
-      "hwTableEntryDel: Deleting entry at key:4",
-      "handleStaleEntries: Deleting stale hwEntry for key:4",
-      "purgeStaleEntries matched:0 rewritten:0 added:1 deleted:1",
-      "handleEntry key: 5, configReplayComplete: true",
-      "traceHwIndex Acquired hwIndex : 5",
-      "hwTableEntryDel: Deleting entry at key:5",
-      "syncedEntryRemoveAll",
-      "syncedEntryRemoveAll No stale entries in syncedEntryColl",
-      "purgeStaleEntries matched:0 rewritten:0 added:1 deleted:1",
-      "handleEntry key: 4294967295, configReplayComplete: true",
-      "programHwEntry key: 4294967295, entryState:inProgress",
-      "traceHwIndex Acquired hwIndex : 4294967295",
-      "entryRemoveAll",
-      "handleEntry key: 4294967295, configReplayComplete: true",
-      "traceHwIndex Acquired hwIndex : 4294967295",
-      "handleEntryNo entry in HwTable for this key. Skip delete",
-  };
-  ASSERT_TRUE(!lines.empty() &&
-              lines[0].starts_with(Vell::concatenate(TypeParam::names.qualified,
-                                                     " : syncEntries: swTableInstPtr:")));
-  lines.erase(lines.begin());
+TYPED_TEST(RestartTest, OperationsLeaveTheirMessages) {
+  auto* const before = Fennlog::defaultHandle();
+  auto const ring = Fennlog::Handle::inMemory(64);
+  Fennlog::defaultHandleIs(ring.get());
+  this->table_.entryCommit(5, this->e(1));
+  this->table_.entryRemoveAll();
+  this->table_.purgeStaleEntries();
+  Fennlog::defaultHandleIs(before);
+  std::vector<std::string> texts;
+  for (auto const& message : Fennlog::read(*ring)) texts.push_back(message.text);
   std::vector<std::string> wanted;
-  for (auto const& each : texts)
-    wanted.push_back(Vell::concatenate(TypeParam::names.qualified, " : ", each));
-  EXPECT_EQ(lines, wanted);
+  for (auto const* each :
+       {"handleEntry", "programHwEntry", "entryRemoveAll", "handleEntry", "syncedEntryRemoveAll"})
+    wanted.push_back(Vell::concatenate(TypeParam::names.brief(), ": ", each));
+  EXPECT_EQ(texts, wanted);
 }
 
 }  // namespace
