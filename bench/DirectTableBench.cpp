@@ -3,6 +3,7 @@
 // virtual call to the chip. Keys come from a random stream of 2^20, since a short order
 // trains the branch predictor.
 
+#include <atomic>
 #include <memory>
 #include <random>
 #include <unordered_map>
@@ -117,7 +118,21 @@ struct BothTables {
 
 enum class Commit { changed, equal };
 
-template <Commit kind>
+/// `streamed`: commits follow each other at once, and the processor overlaps the cache misses of one
+/// with the work of the next, as far as it can look ahead. `alone`: it may not, as in an agent that
+/// does something else between two commits.
+enum class Pace { streamed, alone };
+
+template <Pace pace>
+void betweenCommits() {
+#if defined(__x86_64__)
+  if constexpr (pace == Pace::alone) __builtin_ia32_lfence();
+#else
+  if constexpr (pace == Pace::alone) std::atomic_thread_fence(std::memory_order_seq_cst);
+#endif
+}
+
+template <Commit kind, Pace pace>
 void commit(benchmark::State& state) {
   auto const count = static_cast<U32>(state.range(0));
   auto const& keys = randomKeys(count);
@@ -135,6 +150,7 @@ void commit(benchmark::State& state) {
           // A changed value differs from that of every earlier chunk and of a repeat in this one.
           U32 const value = kind == Commit::equal ? key : round * chunk + static_cast<U32>(i);
           operation(key, CountingUtil::entryOf(value));
+          betweenCommits<pace>();
         }
       };
     };
@@ -148,8 +164,13 @@ void commit(benchmark::State& state) {
   both.table->utilIs(nullptr);
 }
 
-BENCHMARK(commit<Commit::changed>)->Name("commit/changed")->Arg(1000)->Arg(100000)->UseManualTime();
-BENCHMARK(commit<Commit::equal>)->Name("commit/equal")->Arg(1000)->Arg(100000)->UseManualTime();
+void sizes(benchmark::internal::Benchmark* benchmark) {
+  benchmark->Arg(1000)->Arg(100000)->UseManualTime();
+}
+BENCHMARK(commit<Commit::changed, Pace::streamed>)->Name("commit/changed/streamed")->Apply(sizes);
+BENCHMARK(commit<Commit::changed, Pace::alone>)->Name("commit/changed/alone")->Apply(sizes);
+BENCHMARK(commit<Commit::equal, Pace::streamed>)->Name("commit/equal/streamed")->Apply(sizes);
+BENCHMARK(commit<Commit::equal, Pace::alone>)->Name("commit/equal/alone")->Apply(sizes);
 
 /// A whole restart: sync, replay of equal entries, end of replay, purge. Beside it, the least: what
 /// the hardware holds goes into one map, each entry is looked up, compared and put into another.

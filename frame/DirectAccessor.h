@@ -16,24 +16,22 @@
 
 namespace Asic {
 
-/// What has just been done to a key of a collection.
-enum class KeyIs { stored, removed };
-
 template <class T>
 class DirectAccessor : public AccessorBase<T> {
  public:
   using Key = typename T::Key;
   using Entry = typename T::Entry;
   using Util = typename T::Util;
+  using Node = typename T::ResolvedEntryMap::Node;
 
   using AccessorBase<T>::AccessorBase;
 
   /// Carries a change of the key in `resolvedEntry` to the hardware. The collection holds the new
   /// state, which a caller that has just made it may tell.
-  void handleEntry(Key key, KeyIs state) noexcept;
+  void handleEntry(Key key, Node const* node) noexcept;
   void handleEntry(Key key);
   /// Compares a key with what the hardware holds there.
-  ReconciliationStatus reconcileSyncedEntry(Key key) const;
+  ReconciliationStatus reconcileSyncedEntry(Key key);
   /// Writes the key's value: `inProgress` as a use of its own, `indexReconciled` over a row that
   /// the tracker knows already.
   void programHwEntry(Key key, SwTableBase::EntryState entryState);
@@ -65,11 +63,15 @@ class DirectAccessor : public AccessorBase<T> {
   /// Removes one key as a client would; `resolvedKeyPrior` is set by a look-up.
   void deleteResolvedEntry(Key key);
   void traceHwIndex(Key key) const;
+  /// The key's value, from the node at hand if nothing was called since it was looked up.
+  Zarn::Optional<Entry> wantedValue(Key key) const;
   /// The key names no hardware entry. Never true of a structured key.
   static bool isExhausted(Key key);
   /// The tracker operation of a write, if any, and of a delete.
   Zarn::Optional<Tracker> trackerOfWrite(bool hasValue) const;
   Tracker trackerOfDelete() const;
+
+  Node const* node_ = nullptr;  ///< of the key in hand; null once anything was called
 };
 
 }  // namespace Asic

@@ -18,6 +18,11 @@ bool DirectAccessor<T>::isExhausted([[maybe_unused]] Key key) {
 }
 
 template <class T>
+auto DirectAccessor<T>::wantedValue(Key key) const -> Zarn::Optional<Entry> {
+  return node_ ? node_->value_ : swTable_->resolvedEntry(key);
+}
+
+template <class T>
 void DirectAccessor<T>::traceHwIndex([[maybe_unused]] Key key) const {
   if constexpr (keyIsHwIndex) trace(traceKey, "traceHwIndex", " Acquired hwIndex : ", key);
 }
@@ -26,15 +31,16 @@ void DirectAccessor<T>::traceHwIndex([[maybe_unused]] Key key) const {
 
 template <class T>
 void DirectAccessor<T>::handleEntry(Key key) {
-  handleEntry(key, swTable_->entryHas(key) ? KeyIs::stored : KeyIs::removed);
+  handleEntry(key, swTable_->resolvedEntryMap().lookupNodeG(key));
 }
 
 template <class T>
-void DirectAccessor<T>::handleEntry(Key key, KeyIs state) noexcept {
+void DirectAccessor<T>::handleEntry(Key key, Node const* node) noexcept {
   this->template message<"handleEntry">();
   trace(traceKey, "handleEntry", " key: ", key,
         ", configReplayComplete: ", swTable_->configReplayComplete());
-  if (state == KeyIs::removed)
+  node_ = node;
+  if (!node)
     removeHwEntry(key);
   else if (swTable_->configReplayComplete())
     programHwEntry(key, SwTableBase::EntryState::inProgress);
@@ -72,9 +78,10 @@ bool DirectAccessor<T>::settledMeanwhile(Key key) {
 }
 
 template <class T>
-ReconciliationStatus DirectAccessor<T>::reconcileSyncedEntry(Key key) const {
+ReconciliationStatus DirectAccessor<T>::reconcileSyncedEntry(Key key) {
   if (!swTable_->syncedEntryMap().lookupNodeG(key)) return ReconciliationStatus::reconcileAdded;
   auto const wanted = swTable_->entry(key);
+  node_ = nullptr;
   return this->utilIfExists()->compareHwEntries(*swTable_, key, wanted)
              ? ReconciliationStatus::reconcileMatched
              : ReconciliationStatus::reconcileRewritten;
@@ -115,9 +122,10 @@ void DirectAccessor<T>::programHwEntry(Key key, SwTableBase::EntryState entrySta
 template <class T>
 void DirectAccessor<T>::hwTableEntryIs(Util const& util, Key key) {
   trace(traceKey, "hwTableEntryIs", " : key: ", key);
-  auto const value = swTable_->resolvedEntry(key);
+  auto const value = wantedValue(key);
   if (auto const operation = trackerOfWrite(value.has_value())) {
     util.updateHwIndexRefCountTracker(swTable_->hwTable(), key, *operation);
+    node_ = nullptr;
     auto const* const node = swTable_->resolvedEntryMap().lookupNodeG(key);
     if (!node || node->value_ != value)
       return;  // the hook changed the key: that change was carried

@@ -139,8 +139,10 @@ class DirectTable : public SwKnownIndexTable, public Bruvel::Allocated<T> {
 
   T& table() { return static_cast<T&>(*this); }
   T const& table() const { return static_cast<T const&>(*this); }
-  /// Carries the change of the key to the hardware.
-  void handleEntry(Key key, KeyIs state);
+  /// Carries a change of the key to the hardware; `node` is its node, or null if it was removed.
+  void handleEntry(Key key, typename ResolvedEntryMap::Node const* node);
+  /// Tells the watchers that the element at `key` of the collection `fieldId` changed.
+  void publish(U32 fieldId, Key key, void const* previous);
   void cleanup();
   static KeyPrior keyPrior(typename ResolvedEntryMap::Node const* node);
   /// Whether `node`, which may be null, holds just that value, or none if `value` is null.

@@ -81,16 +81,16 @@ void DirectTable<T, Sheet>::storeResolved(typename ResolvedEntryMap::Node* node,
                                           Entry const* value) {
   Zarn::Optional<Entry> old;
   if (node) {
-    // The new value is copied before the old one leaves: it may lie in it.
-    auto stored = value ? Zarn::Optional<Entry>(*value) : Zarn::Optional<Entry>();
-    old = std::exchange(node->value_, std::move(stored));
+    // `value` is not what the node holds, or `holds` had said so, and so does not lie in it.
+    old = std::move(node->value_);
+    value ? void(node->value_ = *value) : node->value_.reset();
   } else {
-    resolvedEntry_.newMemberG(
-        key, {value ? Zarn::Optional<Entry>(*value) : Zarn::Optional<Entry>(), key});
+    auto stored = value ? Zarn::Optional<Entry>(*value) : Zarn::Optional<Entry>();
+    node = resolvedEntry_.newMemberG(key, {std::move(stored), key});
   }
   // The collection holds the new state; watchers hear of it after the hardware.
-  handleEntry(key, KeyIs::stored);
-  this->publisher()->publishChangeRecursive(resolvedEntryField, &key, &old, &Key::isEq);
+  handleEntry(key, node);
+  publish(resolvedEntryField, key, &old);
 }
 
 template <class T, DirectSheet Sheet>
@@ -105,8 +105,8 @@ auto DirectTable<T, Sheet>::resolvedEntryDel(Key key) -> Zarn::Optional<Entry> {
   OperationScope const scope(*this);
   typename ResolvedEntryMap::Node removed;
   if (!resolvedEntry_.deleteMemberG(key, &removed)) return {};
-  handleEntry(key, KeyIs::removed);
-  this->publisher()->publishChangeRecursive(resolvedEntryField, &key, &removed.value_, &Key::isEq);
+  handleEntry(key, nullptr);
+  publish(resolvedEntryField, key, &removed.value_);
   return std::move(removed.value_);
 }
 
@@ -123,18 +123,17 @@ void DirectTable<T, Sheet>::syncedEntryIs(Key key, Entry const& entry) {
     if (node->value_ == entry) return;
     Entry stored = entry;
     Entry const previous = std::exchange(node->value_, std::move(stored));
-    this->publisher()->publishChangeRecursive(syncedEntryField, &key, &previous, &Key::isEq);
+    publish(syncedEntryField, key, &previous);
   } else {
     syncedEntry_.newMemberG(key, {entry, key});
-    this->publisher()->publishChangeRecursive(syncedEntryField, &key, nullptr, &Key::isEq);
+    publish(syncedEntryField, key, nullptr);
   }
 }
 
 template <class T, DirectSheet Sheet>
 auto DirectTable<T, Sheet>::syncedEntryDel(Key key) -> Entry {
   typename SyncedEntryMap::Node removed;
-  if (syncedEntry_.deleteMemberG(key, &removed))
-    this->publisher()->publishChangeRecursive(syncedEntryField, &key, &removed.value_, &Key::isEq);
+  if (syncedEntry_.deleteMemberG(key, &removed)) publish(syncedEntryField, key, &removed.value_);
   return std::move(removed.value_);
 }
 
@@ -150,8 +149,13 @@ void DirectTable<T, Sheet>::syncedEntryDelAll() {
 }
 
 template <class T, DirectSheet Sheet>
-void DirectTable<T, Sheet>::handleEntry(Key key, KeyIs state) {
-  AccessorT(table()).handleEntry(key, state);
+void DirectTable<T, Sheet>::handleEntry(Key key, typename ResolvedEntryMap::Node const* node) {
+  AccessorT(table()).handleEntry(key, node);
+}
+
+template <class T, DirectSheet Sheet>
+void DirectTable<T, Sheet>::publish(U32 fieldId, Key key, void const* previous) {
+  SwTable::publisher()->publishChangeRecursive(fieldId, &key, previous, &Key::isEq);
 }
 
 template <class T, DirectSheet Sheet>
