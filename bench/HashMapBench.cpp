@@ -173,9 +173,9 @@ void walkSafely(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
-/// The longest that one insertion takes while a map grows to that many keys: what growth costs the
-/// one commit that meets it. The least of several fillings, since what the machine adds never
-/// repeats.
+/// The longest that one insertion takes while a map grows to that many keys: what growth
+/// costs the one commit that meets it. The least of several fillings, since what the
+/// machine adds never repeats.
 template <class Map>
 void worstInsertion(benchmark::State& state) {
   using Clock = std::chrono::steady_clock;

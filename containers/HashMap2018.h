@@ -59,7 +59,7 @@ class HashMap2018 {
   /// A copy owns copies of all nodes.
   HashMap2018(HashMap2018 const& other);
   /// Leaves `other` empty.
-  HashMap2018(HashMap2018&& other) { swapContents(other); }
+  HashMap2018(HashMap2018&& other) noexcept { swapContents(other); }
   /// The old contents are destroyed last, when the new ones are in place.
   HashMap2018& operator=(HashMap2018 other) {
     swapContents(other);
@@ -153,7 +153,8 @@ class HashMap2018 {
   }
 
   void changed() { version_ = (version_ + 1) & versionMask; }
-  void swapContents(HashMap2018& other);
+  void checkInvariants(U32 hash) const;
+  void swapContents(HashMap2018& other) noexcept;
   Header* assemble(U32 size, std::span<NodeSpan const> spans, U8 newNodeTag = 0);
   Header* copyOf(Header const* bucket);
   Node* insertInto(Header*& slot, Key const& key, U32 hash, Node&& node);

@@ -85,7 +85,7 @@ HashMap2018<N, Ne, m>::HashMap2018(HashMap2018 const& other) {
 }
 
 template <class N, class Ne, NodeAllocMode m>
-void HashMap2018<N, Ne, m>::swapContents(HashMap2018& other) {
+void HashMap2018<N, Ne, m>::swapContents(HashMap2018& other) noexcept {
   directory_.swap(other.directory_);
   std::swap(count_, other.count_);
   changed();
@@ -101,6 +101,7 @@ auto HashMap2018<N, Ne, m>::newMemberG(Key const& key, U32 hash, Node&& node) ->
   Node* const inserted = insertInto(directory_.slotOf(hash), key, hash, std::move(node));
   ++count_;
   changed();
+  checkInvariants(hash);
   return inserted;
 }
 
@@ -143,6 +144,7 @@ bool HashMap2018<N, Ne, m>::deleteMemberG(Key const& key, U32 hash, Node* out) {
   --count_;
   changed();
   if (bucketsFor(count_) < directory_.size()) mergeOne();
+  checkInvariants(hash);
   if (out) *out = std::move(removed);
   return true;
 }
@@ -314,6 +316,22 @@ void HashMap2018<N, Ne, m>::emptyAllBuckets(bool last) {
     _memberDelAll();
   } while (last && count_ != 0);
   if (last) directory_.dropReservation();
+}
+
+/// In a build that checks: the number of buckets, and order and tags in the bucket of `hash`.
+template <class N, class Ne, NodeAllocMode m>
+inline void HashMap2018<N, Ne, m>::checkInvariants(U32 hash) const {
+  if constexpr (Vell::checksInvariants) {
+    VELL_ASSERT(directory_.size() >= bucketsFor(count_), "directory_.size() >= bucketsFor(count_)",
+                directory_.size(), " buckets, ", count_, " keys");
+    Header const* const bucket = directory_.slotOf(hash);
+    for (U32 i = 0; bucket && i < bucket->size; ++i) {
+      Node const* const node = Layout::nodes(bucket) + i;
+      VELL_ASSERT(bucket->tag(i) == Header::tagOf(hashOf(node->key())), "tag(i) == tagOf(key)", i);
+      VELL_ASSERT(i == 0 || vt_.compareOrLruUnlink(node->key(), nullptr, node[-1]) == 2,
+                  "keys ascend", i);
+    }
+  }
 }
 
 }  // namespace Zarn

@@ -24,7 +24,7 @@ namespace {
 
 constexpr std::size_t granule = 16;
 constexpr std::size_t classCount = largestSlabObject / granule;
-constexpr std::size_t slabAlignment = 32 * 1024;
+constexpr std::size_t slabAlignment = 32u * 1024;
 /// A little less than the alignment: the system's own block header then fits between two slabs that
 /// lie side by side.
 constexpr std::size_t slabBytes = slabAlignment - 64;

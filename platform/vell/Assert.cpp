@@ -5,11 +5,10 @@
 
 namespace Vell {
 
-void fatalAssertion(std::string_view expression, std::string const& detail,
-                    std::source_location where) {
+void fatalAssertion(std::string_view expression, std::string const& detail, char const* file,
+                    unsigned line, char const* function) {
   std::fprintf(stderr, "fatal assertion \"%.*s\" at %s:%u in %s%s%s\n",
-               static_cast<int>(expression.size()), expression.data(), where.file_name(),
-               static_cast<unsigned>(where.line()), where.function_name(),
+               static_cast<int>(expression.size()), expression.data(), file, line, function,
                detail.empty() ? "" : ": ", detail.c_str());
   std::fflush(stderr);
   std::abort();

@@ -7,7 +7,6 @@
 
 #pragma once
 
-#include <source_location>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -17,7 +16,7 @@ namespace Vell {
 /// Prints `fatal assertion "EXPRESSION" at FILE:LINE in FUNCTION: DETAIL` to
 /// standard error and aborts.
 [[noreturn]] void fatalAssertion(std::string_view expression, std::string const& detail,
-                                 std::source_location where);
+                                 char const* file, unsigned line, char const* function);
 
 /// Streams its arguments one after the other into one text.
 template <class... Parts>
@@ -27,11 +26,19 @@ std::string concatenate(Parts const&... parts) {
   return std::move(text).str();
 }
 
+/// Whether this build checks, at every transition, invariants that no input can break; the presets
+/// for debugging and for sanitizers do. What it costs is not for live traffic.
+#if defined(DLB_CHECK_INVARIANTS)
+inline constexpr bool checksInvariants = true;
+#else
+inline constexpr bool checksInvariants = false;
+#endif
+
 }  // namespace Vell
 
-#define VELL_ASSERT(condition, expression, ...)                            \
-  do {                                                                     \
-    if (!(condition)) [[unlikely]]                                         \
-      ::Vell::fatalAssertion(expression, ::Vell::concatenate(__VA_ARGS__), \
-                             ::std::source_location::current());           \
+#define VELL_ASSERT(condition, expression, ...)                                                \
+  do {                                                                                         \
+    if (!(condition)) [[unlikely]]                                                             \
+      ::Vell::fatalAssertion(expression, ::Vell::concatenate(__VA_ARGS__), __FILE__, __LINE__, \
+                             __PRETTY_FUNCTION__);                                             \
   } while (false)

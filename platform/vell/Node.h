@@ -21,6 +21,7 @@
 
 #include <atomic>
 
+#include "platform/vell/Assert.h"
 #include "platform/vell/ModuleInspectData.h"
 #include "platform/vell/ThreadControl.h"
 #include "platform/vell/Types.h"
@@ -67,6 +68,8 @@ class Node {
     }
   }
   void useDrop() const {
+    if constexpr (checksInvariants)
+      VELL_ASSERT(useCount() != 0, "useCount() != 0", "a use is dropped that nobody holds");
     if ((lessOne() & countMask) == 0) [[unlikely]]
       lastUseDropped();
   }

@@ -22,9 +22,9 @@ struct Publisher::Board {
 
   void tell(Change const& change) {
     ++depth;
-    // By index up to the count at the start: the vector may grow underneath, and later
-    // watchers hear of later publications only. Ended watchers keep their place until no
-    // publication is under way.
+    // By index up to the count at the start: the vector may grow underneath, and later watchers
+    // hear of later publications only. Ended watchers keep their place until no publication is
+    // under way. NOLINTNEXTLINE(modernize-loop-convert)
     for (std::size_t i = 0, n = watchers.size(); i < n; ++i) {
       auto const watcher = watchers[i];
       if (watcher->ended) continue;
