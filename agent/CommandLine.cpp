@@ -93,7 +93,9 @@ constexpr Command commands[] = {
 std::string chipSwitchIs(std::map<std::string, std::string>& switches, std::string const& text) {
   auto const equals = text.find('=');
   if (equals == text.npos || equals == 0) return "a switch is written as NAME=VALUE, not " + text;
-  switches[text.substr(0, equals)] = text.substr(equals + 1);
+  auto const name = text.substr(0, equals);
+  if (!switches.insert({name, text.substr(equals + 1)}).second)
+    return "the switch " + name + " is given more than once";
   return {};
 }
 
@@ -125,7 +127,7 @@ void addCommonOptions(CLI::App& app, Options& options) {
               if (auto const error = chipSwitchIs(options.chipSwitches, text); !error.empty())
                 throw CLI::ValidationError("--chip-switch", error);
           },
-          "Set a switch of the chip, by the chip's own names; may be repeated"),
+          "Set a switch of the chip, by the chip's own names; repeat it for others"),
       "NAME=VALUE")
       ->allow_extra_args(false);
 }
@@ -137,7 +139,7 @@ std::string commonOptionsHelp(CLI::App const& app) {
 }
 
 int reported(std::vector<std::string> const& lines) {
-  for (auto const& line : lines) fmt::print(stderr, "dlb-agent: {}\n", line);
+  for (auto const& line : lines) tell(line);
   return exitProblem;
 }
 

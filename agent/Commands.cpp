@@ -6,6 +6,7 @@
 
 #include "agent/Contents.h"
 #include "agent/Differences.h"
+#include "agent/Failure.h"
 #include "agent/Session.h"
 #include "agent/Summary.h"
 #include "agent/Tracing.h"
@@ -22,7 +23,7 @@ using nlohmann::ordered_json;
 template <class Json, class Text>
 void print(Options const& options, Json const& json, Text const& text) {
   if (options.format == Options::Format::json)
-    fmt::print("{}\n", json().dump(2));
+    fmt::print("{}\n", json().dump(2, ' ', false, ordered_json::error_handler_t::replace));
   else
     fmt::print("{}", text());
 }
@@ -38,26 +39,27 @@ struct Agent {
     return Configuration::fromFile(options.configuration, catalogue, session->limitsOf());
   }
 
-  /// The message ring is started here and not before, so that a run that comes to nothing does not
-  /// push the messages of an earlier one aside. It stays until the process ends.
+  /// The message ring is started when the hardware is open and not before, so that a run that comes
+  /// to nothing does not push the messages of an earlier one aside. It stays until the process ends.
   void open(Access access) const {
-    if (!options.messages.empty()) {
-      static auto const ring = Fennlog::Handle::inFile(options.messages);
-      Fennlog::defaultHandleIs(ring.get());
-    }
     session->open({.hardware = options.hardware,
                    .access = access,
                    .crashAfter = options.crashAfter,
                    .switches = options.chipSwitches});
+    if (!options.messages.empty()) {
+      static auto const ring = Fennlog::Handle::inFile(options.messages);
+      Fennlog::defaultHandleIs(ring.get());
+    }
+    session->start();
   }
 
   void warnOfTablesWithoutHardware(Configuration const& wanted) const {
     for (auto const& table : session->tables())
       if (auto const entries = wanted.of(table.type()).size(); entries > 0 && !table.hasHardware())
-        fmt::print(stderr,
-                   "dlb-agent: warning: chip \"{}\" has no hardware for {}: {} nowhere else\n",
-                   options.chip, table.type().name(),
-                   counted(entries, "entry is in software and", "entries are in software and"));
+        tell(fmt::format(
+            "warning: chip \"{}\" has no hardware for {}: {} nowhere else", options.chip,
+            table.type().name(),
+            counted(entries, "entry is in software and", "entries are in software and")));
   }
 
   /// What a replay of the configuration does, to the hardware or to a copy of it. The report is
@@ -105,8 +107,7 @@ int planCommand(Options const& options) {
   print(
       options, [&] { return summaryWithChanges(report); },
       [&] { return changesAndSummary(report, Mood::wouldBe); });
-  auto const totals = report.totals();
-  return totals.hardwareWrites + totals.hardwareDeletes == 0 ? exitFine : exitWouldChange;
+  return report.changes.empty() ? exitFine : exitWouldChange;
 }
 
 int checkCommand(Options const& options) {

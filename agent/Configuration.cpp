@@ -24,7 +24,8 @@ namespace {
 }
 
 std::string textOf(std::string const& file) {
-  if (std::filesystem::is_directory(file)) cannotRead(file, "it is a folder");
+  std::error_code unknown;  // what it is instead shows when it is opened
+  if (std::filesystem::is_directory(file, unknown)) cannotRead(file, "it is a folder");
   errno = 0;
   std::ifstream stream(file, std::ios::binary);
   std::string text{std::istreambuf_iterator<char>(stream), {}};

@@ -60,15 +60,14 @@ struct Wording {
 Wording wordingOf(Change::Kind kind) {
   switch (kind) {
     case Change::Kind::added:
+    case Change::Kind::homeless:  // shown as missing; no plan lists it
       return {"added", "missing", "+", Emphasis::good};
     case Change::Kind::rewritten:
       return {"rewritten", "different", "~", Emphasis::changed};
     case Change::Kind::deleted:
       return {"deleted", "unexpected", "-", Emphasis::bad};
-    case Change::Kind::homeless:
-      break;
   }
-  return {"unplaced", "missing", "!", Emphasis::bad};
+  return {};
 }
 
 std::string changeLine(Change const& change) {

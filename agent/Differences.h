@@ -10,8 +10,8 @@
 
 namespace DlbAgent {
 
-/// A list of {"table": ..., "index": ..., "change": "added" | "rewritten" | "deleted" |
-/// "unplaced", "fields": {FIELD: {"old": ..., "new": ...}}}; "old" or "new" is left out where there
+/// A list of {"table": ..., "index": ..., "change": "added" | "rewritten" | "deleted",
+/// "fields": {FIELD: {"old": ..., "new": ...}}}; "old" or "new" is left out where there
 /// is none, and rewritten entries list the fields that differ.
 nlohmann::ordered_json changesJson(Report const& report);
 /// A line for each change under the name of its table: "+ 3  weight 64", "~ 0  weight 64 -> 60".

@@ -7,6 +7,8 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
+#include "agent/Words.h"
+
 namespace DlbAgent {
 namespace {
 
@@ -73,7 +75,12 @@ class Builder : public nlohmann::json_sax<json> {
 
   bool parse_error(std::size_t position, std::string const&,
                    json::exception const& error) override {
-    problems_.add(lineAndColumn(text_, position), withoutPreamble(error.what()));
+    auto const place = lineAndColumn(text_, position);
+    if (dynamic_cast<json::out_of_range const*>(&error))
+      problems_.add(path(),
+                    fmt::format("a number beyond all sizes at {}; the check ends here", place));
+    else
+      problems_.add(place, withoutPreamble(error.what()));
     return false;
   }
 
@@ -115,10 +122,7 @@ class Builder : public nlohmann::json_sax<json> {
 
 /// A text in quotes, on one line and no longer than one.
 std::string inQuotes(std::string_view text) {
-  constexpr std::size_t most = 60;
-  auto const cut =
-      text.size() > most ? std::string(text.substr(0, most)) + "..." : std::string(text);
-  return json(cut).dump(-1, ' ', false, json::error_handler_t::replace);
+  return json(clipped(text)).dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
 struct Describer {
@@ -127,7 +131,7 @@ struct Describer {
   std::string operator()(JsonValue::Object const&) const { return "an object"; }
   std::string operator()(bool value) const { return value ? "true" : "false"; }
   std::string operator()(U64 value) const { return std::to_string(value); }
-  std::string operator()(JsonValue::OddNumber const& number) const { return number.text; }
+  std::string operator()(JsonValue::OddNumber const& number) const { return clipped(number.text); }
   std::string operator()(std::string const& text) const { return inQuotes(text); }
 };
 
@@ -155,6 +159,10 @@ JsonValue::~JsonValue() = default;
 std::string JsonValue::described() const { return std::visit(Describer(), content_); }
 
 std::optional<JsonValue> readJson(std::string_view text, Problems& problems) {
+  if (auto const zero = text.find('\0'); zero != text.npos) {
+    problems.add(lineAndColumn(text, zero + 1), "a zero byte, which no JSON text has");
+    return {};
+  }
   Builder builder(text, problems);
   if (!json::sax_parse(text.begin(), text.end(), &builder)) return {};
   return std::move(builder.root);

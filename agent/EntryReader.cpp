@@ -50,17 +50,17 @@ class FieldReader {
   }
 
   Vell::Value tooLarge(std::string_view number) const {
-    return refuse(fmt::format("{} does not fit in {} bits; the largest value is {}", number,
-                              field_.bits, largestOf(field_.bits)));
+    return refuse(fmt::format("{} does not fit in {} bits; the largest value is {}",
+                              clipped(number), field_.bits, largestOf(field_.bits)));
   }
 
   Vell::Value readOdd(std::string_view text) const {
     if (text.starts_with('-'))
-      return refuse(fmt::format("{} is negative; the least value is 0", text));
+      return refuse(fmt::format("{} is negative; the least value is 0", clipped(text)));
     bool const digitsOnly = text.find_first_not_of("0123456789") == text.npos;
-    return digitsOnly
-               ? tooLarge(text)
-               : refuse(fmt::format("{} is no whole number, written with digits only", text));
+    return digitsOnly ? tooLarge(text)
+                      : refuse(fmt::format("{} is no whole number, written with digits only",
+                                           clipped(text)));
   }
 
   Vell::Value readText(std::string const& text, std::string_view described) const {

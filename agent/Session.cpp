@@ -4,6 +4,7 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <filesystem>
 
 #include "agent/Failure.h"
 #include "platform/plugin/Registry.h"
@@ -13,8 +14,14 @@ namespace DlbAgent {
 Vell::Ptr<Asic::Chip> chipNamed(std::string const& name) {
   using Asic::Chip;
   Plugin::loadAll(Chip::prefix);
-  if (auto const made = Plugin::make(name, Chip::prefix, Chip::feature))
+  if (auto const made = Plugin::make(name, Chip::prefix, Chip::feature)) {
+    // Another file of that name serves; whoever builds the refused one must not miss it.
+    for (auto const& problem : Plugin::problems())
+      if (std::filesystem::path(problem.file).stem() == name)
+        tell(fmt::format("warning: refused: {}; another file brings chip \"{}\"", problem.text,
+                         name));
     return static_cast<Chip*>(made.get());
+  }
 
   auto const found = Plugin::chipsWith(Chip::prefix, Chip::feature);
   std::vector<std::string> lines{fmt::format("no chip \"{}\"", name)};
@@ -24,7 +31,7 @@ Vell::Ptr<Asic::Chip> chipNamed(std::string const& name) {
           : fmt::format("chips found: {}; choose one with --chip", fmt::join(found, ", ")));
   lines.push_back(fmt::format("folders searched: {}", fmt::join(Plugin::searchPath(), ", ")));
   for (auto const& problem : Plugin::problems())
-    lines.push_back(fmt::format("refused {}: {}", problem.file, problem.text));
+    lines.push_back(fmt::format("refused: {}", problem.text));
   throw Failure(std::move(lines));
 }
 
@@ -40,8 +47,7 @@ LimitsOf Session::limitsOf() const {
   };
 }
 
-void Session::open(Asic::Chip::Options const& options) {
-  chip_->open(options);
+void Session::start() {
   for (auto& table : tables_) table.start(chip_);
 }
 

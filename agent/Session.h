@@ -2,7 +2,8 @@
 //
 //   Session session(catalogue, "sim");             tables and hooks are there, nothing is opened
 //   auto wanted = Configuration::fromFile(file, catalogue, session.limitsOf());
-//   session.open(options);                         the hardware has been read
+//   session.open(options);                         the hardware is open
+//   session.start();                               the hardware has been read
 //   auto report = session.replay(wanted);          the hardware holds what is wanted
 //
 // The tables stay as they are when a session ends, and so does the hardware:
@@ -29,8 +30,10 @@ class Session {
   std::vector<LiveTable> const& tables() const { return tables_; }
   Asic::Chip const& chip() const { return *chip_; }
 
-  /// Opens the chip and reads its tables. Throws what the chip throws; nothing is touched then.
-  void open(Asic::Chip::Options const& options);
+  /// Opens the chip. Throws what the chip throws; nothing is touched then.
+  void open(Asic::Chip::Options const& options) { chip_->open(options); }
+  /// Reads what the hardware holds.
+  void start();
   /// Brings the hardware to what is wanted: writes what is missing or different,
   /// then deletes the rest.
   Report replay(Configuration const& wanted);

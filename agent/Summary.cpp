@@ -51,10 +51,11 @@ std::string sentence(Figures const& figures, Mood mood) {
     return fmt::format("Everything {} in place: {}.", done ? "was" : "is", operationsOf(figures));
   if (figures.deleted == changed + figures.matched)
     return fmt::format("{}; nothing {} left.", changesOf(figures, mood), done ? "is" : "would be");
-  auto const inPlace = figures.matched == 0
-                           ? fmt::format("none {} in place", done ? "was" : "is")
-                           : fmt::format("{} of {} {} in place", figures.matched,
-                                         changed + figures.matched, done ? "were" : "are");
+  auto const inPlace =
+      figures.matched == 0
+          ? fmt::format("none {} in place", done ? "was" : "is")
+          : fmt::format("{} of {} {} in place", figures.matched, changed + figures.matched,
+                        figures.matched == 1 ? (done ? "was" : "is") : (done ? "were" : "are"));
   return fmt::format("{}; {}.", changesOf(figures, mood), inPlace);
 }
 

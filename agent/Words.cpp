@@ -57,6 +57,11 @@ std::string hintFor(std::string_view name, std::vector<std::string_view> const& 
   return fmt::format("there are: {}", fmt::join(known, ", "));
 }
 
+std::string clipped(std::string_view text) {
+  constexpr std::size_t most = 60;
+  return text.size() > most ? fmt::format("{}...", text.substr(0, most)) : std::string(text);
+}
+
 std::string counted(U64 count, std::string_view one, std::string_view many) {
   return fmt::format("{} {}", count, count == 1 ? one : many);
 }

@@ -25,6 +25,9 @@ U64 largestOf(unsigned bits);
 /// What to say after an unknown name: the known one that was probably meant, or else all of them.
 std::string hintFor(std::string_view name, std::vector<std::string_view> const& known);
 
+/// The text, or its beginning if it is longer than a line should be.
+std::string clipped(std::string_view text);
+
 /// "1 entry", "2 entries".
 std::string counted(U64 count, std::string_view one, std::string_view many);
 

@@ -8,6 +8,7 @@
 #include <array>
 #include <string_view>
 
+#include "containers/HashMap2018Iterator.h"
 #include "frame/AccessorBase.h"
 #include "frame/FieldEntry.h"
 #include "frame/Trait.h"

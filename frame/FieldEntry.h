@@ -7,6 +7,7 @@
 #include <ostream>
 
 #include "platform/asic/EntryBase.h"
+#include "platform/vell/Assert.h"
 #include "platform/vell/Inspect.h"
 #include "platform/zarn/Fields.h"
 

@@ -49,9 +49,8 @@ void Registration::featureIs(std::string_view prefix, std::string_view typeName,
   state().features[{std::string(prefix), std::string(typeName), chip_}] = factory;
 }
 
-std::string loadFile(std::string const& file) {
-  auto const chip = fs::path(file).stem().string();
-  if (state().chips.contains(chip)) return {};
+/// The rest of `loadFile`, with exceptions of the plug-in's own code on their way.
+static std::string loadNew(std::string const& file, std::string const& chip) {
   auto* const library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (!library)
     return Vell::concatenate(file, " cannot be loaded: ", lastDlError(),
@@ -69,10 +68,23 @@ std::string loadFile(std::string const& file) {
                              ", and this library has interface ", interfaceVersion,
                              "; rebuild the plug-in against this library");
   }
-  state().chips.insert(chip);
   Registration registration(chip);
   entry(&registration);
+  state().chips.insert(chip);
   return {};
+}
+
+std::string loadFile(std::string const& file) {
+  auto const chip = fs::path(file).stem().string();
+  if (state().chips.contains(chip)) return {};
+  try {
+    return loadNew(file, chip);
+  } catch (std::exception const& error) {
+    std::erase_if(state().features,
+                  [&](auto const& each) { return std::get<2>(each.first) == chip; });
+    return Vell::concatenate(file, " throws while it is loaded: ", error.what(),
+                             "; a plug-in must not throw");
+  }
 }
 
 void loadAll(std::string_view prefix) {

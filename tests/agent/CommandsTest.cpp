@@ -185,6 +185,16 @@ struct Refusal {
   char const* words;
 };
 
+// A closed stream's number goes to the next file opened, which must not be the hardware.
+TEST_F(CommandsTest, closedStreamsCostNoHardware) {
+  EXPECT_EQ(agent("run " + leaf + " >&-").code, 1);
+  EXPECT_EQ(agent("run " + leaf + " --trace DlbControlTable=0-9 2>&-").code, 0);
+  EXPECT_EQ(agent("run " + leaf + " --messages m <&- >&- 2>&-").code, 1);
+  EXPECT_EQ(agent("show nope 2>/dev/full").code, 1);
+  EXPECT_EQ(Testing::figures(json("run " + leaf)), "6 0 0 0 0 0");
+  EXPECT_EQ(agent("messages m").code, 0);
+}
+
 TEST_F(CommandsTest, whatCannotBeDoneIsToldWithItsMend) {
   contentIs("no-hardware", "not a hardware file");
   Refusal const refusals[] = {
