@@ -80,11 +80,12 @@ bool DirectAccessor<T>::settledMeanwhile(Key key) {
 template <class T>
 ReconciliationStatus DirectAccessor<T>::reconcileSyncedEntry(Key key) {
   if (!swTable_->syncedEntryMap().lookupNodeG(key)) return ReconciliationStatus::reconcileAdded;
+  auto const util = this->utilIfExists();
+  VELL_ASSERT(util, "util", T::names.qualified, ": a synced entry, and no hooks that found it");
   auto const wanted = swTable_->entry(key);
   node_ = nullptr;
-  return this->utilIfExists()->compareHwEntries(*swTable_, key, wanted)
-             ? ReconciliationStatus::reconcileMatched
-             : ReconciliationStatus::reconcileRewritten;
+  return util->compareHwEntries(*swTable_, key, wanted) ? ReconciliationStatus::reconcileMatched
+                                                        : ReconciliationStatus::reconcileRewritten;
 }
 
 template <class T>

@@ -113,7 +113,8 @@ void Hardware::redo() {
   auto const [published, applied] = state();
   bool const interrupted = published == applied + 1;
   auto const& last = record(published);
-  if (published != applied && !(interrupted && isSound(last, published)))
+  bool const known = published == 0 ? applied == 0 : isSound(last, published);
+  if (!known || (published != applied && !interrupted))
     throw HardwareError(file_.path(),
                         "has a damaged journal; restore it from a copy, or delete it to start with "
                         "empty hardware");
@@ -158,7 +159,8 @@ std::vector<Asic::Chip::JournalEntry> Hardware::journal(std::size_t most) const 
   std::vector<Asic::Chip::JournalEntry> entries;
   auto const newest = state().published;
   auto const kept = std::min<U64>({most, newest, FileLayout::journalRecords});
-  for (auto number = newest - kept + 1; number <= newest; ++number) {
+  for (U64 left = kept; left > 0; --left) {
+    auto const number = newest - left + 1;
     auto const& each = record(number);
     if (!isSound(each, number)) continue;
     entries.push_back({number, std::string(layout_.shapes()[each.table].name),

@@ -126,7 +126,9 @@ void HardwareFile::check(FileLayout const& layout) const {
 // Whoever makes a file holds the lock on its temporary name, so that nobody else can give it its
 // name once it is found missing below.
 void HardwareFile::makeNew(FileLayout const& layout) {
-  auto const temporary = path_ + ".new";
+  auto const name = path_.rfind('/') + 1;
+  // Hidden, and of our own making: what else lies in the folder is the user's.
+  auto const temporary = path_.substr(0, name) + "." + path_.substr(name) + ".new";
   openLocked(temporary, O_RDWR | O_CREAT);
   unnamed_.path = temporary;
   if (::access(path_.c_str(), F_OK) == 0) throw HardwareError(path_, inUse);

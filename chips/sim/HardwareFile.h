@@ -4,9 +4,8 @@
 //  1. A file that is not whole, of this version and of this layout is refused and left as it is.
 //  2. A live file is locked against every other user, a copied one against live users, as long as
 //     the object lives.
-//  3. A file appears under its name complete or not at all: a new one is made under NAME.new and
-//     keeps its lock while it gets its name. What a process that died left at
-//     NAME.new is used again.
+//  3. A file appears under its name complete or not at all: a new one is made under .NAME.new and
+//     keeps its lock while it gets its name. What a process that died left there is used again.
 //  4. A copy changes nothing and makes nothing; a missing file is copied as empty hardware.
 
 #pragma once

@@ -25,7 +25,6 @@ class SimHwTable final : public Asic::HwTable {
     return of(const_cast<Asic::HwTable&>(hwTable));
   }
 
-  U64 rows() const { return hardware_->rows(table_); }
   /// The bytes of a valid row, good until the next operation; empty if there is none.
   std::span<U8 const> row(U64 row) const { return hardware_->row(table_, row); }
   void rowIs(U64 row, std::span<U8 const> bytes) { hardware_->rowIs(table_, row, bytes); }

@@ -1,7 +1,10 @@
 #include "platform/fennlog/Ring.h"
 
+#include <unistd.h>
+
 #include <cstring>
 #include <new>
+#include <string>
 
 #include "platform/fennlog/Fennlog.h"
 
@@ -37,12 +40,44 @@ void moveFile(std::filesystem::path const& from, std::filesystem::path const& to
   }
 }
 
+bool isThere(std::filesystem::path const& path) {
+  std::error_code ignored;
+  return std::filesystem::exists(path, ignored);
+}
+
 // Refuses what is not ours to move, or still in use.
+void checkPreviousRun(std::filesystem::path const& path) {
+  if (isThere(path)) check(File(path, File::Use::write), path);
+}
+
 void keepPreviousRun(std::filesystem::path const& path) {
-  if (std::error_code ignored; !std::filesystem::exists(path, ignored)) return;
-  File const previous(path, File::Use::write);
-  check(previous, path);
-  moveFile(path, withSuffix(path, ".1"));
+  checkPreviousRun(path);
+  if (isThere(path)) moveFile(path, withSuffix(path, ".1"));
+}
+
+/// A name beside `path` that no other process uses; the file there goes again unless it was moved.
+struct Aside {
+  explicit Aside(std::filesystem::path const& path)
+      : name(path.parent_path() /
+             ("." + path.filename().string() + ".new" + std::to_string(::getpid()))) {}
+  ~Aside() {
+    std::error_code ignored;
+    std::filesystem::remove(name, ignored);
+  }
+  std::filesystem::path const name;
+};
+
+/// A new file aside; its errors name the path that the caller knows.
+Mapping mappingAside(Aside const& aside, std::filesystem::path const& path, U64 bytes) {
+  try {
+    return Mapping(aside.name, File::Use::create, bytes);
+  } catch (Error const& error) {
+    std::string text = error.what();
+    auto const shown = aside.name.string();
+    if (auto const at = text.find(shown); at != text.npos)
+      text.replace(at, shown.size(), path.string());
+    throw Error(text);
+  }
 }
 
 }  // namespace
@@ -61,12 +96,13 @@ std::unique_ptr<Handle> Handle::inFile(std::filesystem::path const& path, FileOp
   }
   auto const dictionaryBytes = (options.dictionaryBytes + pageBytes - 1) / pageBytes * pageBytes;
   // Made aside, so that what lies at the path is whole from its first moment.
-  auto const aside = withSuffix(path, ".new");
-  Mapping mapping(aside, File::Use::create,
-                  headerBytes + dictionaryBytes + options.capacity * sizeof(Record));
+  checkPreviousRun(path);
+  Aside const aside(path);
+  auto mapping =
+      mappingAside(aside, path, headerBytes + dictionaryBytes + options.capacity * sizeof(Record));
   beginRing(mapping, options.capacity, dictionaryBytes);
   keepPreviousRun(path);
-  moveFile(aside, path);
+  moveFile(aside.name, path);
   return std::unique_ptr<Handle>(new Handle(std::move(mapping)));
 }
 

@@ -78,6 +78,16 @@ Damage const damages[] = {
        overwrite(bytes, journalAt(bytes), JournalState{3, 2});
      },
      "damaged journal"},
+    {"no records",
+     [](auto& bytes) {
+       overwrite(bytes, journalAt(bytes), JournalState{5000, 5000});
+     },
+     "damaged journal"},
+    {"beyond all numbers",
+     [](auto& bytes) {
+       overwrite(bytes, journalAt(bytes), JournalState{~U64{0}, ~U64{0}});
+     },
+     "damaged journal"},
 };
 
 class SimFileTest : public ChipTest {
@@ -146,10 +156,13 @@ TEST_F(SimFileTest, aCopyTouchesNothing) {
 }
 
 TEST_F(SimFileTest, aNewFileIsMadeOverWhatADeadProcessLeft) {
-  bytesAre(hardware + ".new", std::string(100000, 'x'));
+  auto const aside = path(".leaf.hw.new");
+  bytesAre(aside, std::string(100000, 'x'));
+  bytesAre(hardware + ".new", "a file of the user's");
   { Life<Control>(opened(hardware)).replay({{1, control(1)}}); }
   EXPECT_THAT(rowsIn<Control>(hardware), SizeIs(1));
-  EXPECT_FALSE(std::filesystem::exists(hardware + ".new"));
+  EXPECT_FALSE(std::filesystem::exists(aside));
+  EXPECT_EQ(bytesOf(hardware + ".new"), "a file of the user's");
 }
 
 }  // namespace
