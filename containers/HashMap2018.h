@@ -19,6 +19,7 @@
 #pragma once
 
 #include <algorithm>
+#include <span>
 #include <utility>
 
 #include "containers/HashMap2018Directory.h"
@@ -61,16 +62,18 @@ class HashMap2018 {
   /// Leaves `other` empty.
   HashMap2018(HashMap2018&& other) noexcept { swapContents(other); }
   /// The old contents are destroyed last, when the new ones are in place.
-  HashMap2018& operator=(HashMap2018 other) {
-    swapContents(other);
+  HashMap2018& operator=(HashMap2018 const& other) {
+    if (this != &other) HashMap2018(other).swapContents(*this);
+    return *this;
+  }
+  HashMap2018& operator=(HashMap2018&& other) noexcept {
+    HashMap2018(std::move(other)).swapContents(*this);
     return *this;
   }
   ~HashMap2018() { emptyAllBuckets(true); }
 
   /// The hash under which `key` is found in maps of this type.
-  static U32 hashOf(Key const& key) {
-    return KeyTraits<Key>::hash(key, HashHelper::hashSeed32() ^ Ne::hashConstant);
-  }
+  static U32 hashOf(Key const& key) { return KeyTraits<Key>::hash(key, Ne::seed()); }
 
   /// The node of `key`, or null. `hash` is `hashOf(key)`, here and below.
   Node* lookupNodeG(Key const& key, U32 hash) { return find(directory_.slotOf(hash), key, hash); }
@@ -119,6 +122,13 @@ class HashMap2018 {
     Header const* const bucket = directory_.slot(index);
     return bucket ? bucket->size : 0;
   }
+  /// The nodes of bucket `index`. Maps of one type with equal keys have equal nodes in it but for
+  /// their values.
+  std::span<Node const> bucketNodes(U32 index) const {
+    Header const* const bucket = directory_.slot(index);
+    return bucket ? std::span<Node const>(Layout::nodes(bucket), bucket->size)
+                  : std::span<Node const>();
+  }
   /// The bucket of `hash` (null if it is empty) and its scope, for iterators.
   Header* bucketOf(U32 hash) const { return directory_.slotOf(hash); }
   HashMap2018Scope scopeOf(U32 hash) const { return directory_.scopeOf(hash); }
@@ -156,6 +166,7 @@ class HashMap2018 {
   void checkInvariants(U32 hash) const;
   void swapContents(HashMap2018& other) noexcept;
   Header* assemble(U32 size, std::span<NodeSpan const> spans, U8 newNodeTag = 0);
+  Header* emptyBucket(U32 size);
   Header* copyOf(Header const* bucket);
   Node* insertInto(Header*& slot, Key const& key, U32 hash, Node&& node);
   Node takeOut(Header* bucket, U32 position);

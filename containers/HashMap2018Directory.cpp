@@ -58,6 +58,18 @@ void HashMap2018Directory::reserve(U32 buckets) {
   reservedBits_ = bits_;
 }
 
+void HashMap2018Directory::appendUpTo(U32 buckets) {
+  // A flat array of the right size at once, where growing would make one of each size on the way.
+  auto const bits = static_cast<U32>(std::bit_width(buckets - 1));
+  if (bits_ == 0 && bits > smallestFlatBits && bits <= segmentBits) {
+    Slot* const slots = newArray<Slot>(1u << bits);
+    slots[0] = root_.one;
+    root_.flat = slots;
+    bits_ = static_cast<U8>(bits);
+  }
+  while (size_ < buckets) append();
+}
+
 void HashMap2018Directory::dropReservation() {
   reservedBits_ = 0;
   for (U32 before = 0; before != bits_;) {

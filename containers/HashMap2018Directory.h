@@ -116,6 +116,8 @@ class HashMap2018Directory {
     if (bits_ > segmentBits && size_ % segmentSlots == 0) addSegment(size_ / segmentSlots);
     slot(size_++) = nullptr;
   }
+  /// Adds empty buckets until there are that many.
+  void appendUpTo(U32 buckets);
   /// Takes away the last bucket, which is empty.
   void removeLast() {
     --size_;

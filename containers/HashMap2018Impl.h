@@ -53,6 +53,18 @@ inline U32 HashMap2018<N, Ne, m>::upperBound(Header const* bucket, Key const& ke
 template <class N, class Ne, NodeAllocMode m>
 auto HashMap2018<N, Ne, m>::assemble(U32 size, std::span<NodeSpan const> spans, U8 newNodeTag)
     -> Header* {
+  Header* const bucket = emptyBucket(size);
+  U32 target = 0;
+  for (NodeSpan const& span : spans)
+    for (U32 i = 0; i < span.count; ++i)
+      bucket->tagIs(target++, span.bucket ? span.bucket->tag(span.first + i) : newNodeTag);
+  vt_.newBucketAssemble(*this, bucket->capacity, Layout::nodes(bucket), spans);
+  return bucket;
+}
+
+/// A bucket for `size` nodes, which do not exist yet; all tags are 0.
+template <class N, class Ne, NodeAllocMode m>
+auto HashMap2018<N, Ne, m>::emptyBucket(U32 size) -> Header* {
   U32 const capacity = capacityFor(size);
   std::size_t const headerBytes = Layout::headerBytes(capacity);
   void* const memory = Bruvel::slabAllocOrStdMalloc(headerBytes + Layout::nodeBytes(capacity));
@@ -60,24 +72,22 @@ auto HashMap2018<N, Ne, m>::assemble(U32 size, std::span<NodeSpan const> spans, 
   auto* const bucket = ::new (memory) Header{
       .references = 1, .size = static_cast<U16>(size), .capacity = static_cast<U16>(capacity)};
   std::fill_n(bucket->tags(), Header::tagWords(capacity), U64{0});
-  U32 target = 0;
-  for (NodeSpan const& span : spans)
-    for (U32 i = 0; i < span.count; ++i)
-      bucket->tagIs(target++, span.bucket ? span.bucket->tag(span.first + i) : newNodeTag);
-  vt_.newBucketAssemble(*this, capacity, Layout::nodes(bucket), spans);
   return bucket;
 }
 
 template <class N, class Ne, NodeAllocMode m>
 auto HashMap2018<N, Ne, m>::copyOf(Header const* bucket) -> Header* {
+  Header* const copy = emptyBucket(bucket->size);
+  std::copy_n(bucket->tags(), Header::tagWords(bucket->size), copy->tags());
   NodeSpan const all{bucket, 0, Layout::nodes(bucket), bucket->size, NodeSource::copy};
-  return assemble(bucket->size, {&all, 1});
+  vt_.newBucketAssemble(*this, copy->capacity, Layout::nodes(copy), {&all, 1});
+  return copy;
 }
 
 template <class N, class Ne, NodeAllocMode m>
 HashMap2018<N, Ne, m>::HashMap2018(HashMap2018 const& other) {
   if (U32 const reserved = other.directory_.reserved()) directory_.reserve(reserved);
-  while (directory_.size() < other.directory_.size()) directory_.append();
+  directory_.appendUpTo(other.directory_.size());
   for (U32 index = 0; index < directory_.size(); ++index)
     if (Header const* const bucket = other.directory_.slot(index))
       directory_.slot(index) = copyOf(bucket);

@@ -21,11 +21,19 @@
 
 namespace Zarn {
 
+/// Where the seed of a map's hash comes from.
+enum class MapSeed : U8 {
+  ofProcess,  ///< the process's seed and the map's constant: every process walks in another order
+  fixed,      ///< the constant alone: the order of a walk is the same in every process
+};
+
 /// What sets one map apart from another with the same node: a constant of its own that goes into
 /// its hash, so that two maps never share an order of collisions.
-template <U32 Constant>
+template <U32 Constant, MapSeed source = MapSeed::ofProcess>
 struct Hm2018NE {
-  static constexpr U32 hashConstant = Constant;
+  static U32 seed() {
+    return source == MapSeed::fixed ? Constant : HashHelper::hashSeed32() ^ Constant;
+  }
 };
 
 enum class NodeAllocMode : U8 {
@@ -33,10 +41,10 @@ enum class NodeAllocMode : U8 {
 };
 
 /// The usual node: the value first, the key after it.
-template <class KeyType, class Value, U32 Constant>
+template <class KeyType, class Value, U32 Constant, MapSeed source = MapSeed::ofProcess>
 struct HN {
   using Key = KeyType;
-  using Ne = Hm2018NE<Constant>;
+  using Ne = Hm2018NE<Constant, source>;
 
   Value value_;
   Key key_;
@@ -145,13 +153,11 @@ struct HashMap2018Hooks {
                                 std::span<HashMap2018NodeSpan<Node> const> spans) noexcept {
     memAllocationTracker().allocated(Layout::nodeBytes(size));
     for (auto const& span : spans) {
-      for (Node* node = span.nodes; node != span.nodes + span.count; ++node, ++newNodes) {
-        if (span.source == NodeSource::move) {
-          ::new (static_cast<void*>(newNodes)) Node(std::move(*node));
-        } else {
-          place(map, newNodes, *node);
-        }
+      if (span.source == NodeSource::move) {
+        newNodes = std::uninitialized_move_n(span.nodes, span.count, newNodes).second;
+        continue;
       }
+      for (U32 i = 0; i < span.count; ++i, ++newNodes) place(map, newNodes, span.nodes[i]);
     }
   }
 

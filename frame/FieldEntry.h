@@ -70,12 +70,37 @@ class EntryReflection {
   static void set(void* object, Vell::AttributeData const& attribute, Vell::Value const& value) {
     Zarn::FieldOps<E>::set(*static_cast<E*>(object), attribute.id, value);
   }
+  static void walk(void const* object, Vell::AttributeData const& attribute,
+                   Vell::TypeFunctions::Visitor const& visitor) {
+    Zarn::FieldOps<E>::withCollection(
+        *static_cast<E const*>(object), attribute.id,
+        [&](auto const& collection, auto type) { type.walk(collection, visitor); });
+  }
+  static Vell::CollectionFigures figures(void const* object, Vell::AttributeData const& attribute) {
+    Vell::CollectionFigures figures{};
+    Zarn::FieldOps<E>::withCollection(
+        *static_cast<E const*>(object), attribute.id,
+        [&](auto const& collection, auto type) { figures = type.figures(collection); });
+    return figures;
+  }
+  static void elementIs(void* object, Vell::AttributeData const& attribute, Vell::Value const& key,
+                        Vell::Value const& value) {
+    Zarn::FieldOps<E>::withCollection(
+        *static_cast<E*>(object), attribute.id,
+        [&](auto& collection, auto type) { type.elementIs(collection, key, value); });
+  }
 
  public:
   static constexpr Vell::TypeData type{
       E::fields().tag,
       attributes_,
-      {.makeValue = &makeValue, .hash = &hash, .get = &get, .set = &set}};
+      {.makeValue = &makeValue,
+       .hash = &hash,
+       .get = &get,
+       .set = &set,
+       .walk = Zarn::FieldOps<E>::hasCollection ? &walk : nullptr,
+       .figures = Zarn::FieldOps<E>::hasCollection ? &figures : nullptr,
+       .elementIs = Zarn::FieldOps<E>::hasCollection ? &elementIs : nullptr}};
 };
 
 }  // namespace Asic

@@ -35,20 +35,35 @@ Value getAttribute(TypeData const& type, void const* object, AttributeData const
                                                                                   attribute);
 }
 
+/// Refuses what is no number of that width; `what` says what the number is for.
+void needNumber(TypeData const& type, AttributeData const& attribute, Value const& value, U8 bits,
+                std::string_view what) {
+  auto const* number = value.number();
+  if (!number) refuse(type, shown(attribute.name), concatenate("takes a number", what));
+  if (bits < 64 && *number >> bits)
+    refuse(type, shown(attribute.name),
+           concatenate(*number, what, " does not fit in ", +bits, " bits"));
+}
+
 void setAttribute(TypeData const& type, void* object, AttributeData const& attribute,
                   Value const& value) {
   bool const writable = attribute.kind == AttributeKind::field;
   auto const set = offered(type, attribute, type.functions.set, writable, "cannot be written");
-  if (attribute.shape == ValueShape::number) {
-    auto const* number = value.number();
-    if (!number) refuse(type, shown(attribute.name), "takes a number");
-    if (attribute.bits < 64 && *number >> attribute.bits)
-      refuse(type, shown(attribute.name),
-             concatenate(*number, " does not fit in ", +attribute.bits, " bits"));
-  } else if (attribute.shape == ValueShape::boolean && !value.truth()) {
+  if (attribute.shape == ValueShape::number)
+    needNumber(type, attribute, value, attribute.bits, "");
+  else if (attribute.shape == ValueShape::boolean && !value.truth())
     refuse(type, shown(attribute.name), "takes true or false");
-  }
   set(object, attribute, value);
+}
+
+void setElement(TypeData const& type, void* object, AttributeData const& attribute,
+                Value const& key, Value const& value) {
+  bool const collection = attribute.kind == AttributeKind::collection;
+  auto const elementIs =
+      offered(type, attribute, type.functions.elementIs, collection, "has no elements of its own");
+  needNumber(type, attribute, key, attribute.keyBits, " as the key of an element");
+  if (!value.empty()) needNumber(type, attribute, value, attribute.bits, " as an element");
+  elementIs(object, attribute, key, value);
 }
 
 Value callAttribute(TypeData const& type, void* object, AttributeData const& attribute,
@@ -97,6 +112,13 @@ void Inspect::walk(U32 id, TypeFunctions::Visitor const& visitor) const {
 }
 void Inspect::walk(std::string_view name, TypeFunctions::Visitor const& visitor) const {
   walkAttribute(type_, object_, publicAttribute(type_, name), visitor);
+}
+
+void Inspect::elementIs(U32 id, Value const& key, Value const& value) {
+  setElement(type_, object_, publicAttribute(type_, id), key, value);
+}
+void Inspect::elementIs(std::string_view name, Value const& key, Value const& value) {
+  setElement(type_, object_, publicAttribute(type_, name), key, value);
 }
 
 CollectionFigures Inspect::figures(U32 id) const {

@@ -58,6 +58,9 @@ class Inspect {
   /// Visits the elements of a collection. The visitor may change the collection.
   void walk(U32 id, TypeFunctions::Visitor const& visitor) const;
   void walk(std::string_view name, TypeFunctions::Visitor const& visitor) const;
+  /// Stores an element of a collection that is a value class's own; an empty value removes it.
+  void elementIs(U32 id, Value const& key, Value const& value);
+  void elementIs(std::string_view name, Value const& key, Value const& value);
   /// The count and the version of a collection.
   CollectionFigures figures(U32 id) const;
 

@@ -57,7 +57,8 @@ struct AttributeData {
   AttributeAccess access = AttributeAccess::isPublic;
   AttributeConstness constness = AttributeConstness::notConst;
   ValueShape shape = ValueShape::nothing;
-  U8 bits = 0;  ///< width of a number
+  U8 bits = 0;     ///< width of a number, or of each number in a collection of them
+  U8 keyBits = 0;  ///< width of the keys of a collection that is a value class's own
 };
 
 /// What a collection tells of itself.
@@ -81,6 +82,9 @@ struct TypeFunctions {
   Value (*call)(void* object, AttributeData const&, std::span<Value const> arguments) = nullptr;
   void (*walk)(void const* object, AttributeData const&, Visitor const&) = nullptr;
   CollectionFigures (*figures)(void const* object, AttributeData const&) = nullptr;
+  /// Stores an element of a value class's own collection; an empty value removes it.
+  void (*elementIs)(void* object, AttributeData const&, Value const& key,
+                    Value const& value) = nullptr;
 };
 
 struct TypeData {

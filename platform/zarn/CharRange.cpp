@@ -10,11 +10,20 @@ RangeException::RangeException(std::string_view attribute, std::size_t position,
                                std::string_view problem)
     : std::runtime_error(concatenate(attribute, ", position ", position, ": ", problem)),
       attribute_(attribute),
+      problem_(problem),
       position_(position) {}
 
 }  // namespace Vell
 
 namespace Zarn {
+
+void rethrowFromDeserializeAttr(std::string_view attribute) {
+  try {
+    throw;
+  } catch (Vell::RangeException const& error) {
+    throw Vell::RangeException(attribute, error.position(), error.problem());
+  }
+}
 
 void CharRange::need(std::string_view literal, std::string_view name) {
   if (!rest().starts_with(literal))

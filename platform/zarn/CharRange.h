@@ -14,8 +14,10 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include "platform/vell/Types.h"
+#include "platform/zarn/Optional.h"
 
 namespace Vell {
 
@@ -25,17 +27,24 @@ class RangeException : public std::runtime_error {
   RangeException(std::string_view attribute, std::size_t position, std::string_view problem);
 
   std::string const& attribute() const { return attribute_; }
+  /// What was wrong there.
+  std::string const& problem() const { return problem_; }
   /// Characters before the place of the error.
   std::size_t position() const { return position_; }
 
  private:
   std::string attribute_;
+  std::string problem_;
   std::size_t position_;
 };
 
 }  // namespace Vell
 
 namespace Zarn {
+
+/// Inside a handler of a `Vell::RangeException`: throws it on as a failure of `attribute`, in whose
+/// text it happened.
+[[noreturn]] void rethrowFromDeserializeAttr(std::string_view attribute);
 
 /// The unread rest of a text. Reading moves it on; a failed reading throws.
 class CharRange {
@@ -72,6 +81,25 @@ class CharRange {
     value = static_cast<V>(number(name, std::numeric_limits<V>::max()));
   }
   void deserializeAttr(std::string_view name, bool& value);
+  /// An enumeration reads as its number, up to the one that `highestEnumerator` gives for its type.
+  template <class V>
+  requires std::is_enum_v<V>
+  void deserializeAttr(std::string_view name, V& value) {
+    try {
+      value = static_cast<V>(number("enumerator", static_cast<U64>(highestEnumerator(V{}))));
+    } catch (Vell::RangeException const&) {
+      rethrowFromDeserializeAttr(name);
+    }
+  }
+  /// A value that may be absent reads as the value, or as "-".
+  template <class V>
+  void deserializeAttr(std::string_view name, Optional<V>& value) {
+    value.reset();
+    if (rest().starts_with("-"))
+      need("-", name);
+    else
+      deserializeAttr(name, value.emplace());
+  }
   /// A class that reads itself brings `deserialize(CharRange&, name)`.
   template <class V>
   requires requires(V& value, CharRange& range, std::string_view name) {

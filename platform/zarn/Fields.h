@@ -19,6 +19,7 @@
 #include <tuple>
 #include <type_traits>
 
+#include "platform/vell/Assert.h"
 #include "platform/vell/ModuleInspectData.h"
 #include "platform/vell/Types.h"
 #include "platform/vell/Value.h"
@@ -58,21 +59,43 @@ concept HasFields = requires {
   T::fields().tag;
 };
 
-/// How a field's type looks from outside: the shape and width that reflection tells, and the way
-/// through `Vell::Value`. A field type beyond numbers and truth values brings a specialisation.
+/// How a field's type looks from outside: the kind, shape and width that reflection tells, and the
+/// way through `Vell::Value`. A field type beyond numbers and truth values brings a specialisation;
+/// one that is a collection (containers/MapField.h) has `walk`, `figures` and `elementIs` in the
+/// place of `toValue` and `fromValue`.
 template <class T>
 struct FieldType;
 
 template <>
 struct FieldType<bool> {
+  static constexpr auto kind = Vell::AttributeKind::field;
   static constexpr auto shape = Vell::ValueShape::boolean;
   static constexpr U8 bits = 1;
   static Vell::Value toValue(bool value) { return value; }
   static void fromValue(bool& field, Vell::Value const& value) { field = *value.truth(); }
 };
 
+/// An enumeration is told as its number.
+template <class T>
+requires std::is_enum_v<T>
+struct FieldType<T> {
+  static constexpr auto kind = Vell::AttributeKind::field;
+  static constexpr auto shape = Vell::ValueShape::number;
+  static constexpr U8 bits = sizeof(T) * 8;
+  static Vell::Value toValue(T value) { return static_cast<U64>(value); }
+};
+
+/// A value that may be absent is told as the value, or as nothing.
+template <class T>
+struct FieldType<Optional<T>> : FieldType<T> {
+  static Vell::Value toValue(Optional<T> const& value) {
+    return value ? FieldType<T>::toValue(*value) : Vell::Value();
+  }
+};
+
 template <std::unsigned_integral T>
 struct FieldType<T> {
+  static constexpr auto kind = Vell::AttributeKind::field;
   static constexpr auto shape = Vell::ValueShape::number;
   static constexpr U8 bits = sizeof(T) * 8;
   static Vell::Value toValue(T value) { return static_cast<U64>(value); }
@@ -81,19 +104,33 @@ struct FieldType<T> {
   }
 };
 
+/// A field type that is a collection inside the object.
+template <class T>
+concept CollectionField = FieldType<T>::kind == Vell::AttributeKind::collection;
+
 template <class Class>
 struct FieldOps {
+  static constexpr bool hasCollection = std::apply(
+      [](auto const&... each) {
+        return (CollectionField<typename std::remove_cvref_t<decltype(each)>::Type> || ...);
+      },
+      Class::fields().fields);
+
   /// Calls `visitor(field)` for each field in list order.
   template <class Visitor>
   static constexpr void forEach(Visitor&& visitor) {
     std::apply([&](auto const&... each) { (visitor(each), ...); }, Class::fields().fields);
   }
 
+  /// Collections last: they cost most, and a difference is mostly found before them.
   static bool equal(Class const& a, Class const& b) {
-    return &a == &b ||
-           std::apply(
-               [&](auto const&... each) { return ((a.*each.member == b.*each.member) && ...); },
-               Class::fields().fields);
+    if (&a == &b) return true;
+    return std::apply(
+        [&](auto const&... each) {
+          return ((isCollection(each) || a.*each.member == b.*each.member) && ...) &&
+                 ((!isCollection(each) || a.*each.member == b.*each.member) && ...);
+        },
+        Class::fields().fields);
   }
 
   /// -1, 0 or 1; the first field that differs decides.
@@ -110,7 +147,9 @@ struct FieldOps {
 
   static std::ostream& write(std::ostream& out, Class const& object) {
     constexpr auto list = Class::fields();
-    if constexpr (list.size() == 1) {
+    if constexpr (list.size() == 0) {
+      return out;
+    } else if constexpr (list.size() == 1) {
       return writeField(out, object.*std::get<0>(list.fields).member);
     } else {
       char const* separator = "{";
@@ -124,10 +163,16 @@ struct FieldOps {
     }
   }
 
-  /// `name` is what errors call a record that is itself an attribute, or stands alone.
+  /// `name` is what errors call a record that is itself an attribute, or stands alone. A class with
+  /// a collection is never read from a text: that is a fatal assertion.
   static void read(CharRange& range, Class& object, std::string_view name) {
     constexpr auto list = Class::fields();
-    if constexpr (list.size() == 1) {
+    if constexpr (hasCollection) {
+      auto const brief = list.tag.substr(list.tag.rfind(':') + 1);
+      VELL_ASSERT(false,
+                  Vell::concatenate("No String constructor for ", brief, " - has collection"),
+                  list.tag, " cannot be read from a text");
+    } else if constexpr (list.size() == 1) {
       auto const& only = std::get<0>(list.fields);
       range.deserializeAttr(name.empty() ? only.name : name, object.*only.member);
     } else {
@@ -150,32 +195,58 @@ struct FieldOps {
       using Type = typename std::remove_cvref_t<decltype(each)>::Type;
       return Vell::AttributeData{each.id,
                                  each.name,
-                                 Vell::AttributeKind::field,
+                                 FieldType<Type>::kind,
                                  Vell::AttributeAccess::isPublic,
                                  Vell::AttributeConstness::notConst,
                                  FieldType<Type>::shape,
-                                 FieldType<Type>::bits};
+                                 FieldType<Type>::bits,
+                                 keyBits<Type>()};
     };
-    return std::apply([&](auto const&... each) { return std::array{describe(each)...}; },
-                      Class::fields().fields);
+    return std::apply(
+        [&](auto const&... each) {
+          return std::array<Vell::AttributeData, sizeof...(each)>{describe(each)...};
+        },
+        Class::fields().fields);
   }
 
   static Vell::Value get(Class const& object, U32 id) {
     Vell::Value value;
     forEach([&](auto const& each) {
       using Type = typename std::remove_cvref_t<decltype(each)>::Type;
-      if (each.id == id) value = FieldType<Type>::toValue(object.*each.member);
+      if constexpr (!CollectionField<Type>)
+        if (each.id == id) value = FieldType<Type>::toValue(object.*each.member);
     });
     return value;
   }
   static void set(Class& object, U32 id, Vell::Value const& value) {
     forEach([&](auto const& each) {
       using Type = typename std::remove_cvref_t<decltype(each)>::Type;
-      if (each.id == id) FieldType<Type>::fromValue(object.*each.member, value);
+      if constexpr (!CollectionField<Type>)
+        if (each.id == id) FieldType<Type>::fromValue(object.*each.member, value);
+    });
+  }
+  /// Calls `visitor(collection, type)` with the collection of that id and its `FieldType`.
+  template <class Object, class Visitor>
+  static void withCollection(Object& object, U32 id, Visitor&& visitor) {
+    forEach([&](auto const& each) {
+      using Type = typename std::remove_cvref_t<decltype(each)>::Type;
+      if constexpr (CollectionField<Type>)
+        if (each.id == id) visitor(object.*each.member, FieldType<Type>{});
     });
   }
 
  private:
+  template <class Each>
+  static constexpr bool isCollection(Each const&) {
+    return CollectionField<typename Each::Type>;
+  }
+  template <class Type>
+  static constexpr U8 keyBits() {
+    if constexpr (CollectionField<Type>)
+      return FieldType<Type>::keyBits;
+    else
+      return 0;
+  }
   template <class V>
   static int compareField(V const& a, V const& b) {
     auto const order = a <=> b;
@@ -187,6 +258,13 @@ struct FieldOps {
       return out << (value ? "true" : "false");
     } else if constexpr (std::unsigned_integral<V>) {
       return out << std::to_string(value);  // whatever base the stream is set to
+    } else if constexpr (std::is_enum_v<V>) {
+      return out << std::to_string(static_cast<U64>(value));
+    } else if constexpr (requires {
+                           *value;
+                           value.has_value();
+                         }) {
+      return value ? writeField(out, *value) : out << '-';
     } else {
       return out << value;
     }
