@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "agent/Failure.h"
+#include "agent/FieldValue.h"
 #include "agent/Words.h"
 
 namespace DlbAgent {
@@ -33,7 +34,8 @@ auto const* findOrNull(Elements const& elements, Predicate predicate) {
 TableType::TableType(Vell::TypeData const& table, Vell::TypeData const& entry)
     : table_(&table), entry_(&entry), name_(table.name.substr(table.name.rfind(':') + 1)) {
   for (auto const& attribute : entry.attributes)
-    if (attribute.kind == Vell::AttributeKind::field) fields_.push_back(&attribute);
+    if (attribute.kind == Vell::AttributeKind::field || isCollection(attribute))
+      fields_.push_back(&attribute);
 }
 
 std::vector<std::string_view> TableType::fieldNames() const {

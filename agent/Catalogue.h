@@ -1,5 +1,5 @@
 // The tables that there are, found in the reflection data of the libraries that are loaded. Nothing
-// in the agent names a table: what a library announces can be configured, shown and cleared.
+// that configures, shows and clears names a table: what a library announces is served alike.
 //
 // A table is a class that can be made and has the attributes `entryCommit`, `resolvedEntry` and
 // `syncedEntry`; its entries are of the class TABLE::Entry of the same module.
@@ -24,7 +24,7 @@ class TableType {
   std::string_view name() const { return name_; }
   Vell::TypeData const& table() const { return *table_; }
   Vell::TypeData const& entry() const { return *entry_; }
-  /// The fields of an entry, in the order of their ids.
+  /// The fields of an entry, plain ones and collections, in the order of their ids.
   std::vector<Vell::AttributeData const*> const& fields() const { return fields_; }
   std::vector<std::string_view> fieldNames() const;
   /// The field of that name, or null.

@@ -31,10 +31,17 @@ struct Command {
   int (*run)(Options const&);
 };
 
-std::string isPositive(std::string const& text) {
-  auto const [outcome, number] = readNumber(text);
-  bool const fine = outcome == NumberText::Outcome::number && number > 0;
-  return fine ? "" : fmt::format("must be a number from 1 on, not {}", text);
+/// Numbers as everywhere else, "64" or "0x40"; made decimal for the parser behind.
+CLI::Validator numberFrom(U64 least) {
+  auto const check = [least](std::string& text) -> std::string {
+    auto const [outcome, number] = readNumber(text);
+    if (outcome == NumberText::Outcome::tooLarge) return text + " does not fit in 64 bits";
+    if (outcome == NumberText::Outcome::notANumber || number < least)
+      return fmt::format("must be a number from {} on, not {}", least, text);
+    text = std::to_string(number);
+    return {};
+  };
+  return {check, ""};
 }
 
 void takesConfiguration(CLI::App& app, Options& options) {
@@ -45,7 +52,7 @@ void takesCrash(CLI::App& app, Options& options) {
   app.add_option("--crash-after", options.crashAfter,
                  "Die by SIGKILL right after the N-th operation took effect in the hardware")
       ->type_name("N")
-      ->check(isPositive);
+      ->transform(numberFrom(1));
 }
 
 void takesConfigurationAndCrash(CLI::App& app, Options& options) {
@@ -57,10 +64,31 @@ void takesTable(CLI::App& app, Options& options) {
   app.add_option("TABLE", options.table, "The table to show; all of them if left out");
 }
 
+void takesFlowsets(CLI::App& app, Options& options) {
+  auto* const index = app.add_option("--index", options.index, "Read that one flowset only")
+                          ->type_name("I")
+                          ->transform(numberFrom(0));
+  app.add_option("--group", options.group, "Tell of the flowsets of that one group only")
+      ->type_name("G")
+      ->transform(numberFrom(0))
+      ->excludes(index);
+}
+
+void takesTraffic(CLI::App& app, Options& options) {
+  app.add_option("--flows", options.flows, "How many flows to simulate")
+      ->type_name("N")
+      ->transform(numberFrom(1))
+      ->required();
+  app.add_option("--seed", options.seed, "The same seed on the same hardware does the same")
+      ->type_name("S")
+      ->transform(numberFrom(0))
+      ->required();
+}
+
 void takesMost(CLI::App& app, Options& options) {
   app.add_option("--most", options.most, "How many operations to print, the newest ones")
       ->type_name("N")
-      ->check(isPositive)
+      ->transform(numberFrom(1))
       ->capture_default_str();
 }
 
@@ -83,6 +111,11 @@ constexpr Command commands[] = {
      &takesTable, &showCommand},
     {"clear", "Delete everything that this agent holds in the hardware",
      "dlb-agent clear --hardware leaf.sim", &takesCrash, &clearCommand},
+    {"read-flowsets", "Read back from the hardware which port each flowset is assigned to",
+     "dlb-agent read-flowsets --group 3 --hardware leaf.sim", &takesFlowsets, &readFlowsetsCommand},
+    {"simulate-traffic", "Simulation: play random flows through the hardware of a simulated chip",
+     "dlb-agent simulate-traffic --flows 20000 --seed 1 --hardware leaf.sim", &takesTraffic,
+     &simulateTrafficCommand},
     {"journal", "Print the newest operations on the hardware",
      "dlb-agent journal --most 5 --hardware leaf.sim", &takesMost, &journalCommand},
     {"messages", "Print the messages that an earlier command left in a file",

@@ -1,16 +1,22 @@
 #include "agent/Commands.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "agent/Contents.h"
 #include "agent/Differences.h"
 #include "agent/Failure.h"
+#include "agent/FlowsetSpread.h"
 #include "agent/Session.h"
 #include "agent/Summary.h"
+#include "agent/TextTable.h"
 #include "agent/Tracing.h"
 #include "agent/Words.h"
+#include "config/DlbEcmpGroupSwTable.h"
 #include "platform/fennlog/Fennlog.h"
 
 namespace DlbAgent {
@@ -30,18 +36,18 @@ void print(Options const& options, Json const& json, Text const& text) {
 
 /// What every command on tables begins with.
 struct Agent {
-  explicit Agent(Options const& theOptions) : options(theOptions) {
-    traceIs(options.traces, catalogue);
-    session = std::make_unique<Session>(catalogue, options.chip);
-  }
+  explicit Agent(Options const& theOptions)
+      : options(theOptions), session(std::make_unique<Session>(catalogue, options.chip)) {}
 
   Configuration configuration() const {
-    return Configuration::fromFile(options.configuration, catalogue, session->limitsOf());
+    return Configuration::fromFile(options.configuration, catalogue, session->room());
   }
 
+  /// Tracing begins here, behind the check of the configuration, which has tables of its own at work.
   /// The message ring is started when the hardware is open and not before, so that a run that comes
   /// to nothing does not push the messages of an earlier one aside. It stays until the process ends.
-  void open(Access access) const {
+  void openChip(Access access) const {
+    traceIs(options.traces, catalogue);
     session->open({.hardware = options.hardware,
                    .access = access,
                    .crashAfter = options.crashAfter,
@@ -50,6 +56,10 @@ struct Agent {
       static auto const ring = Fennlog::Handle::inFile(options.messages);
       Fennlog::defaultHandleIs(ring.get());
     }
+  }
+
+  void open(Access access) const {
+    openChip(access);
     session->start();
   }
 
@@ -86,6 +96,40 @@ ordered_json summaryWithChanges(Report const& report) {
 std::string changesAndSummary(Report const& report, Mood mood) {
   auto const changes = changesText(report);
   return changes + (changes.empty() ? "" : "\n") + summaryText(report, mood);
+}
+
+/// The groups that the hardware holds.
+std::vector<GroupSpread> groupsHeld(Session const& session) {
+  using TessarLoadBalance::DlbEcmpGroupTable;
+  for (auto const& table : session.tables())
+    if (table.type().qualifiedName() == DlbEcmpGroupTable::names.qualified)
+      return groupsOf(table.held());
+  return {};
+}
+
+/// All but that group are taken away.
+void onlyGroupIs(std::vector<GroupSpread>& groups, U64 group) {
+  if (groups.empty())
+    throw Failure(
+        fmt::format("no group {}: the hardware has no groups; bring it some with "
+                    "dlb-agent run",
+                    group));
+  std::vector<U64> known;
+  for (auto const& each : groups) known.push_back(each.group);
+  std::erase_if(groups, [=](GroupSpread const& each) { return each.group != group; });
+  if (groups.empty())
+    throw Failure(
+        fmt::format("no group {} in the hardware; there are: {}", group, fmt::join(known, ", ")));
+}
+
+/// How far a read is, for whoever watches; cleared away at its end.
+void showProgress(U64 rows, U64 ofRows) {
+  static bool const watched = isatty(STDERR_FILENO);
+  static U64 shown = 0;
+  auto const percent = rows * 100 / ofRows;
+  if (!watched || percent == shown) return;
+  shown = percent;
+  fmt::print(stderr, "\rreading flowsets: {}%{}", percent, rows == ofRows ? "\r\x1b[K" : "");
 }
 
 }  // namespace
@@ -155,6 +199,51 @@ int clearCommand(Options const& options) {
   print(
       options, [&] { return summaryWithChanges(report); },
       [&] { return changesAndSummary(report, Mood::done); });
+  return exitFine;
+}
+
+int readFlowsetsCommand(Options const& options) {
+  Agent const agent(options);
+  agent.open(Access::copy);
+  auto groups = groupsHeld(*agent.session);
+  auto& reader = agent.session->flowsets();
+  reader.replayEnded();
+  if (options.index) {
+    auto const flowset = reader.one(*options.index);
+    print(
+        options, [&] { return flowsetJson(flowset); },
+        [&] { return flowsetText(groups, flowset); });
+    return exitFine;
+  }
+  if (options.group) onlyGroupIs(groups, *options.group);
+  auto flowsets = reader.all(showProgress);
+  if (options.group)
+    std::erase_if(flowsets, [&](Flowset const& each) { return !groups.front().has(each); });
+  addFlowsets(groups, flowsets);
+  print(
+      options, [&] { return spreadJson(groups, flowsets); },
+      [&] { return spreadText(groups, flowsets, terminalWidth()); });
+  return exitFine;
+}
+
+// The tables stay out of it: the traffic is the hardware's own work.
+int simulateTrafficCommand(Options const& options) {
+  Agent const agent(options);
+  agent.openChip(Access::live);
+  auto const traffic = agent.session->chip().simulateTraffic(options.flows, options.seed);
+  if (!traffic)
+    throw Failure(
+        fmt::format("chip \"{}\" cannot simulate traffic; choose a simulated chip with "
+                    "--chip",
+                    options.chip));
+  print(
+      options, [&] { return trafficJson(*traffic); },
+      [&] {
+        return fmt::format(
+            "{}\nHow the flowsets spread over the ports now: dlb-agent read-flowsets "
+            "--hardware {}\n",
+            trafficText(*traffic), options.hardware);
+      });
   return exitFine;
 }
 

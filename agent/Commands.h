@@ -4,6 +4,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,10 @@ struct Options {
   std::string table;  ///< the one to show; empty: all
   std::string messageFile;
   U64 most = 20;
+  std::optional<U64> index;  ///< the one flowset to read
+  std::optional<U64> group;  ///< the one group to read the flowsets of
+  U64 flows = 0;
+  U64 seed = 0;
   U64 crashAfter = 0;
 };
 
@@ -37,6 +42,8 @@ int planCommand(Options const& options);
 int checkCommand(Options const& options);
 int showCommand(Options const& options);
 int clearCommand(Options const& options);
+int readFlowsetsCommand(Options const& options);
+int simulateTrafficCommand(Options const& options);
 int journalCommand(Options const& options);
 int messagesCommand(Options const& options);
 

@@ -36,7 +36,7 @@ std::string textOf(std::string const& file) {
 /// What all parts of the check share.
 struct Check {
   Catalogue const& catalogue;
-  LimitsOf const& limitsOf;
+  Room const& room;
   Problems& problems;
   Configuration& configuration;
 
@@ -54,7 +54,7 @@ struct Check {
 class TableCheck {
  public:
   TableCheck(Check const& check, TableType const& table)
-      : check_(check), table_(table), limits_(check.limitsOf(table)) {}
+      : check_(check), table_(table), limits_(check.room.limits(table)), keys_(check.problems) {}
 
   void entries(std::string const& path, JsonValue const& value) {
     for (auto const& [key, entry] : check_.membersOf(path, value, "entries by index"))
@@ -62,11 +62,14 @@ class TableCheck {
   }
 
  private:
-  // A bad key does not keep the entry's own errors back.
+  // A bad key does not keep the entry's own errors back; the hardware is asked about sound ones.
   void entry(std::string const& path, std::string const& keyText, JsonValue const& value) {
     auto const key = readKey(path, keyText);
     auto const read = readEntry(table_, path, value, check_.problems);
-    if (key && isNew(path, keyText, *key)) check_.configuration.rowIs(table_, *key, read);
+    if (!key || !keys_.isNew(path, keyText, *key) || !read) return;
+    if (auto const why = check_.room.misfit(table_, *key, *read); !why.empty())
+      check_.problems.add(path, why);
+    check_.configuration.rowIs(table_, *key, *read);
   }
 
   std::optional<Key> readKey(std::string const& path, std::string const& text) const {
@@ -83,19 +86,10 @@ class TableCheck {
     return {};
   }
 
-  bool isNew(std::string const& path, std::string const& text, Key const& key) {
-    auto const [first, isFirst] = texts_.try_emplace(key, text);
-    // The same text twice has been found as a duplicate key already.
-    if (!isFirst && first->second != text)
-      check_.problems.add(
-          path, fmt::format("is the same key as \"{}\"; keep one of them", first->second));
-    return isFirst;
-  }
-
   Check const& check_;
   TableType const& table_;
   IndexLimits limits_;
-  std::map<Key, std::string> texts_;  ///< how each key was first written
+  Spellings<Key> keys_;
 };
 
 void readTables(Check const& check, std::string const& path, JsonValue const& value) {
@@ -143,16 +137,16 @@ Failure failureOf(Problems const& problems, std::string_view origin) {
 }  // namespace
 
 Configuration Configuration::fromFile(std::string const& file, Catalogue const& catalogue,
-                                      LimitsOf const& limitsOf) {
-  return fromText(textOf(file), file, catalogue, limitsOf);
+                                      Room const& room) {
+  return fromText(textOf(file), file, catalogue, room);
 }
 
 Configuration Configuration::fromText(std::string_view text, std::string_view origin,
-                                      Catalogue const& catalogue, LimitsOf const& limitsOf) {
+                                      Catalogue const& catalogue, Room const& room) {
   Configuration configuration;
   Problems problems;
   auto const document = readJson(text, problems);
-  if (document) readSections({catalogue, limitsOf, problems, configuration}, *document);
+  if (document) readSections({catalogue, room, problems, configuration}, *document);
   if (!problems.lines().empty()) throw failureOf(problems, origin);
   return configuration;
 }

@@ -1,12 +1,15 @@
 // A configuration: what the hardware is to hold, read from a JSON file and checked whole before
 // anything is opened or written.
 //
-//   {"tables": {"DlbControlTable": {"0": {"portLoadingWeight": 64,
-//   "capPortLoadingAverage": true}}}}
+//   {"tables": {"DlbControlTable": {"0": {"portLoadingWeight": 64, "capPortLoadingAverage": true}},
+//               "DlbEcmpGroupTable": {"0x10": {"portToMemberMap": {"1": 5, "0x2": "0x6"}}},
+//               "DlbEcmpQualityMapTable": {"DlbEcmpQualityMapKey{portLoading:0 ...}": 7}}}
 //
 // Tables go by their short or qualified name, fields by their attribute name; a field that is left
-// out has its default. Numbers may be given as texts: "64", "0x40". Every top-level section has one
-// reader in the list at the end of Configuration.cpp.
+// out has its default. Numbers may be given as texts: "64", "0x40". A key that is no index is
+// written as its table tells it, with all parts. A field that is a collection is an object of its
+// elements by key. An entry of a class with a single field may be given as the bare value of it.
+// Every top-level section has one reader in the list at the end of Configuration.cpp.
 
 #pragma once
 
@@ -25,7 +28,13 @@ struct IndexLimits {
   U64 lowest;
   U64 highest;
 };
-using LimitsOf = std::function<IndexLimits(TableType const&)>;
+
+/// What the hardware has room for, as far as that is known before it is opened.
+struct Room {
+  std::function<IndexLimits(TableType const&)> limits;
+  /// Why there is no place for the entry at that key, with the mend; empty if there is one.
+  std::function<std::string(TableType const&, Key const&, Vell::Record const&)> misfit;
+};
 
 class Configuration {
  public:
@@ -33,10 +42,10 @@ class Configuration {
   Configuration() = default;
   /// Reads a file. Throws a `Failure` with one line for each error in it, each with its path.
   static Configuration fromFile(std::string const& file, Catalogue const& catalogue,
-                                LimitsOf const& limitsOf);
+                                Room const& room);
   /// The same from a text; `origin` stands before each error.
   static Configuration fromText(std::string_view text, std::string_view origin,
-                                Catalogue const& catalogue, LimitsOf const& limitsOf);
+                                Catalogue const& catalogue, Room const& room);
 
   /// The entries of a table; none if the configuration does not name it.
   Rows const& of(TableType const& table) const;

@@ -3,7 +3,7 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
-#include "agent/Differences.h"
+#include "agent/FieldValue.h"
 #include "agent/TextTable.h"
 #include "agent/Words.h"
 
@@ -12,12 +12,32 @@ namespace {
 
 using nlohmann::ordered_json;
 
+/// How long a collection may read in a cell, where a row has many.
+constexpr std::size_t longestCell = 24;
+
 std::string timeText(std::chrono::system_clock::time_point time) {
   auto const seconds = std::chrono::floor<std::chrono::seconds>(time);
   auto const rest = std::chrono::floor<std::chrono::microseconds>(time - seconds);
   return fmt::format("{:%FT%T}.{:06}Z", fmt::gmtime(std::chrono::system_clock::to_time_t(seconds)),
                      rest.count());
 }
+
+/// A count of simulated traffic: how JSON calls it, and what it means.
+struct TrafficCount {
+  std::string_view name;
+  std::string_view meaning;
+  U64 Asic::Chip::Traffic::*count;
+};
+constexpr TrafficCount trafficCounts[] = {
+    {"flows", "flows came", &Asic::Chip::Traffic::flows},
+    {"assigned", "found their flowset without a port, and it was given one",
+     &Asic::Chip::Traffic::assigned},
+    {"moved", "found their flowset on a port, and it moved to another one",
+     &Asic::Chip::Traffic::moved},
+    {"kept", "went the way of their flowset", &Asic::Chip::Traffic::kept},
+    {"unserved", "were not served: no group, or no port of it, could take them",
+     &Asic::Chip::Traffic::unserved},
+};
 
 std::string_view shortName(std::string_view table) { return table.substr(table.rfind(':') + 1); }
 
@@ -43,7 +63,7 @@ std::string rowsText(TableType const& table, Rows const& rows) {
   for (auto const& [key, entry] : rows) {
     std::vector<std::string> cells{key.text()};
     for (auto const* field : table.fields())
-      cells.push_back(valueJson(fieldOf(entry, *field)).dump());
+      cells.push_back(valueText(*field, fieldOf(entry, *field), longestCell));
     text.rowIs(std::move(cells));
   }
   return fmt::format("{}: {}\n\n{}", title, counted(rows.size(), "entry", "entries"), text.text());
@@ -70,6 +90,21 @@ std::string journalText(std::vector<Asic::Chip::JournalEntry> const& journal) {
   for (auto const& each : journal)
     text.rowIs({std::to_string(each.number), std::string(shortName(each.table)), each.operation,
                 std::to_string(each.row)});
+  return text.text();
+}
+
+ordered_json trafficJson(Asic::Chip::Traffic const& traffic) {
+  ordered_json counts;
+  for (auto const& each : trafficCounts) counts[std::string(each.name)] = traffic.*each.count;
+  return {{"traffic", std::move(counts)}};
+}
+
+std::string trafficText(Asic::Chip::Traffic const& traffic) {
+  TextTable text;
+  text.columnIs("");
+  text.columnIs("", TextTable::Align::left);
+  for (auto const& each : trafficCounts)
+    text.rowIs({std::to_string(traffic.*each.count), std::string(each.meaning)});
   return text.text();
 }
 

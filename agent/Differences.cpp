@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include "agent/FieldValue.h"
 #include "agent/TextTable.h"
 #include "platform/vell/Inspect.h"
 
@@ -11,25 +12,62 @@ namespace {
 
 using nlohmann::ordered_json;
 
-/// One field of a changed entry; a value is empty where there is no entry.
+/// How long a collection may read on a line of its own.
+constexpr std::size_t longestElements = 60;
+
+/// A difference in one field of a changed entry, or in one element of it; a value is empty where
+/// there is none.
 struct FieldChange {
-  std::string_view name;
+  Vell::AttributeData const* field;
+  std::optional<U64> element;  ///< its key, in a field that is a collection
   Vell::Value held;
   Vell::Value wanted;
+
+  std::string name() const {
+    return element ? fmt::format("{}[{}]", field->name, *element) : std::string(field->name);
+  }
+  std::string heldText() const { return valueText(*field, held); }
+  std::string wantedText() const { return valueText(*field, wanted); }
 };
 
-std::vector<FieldChange> fieldChanges(Change const& change) {
-  std::vector<FieldChange> fields;
-  for (auto const* field : change.table->fields()) {
-    FieldChange each{field->name, {}, {}};
-    if (change.held) each.held = fieldOf(*change.held, *field);
-    if (change.wanted) each.wanted = fieldOf(*change.wanted, *field);
-    if (each.held != each.wanted) fields.push_back(std::move(each));
-  }
-  return fields;
+Vell::Value elementOf(Elements const& elements, U64 key) {
+  auto const found = elements.find(key);
+  return found == elements.end() ? Vell::Value() : Vell::Value(found->second);
 }
 
-std::string shown(Vell::Value const& value) { return valueJson(value).dump(); }
+void addElementChanges(std::vector<FieldChange>& changes, Vell::AttributeData const& field,
+                       Elements const& held, Elements const& wanted) {
+  auto keys = held;
+  keys.insert(wanted.begin(), wanted.end());
+  for (auto const& each : keys) {
+    auto const key = each.first;
+    FieldChange change{&field, key, elementOf(held, key), elementOf(wanted, key)};
+    if (change.held != change.wanted) changes.push_back(std::move(change));
+  }
+}
+
+/// A field of a side that may have no entry.
+template <class Kind>
+Kind sideOf(std::optional<Vell::Record> const& record, Vell::AttributeData const& field) {
+  return record ? std::get<Kind>(fieldOf(*record, field)) : Kind();
+}
+
+std::vector<FieldChange> fieldChanges(Change const& change) {
+  std::vector<FieldChange> changes;
+  for (auto const* field : change.table->fields()) {
+    if (isCollection(*field)) {
+      addElementChanges(changes, *field, sideOf<Elements>(change.held, *field),
+                        sideOf<Elements>(change.wanted, *field));
+      continue;
+    }
+    FieldChange each{field,
+                     {},
+                     sideOf<Vell::Value>(change.held, *field),
+                     sideOf<Vell::Value>(change.wanted, *field)};
+    if (each.held != each.wanted) changes.push_back(std::move(each));
+  }
+  return changes;
+}
 
 /// The fields of an entry that is there on one side only, those at their default left out.
 std::string wholeEntry(Change const& change) {
@@ -38,12 +76,26 @@ std::string wholeEntry(Change const& change) {
   std::vector<std::string> parts;
   for (auto const* field : change.table->fields())
     if (auto const value = fieldOf(record, *field); value != fieldOf(plain, *field))
-      parts.push_back(fmt::format("{} {}", field->name, shown(value)));
+      parts.push_back(fmt::format("{} {}", field->name, valueText(*field, value, longestElements)));
   return parts.empty() ? "every field at its default" : fmt::format("{}", fmt::join(parts, ", "));
 }
 
-template <class FieldText>
-std::string differingFields(Change const& change, FieldText const& fieldText) {
+// An element that is on one side only has a sign of its own.
+std::string fieldChangeText(FieldChange const& field) {
+  if (field.held.empty()) return fmt::format("+{} {}", field.name(), field.wantedText());
+  if (field.wanted.empty()) return fmt::format("-{} {}", field.name(), field.heldText());
+  return fmt::format("{} {} -> {}", field.name(), field.heldText(), field.wantedText());
+}
+
+std::string fieldDifferenceText(FieldChange const& field) {
+  if (field.held.empty())
+    return fmt::format("{} is missing, wanted {}", field.name(), field.wantedText());
+  if (field.wanted.empty())
+    return fmt::format("{} is {}, unexpected", field.name(), field.heldText());
+  return fmt::format("{} is {}, wanted {}", field.name(), field.heldText(), field.wantedText());
+}
+
+std::string differingFields(Change const& change, std::string (*fieldText)(FieldChange const&)) {
   std::vector<std::string> parts;
   for (auto const& field : fieldChanges(change)) parts.push_back(fieldText(field));
   // A chip may see a difference that no field shows.
@@ -71,28 +123,18 @@ Wording wordingOf(Change::Kind kind) {
 }
 
 std::string changeLine(Change const& change) {
-  auto const fields =
-      change.kind == Change::Kind::rewritten
-          ? differingFields(change,
-                            [](FieldChange const& field) {
-                              return fmt::format("{} {} -> {}", field.name, shown(field.held),
-                                                 shown(field.wanted));
-                            })
-          : wholeEntry(change);
+  auto const fields = change.kind == Change::Kind::rewritten
+                          ? differingFields(change, &fieldChangeText)
+                          : wholeEntry(change);
   auto const wording = wordingOf(change.kind);
   return emphasised(fmt::format("{} {}  {}", wording.sign, change.key.text(), fields),
                     wording.emphasis);
 }
 
 std::string differenceLine(Change const& change) {
-  auto const fields =
-      change.kind == Change::Kind::rewritten
-          ? differingFields(change,
-                            [](FieldChange const& field) {
-                              return fmt::format("{} is {}, wanted {}", field.name,
-                                                 shown(field.held), shown(field.wanted));
-                            })
-          : wholeEntry(change);
+  auto const fields = change.kind == Change::Kind::rewritten
+                          ? differingFields(change, &fieldDifferenceText)
+                          : wholeEntry(change);
   auto const wording = wordingOf(change.kind);
   return emphasised(fmt::format("{}  {}: {}", change.key.text(), wording.difference, fields),
                     wording.emphasis);
@@ -123,9 +165,10 @@ ordered_json listOf(Report const& report, Names const& names) {
   for (auto const& change : report.changes) {
     auto fields = ordered_json::object();
     for (auto const& field : fieldChanges(change)) {
-      auto& json = fields[std::string(field.name)];
-      if (!field.held.empty()) json[names.held] = valueJson(field.held);
-      if (!field.wanted.empty()) json[names.wanted] = valueJson(field.wanted);
+      auto* json = &fields[std::string(field.field->name)];
+      if (field.element) json = &(*json)[std::to_string(*field.element)];
+      if (!field.held.empty()) (*json)[names.held] = valueJson(field.held);
+      if (!field.wanted.empty()) (*json)[names.wanted] = valueJson(field.wanted);
     }
     list.push_back({{"table", change.table->name()},
                     {"index", change.key.text()},
@@ -148,16 +191,5 @@ ordered_json differencesJson(Report const& report) {
 }
 
 std::string differencesText(Report const& report) { return byTable(report, differenceLine); }
-
-ordered_json valueJson(Vell::Value const& value) {
-  if (auto const* truth = value.truth()) return *truth;
-  if (auto const* number = value.number()) return *number;
-  if (auto const* text = value.text()) return *text;
-  return nullptr;
-}
-
-Vell::Value fieldOf(Vell::Record const& record, Vell::AttributeData const& field) {
-  return Vell::Inspect(record).get(field.id);
-}
 
 }  // namespace DlbAgent

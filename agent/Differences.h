@@ -12,9 +12,11 @@ namespace DlbAgent {
 
 /// A list of {"table": ..., "index": ..., "change": "added" | "rewritten" | "deleted",
 /// "fields": {FIELD: {"old": ..., "new": ...}}}; "old" or "new" is left out where there
-/// is none, and rewritten entries list the fields that differ.
+/// is none, and rewritten entries list the fields that differ. A field that is a collection stands as
+/// {FIELD: {KEY: {"old": ..., "new": ...}}} with the elements that differ.
 nlohmann::ordered_json changesJson(Report const& report);
-/// A line for each change under the name of its table: "+ 3  weight 64", "~ 0  weight 64 -> 60".
+/// A line for each change under the name of its table: "+ 3  weight 64", "~ 0  weight 64 -> 60"; an
+/// element of a collection as "members[7] 3 -> 4", "+members[8] 5", "-members[9] 6".
 std::string changesText(Report const& report);
 
 /// A list of {"table": ..., "index": ..., "difference": "missing" | "different" | "unexpected",
@@ -22,10 +24,5 @@ std::string changesText(Report const& report);
 nlohmann::ordered_json differencesJson(Report const& report);
 /// A line for each difference: "0  different: weight is 64, wanted 60".
 std::string differencesText(Report const& report);
-
-/// A field's value as JSON: a number or a truth value.
-nlohmann::ordered_json valueJson(Vell::Value const& value);
-/// The value of a field of a record.
-Vell::Value fieldOf(Vell::Record const& record, Vell::AttributeData const& field);
 
 }  // namespace DlbAgent

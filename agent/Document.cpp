@@ -120,9 +120,12 @@ class Builder : public nlohmann::json_sax<json> {
   std::vector<Open> open_;
 };
 
-/// A text in quotes, on one line and no longer than one.
+/// The text of a key with all its parts: where it is cut off, the place is lost.
+constexpr std::size_t longestKey = 200;
+
+/// A text in quotes, on one line.
 std::string inQuotes(std::string_view text) {
-  return json(clipped(text)).dump(-1, ' ', false, json::error_handler_t::replace);
+  return json(text).dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
 struct Describer {
@@ -132,7 +135,7 @@ struct Describer {
   std::string operator()(bool value) const { return value ? "true" : "false"; }
   std::string operator()(U64 value) const { return std::to_string(value); }
   std::string operator()(JsonValue::OddNumber const& number) const { return clipped(number.text); }
-  std::string operator()(std::string const& text) const { return inQuotes(text); }
+  std::string operator()(std::string const& text) const { return inQuotes(clipped(text)); }
 };
 
 }  // namespace
@@ -145,8 +148,9 @@ std::string pathTo(std::string_view path, std::string_view key) {
   auto const plain = [](char c) {
     return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '-' || c == ':';
   };
-  auto const step =
-      !key.empty() && std::ranges::all_of(key, plain) ? std::string(key) : inQuotes(key);
+  auto const step = !key.empty() && std::ranges::all_of(key, plain)
+                        ? std::string(key)
+                        : inQuotes(clipped(key, longestKey));
   return path.empty() ? step : fmt::format("{}.{}", path, step);
 }
 

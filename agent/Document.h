@@ -3,6 +3,9 @@
 
 #pragma once
 
+#include <fmt/format.h>
+
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -22,6 +25,27 @@ class Problems {
 
  private:
   std::vector<std::string> lines_;
+};
+
+/// Keys of one object that may be spelled in more than one way; each is taken once.
+template <class Key>
+class Spellings {
+ public:
+  explicit Spellings(Problems& problems) : problems_(problems) {}
+
+  /// False, and a problem added, if another spelling of the key has been there.
+  bool isNew(std::string const& path, std::string const& text, Key const& key) {
+    auto const [first, isFirst] = texts_.try_emplace(key, text);
+    // The same text twice has been found as a duplicate key already.
+    if (!isFirst && first->second != text)
+      problems_.add(path,
+                    fmt::format("is the same key as \"{}\"; keep one of them", first->second));
+    return isFirst;
+  }
+
+ private:
+  Problems& problems_;
+  std::map<Key, std::string> texts_;  ///< how each key was first written
 };
 
 /// The path of a member below `path`; a key that is no plain name stands in quotes.

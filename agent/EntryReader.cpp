@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "agent/FieldValue.h"
 #include "agent/Words.h"
 #include "platform/vell/Inspect.h"
 
@@ -14,8 +15,15 @@ class FieldReader {
   FieldReader(std::string const& path, Vell::AttributeData const& field, Problems& problems)
       : path_(path), field_(field), problems_(problems) {}
 
-  /// The field's value; empty, and a problem added, if there is none.
-  Vell::Value read(JsonValue const& value) const {
+  /// Stores the field; adds a problem for all that cannot be stored.
+  void read(JsonValue const& value, Vell::Inspect& entry) const {
+    if (isCollection(field_)) return readElements(value, entry);
+    if (auto const read = readPlain(value); !read.empty()) entry.set(field_.id, read);
+  }
+
+ private:
+  /// The value; empty, and a problem added, if there is none.
+  Vell::Value readPlain(JsonValue const& value) const {
     switch (field_.shape) {
       case Vell::ValueShape::boolean:
         return readTruth(value);
@@ -26,7 +34,33 @@ class FieldReader {
     }
   }
 
- private:
+  void readElements(JsonValue const& value, Vell::Inspect& entry) const {
+    auto const* members = value.as<JsonValue::Object>();
+    if (!members) {
+      refuse(fmt::format("must be an object of numbers by key, as {{\"1\": 5}}, not {}",
+                         value.described()));
+      return;
+    }
+    Spellings<U64> keys(problems_);
+    for (auto const& [text, element] : *members) {
+      auto const path = pathTo(path_, text);
+      FieldReader const reader(path, field_, problems_);
+      auto const key = reader.readElementKey(text);
+      auto const read = reader.readNumberField(element);
+      if (key && keys.isNew(path, text, *key) && !read.empty())
+        entry.elementIs(field_.id, *key, read);
+    }
+  }
+
+  std::optional<U64> readElementKey(std::string const& text) const {
+    auto const [outcome, key] = readNumber(text);
+    if (outcome == NumberText::Outcome::number && key <= largestOf(field_.keyBits)) return key;
+    refuse(outcome == NumberText::Outcome::notANumber
+               ? "is no key; a key is a number, as \"16\" or \"0x10\""
+               : fmt::format("the highest key is {}", largestOf(field_.keyBits)));
+    return {};
+  }
+
   Vell::Value refuse(std::string_view why) const {
     problems_.add(path_, why);
     return {};
@@ -75,25 +109,44 @@ class FieldReader {
   Problems& problems_;
 };
 
+void readFields(TableType const& table, std::string const& path, JsonValue::Object const& members,
+                Vell::Inspect& entry, Problems& problems) {
+  for (auto const& [name, value] : members) {
+    auto const fieldPath = pathTo(path, name);
+    if (auto const* field = table.field(name))
+      FieldReader(fieldPath, *field, problems).read(value, entry);
+    else
+      problems.add(fieldPath, "no such field; " + hintFor(name, table.fieldNames()));
+  }
+}
+
+/// The field that a bare value in the place of the object stands for, or null.
+Vell::AttributeData const* onlyField(TableType const& table) {
+  auto const& fields = table.fields();
+  return fields.size() == 1 && !isCollection(*fields.front()) ? fields.front() : nullptr;
+}
+
+void readBareValue(TableType const& table, std::string const& path, JsonValue const& value,
+                   Vell::Inspect& entry, Problems& problems) {
+  auto const* const only = onlyField(table);
+  bool const isNothing = value.as<JsonValue::Null>() || value.as<JsonValue::List>();
+  if (only && !isNothing) return FieldReader(path, *only, problems).read(value, entry);
+  auto const bare = only ? fmt::format(" or the bare {}", only->name) : "";
+  problems.add(path, fmt::format("must be an object of fields{}, not {}", bare, value.described()));
+}
+
 }  // namespace
 
-Vell::Record readEntry(TableType const& table, std::string const& path, JsonValue const& value,
-                       Problems& problems) {
-  auto record = Vell::inspectMakeValue(table.entry());
-  auto const* members = value.as<JsonValue::Object>();
-  if (!members)
-    problems.add(path, fmt::format("must be an object of fields, not {}", value.described()));
+std::optional<Vell::Record> readEntry(TableType const& table, std::string const& path,
+                                      JsonValue const& value, Problems& problems) {
+  auto const before = problems.lines().size();
+  auto const record = Vell::inspectMakeValue(table.entry());
+  Vell::Inspect entry(record);
+  if (auto const* members = value.as<JsonValue::Object>())
+    readFields(table, path, *members, entry, problems);
   else
-    for (auto const& [name, fieldValue] : *members) {
-      auto const fieldPath = pathTo(path, name);
-      auto const* field = table.field(name);
-      if (!field) {
-        problems.add(fieldPath, "no such field; " + hintFor(name, table.fieldNames()));
-        continue;
-      }
-      auto const read = FieldReader(fieldPath, *field, problems).read(fieldValue);
-      if (!read.empty()) Vell::Inspect(record).set(field->id, read);
-    }
+    readBareValue(table, path, value, entry, problems);
+  if (problems.lines().size() > before) return {};
   return record;
 }
 

@@ -11,10 +11,10 @@
 
 namespace DlbAgent {
 
-/// The entry that `value` describes. Adds a problem for each field that is unknown or does not fit;
-/// the entry is then of no use.
-Vell::Record readEntry(TableType const& table, std::string const& path, JsonValue const& value,
-                       Problems& problems);
+/// The entry that `value` describes: an object of fields, or the bare value of an entry's only field.
+/// None, and a problem added for each field that is unknown or does not fit.
+std::optional<Vell::Record> readEntry(TableType const& table, std::string const& path,
+                                      JsonValue const& value, Problems& problems);
 
 /// The key of that text, in the form that the table itself gives it; a problem and none if the
 /// table cannot read it.

@@ -26,6 +26,8 @@ class LiveTable {
   TableType const& type() const { return *type_; }
   /// Valid indices; all of them in a table that does not know.
   IndexLimits limits() const;
+  /// Whether the chip brings hooks for the table.
+  bool hasHooks() const { return hasHooks_; }
   /// Whether the chip has hardware for the table. Known once started.
   bool hasHardware() const { return hasHooks_ && runner_.table().hwTable(); }
 

@@ -62,14 +62,13 @@ struct Change {
 };
 
 struct TableReport {
-  TableType const* table;
+  std::string_view table;  ///< short name
   Figures figures;
 };
 
 struct Report {
-  std::vector<TableReport> tables;
-  std::vector<Change>
-      changes;  ///< table by table in the order above, each in the order of its keys
+  std::vector<TableReport> tables;  ///< in alphabetical order
+  std::vector<Change> changes;      ///< table by table in that order, each in the order of its keys
 
   Figures totals() const {
     Figures totals;

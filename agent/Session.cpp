@@ -36,32 +36,42 @@ Vell::Ptr<Asic::Chip> chipNamed(std::string const& name) {
 }
 
 Session::Session(Catalogue const& catalogue, std::string const& chipName)
-    : chip_(chipNamed(chipName)) {
+    : chip_(chipNamed(chipName)), flowsets_(chipName) {
   for (auto const& type : catalogue.tables()) tables_.emplace_back(type, chipName);
 }
 
-LimitsOf Session::limitsOf() const {
-  return [this](TableType const& type) {
-    return std::ranges::find(tables_, &type, [](auto const& each) { return &each.type(); })
-        ->limits();
+LiveTable const& Session::liveTable(TableType const& type) const {
+  return *std::ranges::find(tables_, &type, [](auto const& each) { return &each.type(); });
+}
+
+Room Session::room() const {
+  auto const misfit = [this](TableType const& type, Key const& key, Vell::Record const& entry) {
+    return liveTable(type).hasHooks() ? chip_->misfit(type.qualifiedName(), key.value(), entry)
+                                      : std::string();
   };
+  return {[this](TableType const& type) { return liveTable(type).limits(); }, misfit};
 }
 
 void Session::start() {
   for (auto& table : tables_) table.start(chip_);
+  flowsets_.start(chip_);
 }
 
 // Nothing stale is deleted before everything wanted is in place.
 Report Session::replay(Configuration const& wanted) {
   for (auto& table : tables_) table.replay(wanted.of(table.type()));
   for (auto& table : tables_) table.replayEnded();
+  flowsets_.replayEnded();
   for (auto& table : tables_) table.purge();
+  flowsets_.purge();
 
   Report report;
   for (auto const& table : tables_) {
-    report.tables.push_back({&table.type(), table.figures(*chip_)});
+    report.tables.push_back({table.type().name(), table.figures(*chip_)});
     std::ranges::move(table.changes(), std::back_inserter(report.changes));
   }
+  report.tables.push_back({flowsets_.name(), flowsets_.figures()});
+  std::ranges::sort(report.tables, {}, &TableReport::table);
   return report;
 }
 

@@ -1,7 +1,7 @@
 // All tables on one chip: an agent's life, as far as the hardware sees it.
 //
 //   Session session(catalogue, "sim");             tables and hooks are there, nothing is opened
-//   auto wanted = Configuration::fromFile(file, catalogue, session.limitsOf());
+//   auto wanted = Configuration::fromFile(file, catalogue, session.room());
 //   session.open(options);                         the hardware is open
 //   session.start();                               the hardware has been read
 //   auto report = session.replay(wanted);          the hardware holds what is wanted
@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "agent/FlowsetReader.h"
 #include "agent/LiveTable.h"
 
 namespace DlbAgent {
@@ -26,9 +27,12 @@ class Session {
   /// outlives the session.
   Session(Catalogue const& catalogue, std::string const& chipName);
 
-  LimitsOf limitsOf() const;
+  /// What the chip has room for; of the tables that it has hooks for.
+  Room room() const;
+  /// The tables that are configured; the one that is only read stands beside them.
   std::vector<LiveTable> const& tables() const { return tables_; }
-  Asic::Chip const& chip() const { return *chip_; }
+  FlowsetReader& flowsets() { return flowsets_; }
+  Asic::Chip& chip() const { return *chip_; }
 
   /// Opens the chip. Throws what the chip throws; nothing is touched then.
   void open(Asic::Chip::Options const& options) { chip_->open(options); }
@@ -39,8 +43,11 @@ class Session {
   Report replay(Configuration const& wanted);
 
  private:
+  LiveTable const& liveTable(TableType const& type) const;
+
+  Vell::Ptr<Asic::Chip> chip_;  // first: it loads the plug-in
   std::vector<LiveTable> tables_;
-  Vell::Ptr<Asic::Chip> chip_;
+  FlowsetReader flowsets_;
 };
 
 /// The chip of that name. Throws a `Failure` that names the chips found, the folders searched, and

@@ -64,7 +64,7 @@ std::string sentence(Figures const& figures, Mood mood) {
 nlohmann::ordered_json summaryJson(Report const& report) {
   auto tables = nlohmann::ordered_json::object();
   for (auto const& [table, figures] : report.tables)
-    tables[std::string(table->name())] = figuresJson(figures);
+    tables[std::string(table)] = figuresJson(figures);
   return {{"tables", std::move(tables)}, {"totals", figuresJson(report.totals())}};
 }
 
@@ -72,7 +72,7 @@ std::string summaryText(Report const& report, Mood mood) {
   TextTable table;
   table.columnIs("table", TextTable::Align::left);
   for (auto const& each : figureNames) table.columnIs(each.heading);
-  for (auto const& each : report.tables) addRow(table, each.table->name(), each.figures);
+  for (auto const& each : report.tables) addRow(table, each.table, each.figures);
   table.ruleIs();
   auto const totals = report.totals();
   addRow(table, "all tables", totals);

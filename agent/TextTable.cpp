@@ -2,6 +2,7 @@
 
 #include <fmt/color.h>
 #include <fmt/format.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -42,6 +43,12 @@ std::string emphasised(std::string_view text, Emphasis emphasis) {
   static bool const colours = wantsColours();
   if (!colours || emphasis == Emphasis::plain) return std::string(text);
   return fmt::format(styleOf(emphasis), "{}", text);
+}
+
+std::size_t terminalWidth() {
+  winsize size{};
+  bool const told = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+  return told ? size.ws_col : 80;
 }
 
 std::string brokenName(std::string_view name) {

@@ -15,6 +15,9 @@ enum class Emphasis { plain, heading, good, changed, bad };
 /// set; otherwise as it is.
 std::string emphasised(std::string_view text, Emphasis emphasis);
 
+/// Columns of the terminal that standard output is; 80 if it is none.
+std::size_t terminalWidth();
+
 /// A name in camel case, broken between its words into lines of about ten letters.
 std::string brokenName(std::string_view name);
 

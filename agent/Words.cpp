@@ -57,8 +57,7 @@ std::string hintFor(std::string_view name, std::vector<std::string_view> const& 
   return fmt::format("there are: {}", fmt::join(known, ", "));
 }
 
-std::string clipped(std::string_view text) {
-  constexpr std::size_t most = 60;
+std::string clipped(std::string_view text, std::size_t most) {
   return text.size() > most ? fmt::format("{}...", text.substr(0, most)) : std::string(text);
 }
 

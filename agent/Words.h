@@ -26,7 +26,7 @@ U64 largestOf(unsigned bits);
 std::string hintFor(std::string_view name, std::vector<std::string_view> const& known);
 
 /// The text, or its beginning if it is longer than a line should be.
-std::string clipped(std::string_view text);
+std::string clipped(std::string_view text, std::size_t most = 60);
 
 /// "1 entry", "2 entries".
 std::string counted(U64 count, std::string_view one, std::string_view many);

@@ -100,7 +100,6 @@ void RbTree::fillUp(Links* parent, Side side) {
     }
     if (!isRed(sibling->child_[across])) {
       rotate(*sibling, across);
-      sibling->state_ = State::red;
       sibling = sibling->parent_;
     }
     sibling->state_ = std::exchange(parent->state_, State::black);

@@ -58,6 +58,8 @@ class AccessorBase {
     if (traceHandle_.on(level)) [[unlikely]]
       traceHandle_.write(T::names.qualified, " : ", operation, parts...);
   }
+  /// Begins a sync, which needs a hardware table.
+  void beginSyncEntries() const;
   /// Traces the summary of the reconciliation, the last step of every purge.
   void traceStatistics(std::string_view operation) const;
 
@@ -78,6 +80,12 @@ template <class T>
 void AccessorBase<T>::doInitComplete() {
   trace(tracePhase, "doInitComplete");
   swTable_->configReplayCompleteIs(true);
+}
+
+template <class T>
+void AccessorBase<T>::beginSyncEntries() const {
+  trace(traceLife, "syncEntries", ": swTableInstPtr:", static_cast<void const*>(swTable_));
+  VELL_ASSERT(swTable_->hwTable(), "hwTable()", T::names.qualified);
 }
 
 template <class T>

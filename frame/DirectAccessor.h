@@ -40,6 +40,8 @@ class DirectAccessor : public AccessorBase<T> {
   void autoCommitSyncedEntries();
   void purgeStaleEntries();
 
+  /// Removes one key; `resolvedKeyPrior` is set by a look-up.
+  void deleteResolvedEntry(Key key);
   void entryRemoveAll();
   /// Removes every key and drops the tracker, at the end of the table.
   void cleanup();
@@ -60,8 +62,6 @@ class DirectAccessor : public AccessorBase<T> {
   void hwTableEntryDel(Util const& util, Key key);
   void syncedEntryRemoveAll();
   void handleStaleEntries() noexcept;
-  /// Removes one key as a client would; `resolvedKeyPrior` is set by a look-up.
-  void deleteResolvedEntry(Key key);
   void traceHwIndex(Key key) const;
   /// The key's value, from the node at hand if nothing was called since it was looked up.
   Zarn::Optional<Entry> wantedValue(Key key) const;

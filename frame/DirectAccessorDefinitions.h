@@ -170,8 +170,7 @@ auto DirectAccessor<T>::trackerOfDelete() const -> Tracker {
 
 template <class T>
 void DirectAccessor<T>::syncEntries() {
-  trace(traceLife, "syncEntries", ": swTableInstPtr:", static_cast<void const*>(swTable_));
-  VELL_ASSERT(swTable_->hwTable(), "hwTable()", T::names.qualified);
+  this->beginSyncEntries();
   VELL_ASSERT(swTable_->entrys() == 0, "!swTable_->resolvedEntrys()", T::names.qualified,
               ": sync must precede every commit");
   if (auto const util = this->utilIfExists())

@@ -23,6 +23,7 @@
 #include "frame/EntryIterator.h"
 #include "frame/Sheet.h"
 #include "frame/Trait.h"
+#include "frame/UtilLoader.h"
 #include "frame/Variants.h"
 #include "platform/bruvel/Slab.h"
 #include "platform/zarn/AllocTrack.h"
@@ -39,12 +40,15 @@ class DirectTable : public SwKnownIndexTable, public Bruvel::Allocated<T> {
   using Key = typename Sheet::Key;
   using Entry = typename Sheet::Entry;
   using Util = DirectTableUtil<T>;
-  using UtilLoader = DirectTableUtilLoader<T>;
+  using UtilLoader = TableUtilLoader<T>;
   using ResolvedEntryMap =
       Zarn::HashMap2018<Zarn::HN<Key, Zarn::Optional<Entry>, Sheet::maps.resolvedEntry>>;
   using SyncedEntryMap = Zarn::HashMap2018<Zarn::HN<Key, Entry, Sheet::maps.syncedEntry>>;
 
   static constexpr TableNames names = Sheet::names;
+  /// What the table does with its hardware.
+  static constexpr bool readAccess = false;
+  static constexpr bool writeAccess = true;
   /// Numbers of the table's types in its module.
   static constexpr U32 entryTypeNumber = 0;
   static constexpr U32 utilTypeNumber = 1;

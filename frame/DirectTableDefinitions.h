@@ -96,8 +96,7 @@ void DirectTable<T, Sheet>::storeResolved(typename ResolvedEntryMap::Node* node,
 template <class T, DirectSheet Sheet>
 void DirectTable<T, Sheet>::entryRemove(Key key) {
   OperationScope const scope(*this);
-  this->resolvedKeyPriorIs(keyPrior(resolvedEntry_.lookupNodeG(key)));
-  resolvedEntryDel(key);
+  AccessorT(table()).deleteResolvedEntry(key);
 }
 
 template <class T, DirectSheet Sheet>

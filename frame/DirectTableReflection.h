@@ -9,11 +9,10 @@
 #include <string_view>
 
 #include "containers/HashMap2018Iterator.h"
-#include "frame/AccessorBase.h"
 #include "frame/FieldEntry.h"
+#include "frame/TableReflection.h"
 #include "frame/Trait.h"
 #include "platform/vell/Inspect.h"
-#include "platform/zarn/ValueText.h"
 
 namespace Asic {
 
@@ -74,51 +73,6 @@ inline constexpr auto numberedDirectTableAttributes = [] {
   return numbered;
 }();
 
-/// The qualified name of a class inside a table's class.
-template <class T, OperationName suffix>
-struct NestedName {
-  static constexpr auto text = [] {
-    constexpr auto table = T::names.qualified;
-    std::array<char, table.size() + suffix.view().size()> joined{};
-    std::ranges::copy(suffix.view(), std::ranges::copy(table, joined.begin()).out);
-    return joined;
-  }();
-  static constexpr std::string_view view{text.data(), text.size()};
-};
-
-/// Keys on their way through the reflection interface: an index as a number, any key as its text.
-template <class Key>
-struct KeyValue {
-  static Vell::Value toValue(Key const& key) {
-    if constexpr (std::same_as<Key, SwTableBase::Index>)
-      return static_cast<U64>(key.value());
-    else
-      return Zarn::valueToStrep(key);
-  }
-  static Key fromValue(Vell::Value const& value) {
-    if (auto const* text = value.text()) return fromText(*text);
-    if constexpr (std::same_as<Key, SwTableBase::Index>)
-      if (auto const* number = value.number(); number && *number <= 0xFFFFFFFF)
-        return static_cast<U32>(*number);
-    throw Vell::ArgumentError("a key is asked for, as its text or as a 32-bit index");
-  }
-
- private:
-  static Key fromText(std::string const& text) {
-    try {
-      return Zarn::strepToValue<Key>(text);
-    } catch (Vell::RangeException const& error) {
-      throw Vell::ArgumentError(Vell::concatenate("no key: ", error.what()));
-    }
-  }
-};
-
-inline void needArguments(std::span<Vell::Value const> arguments, std::size_t count) {
-  if (arguments.size() != count)
-    throw Vell::ArgumentError(
-        Vell::concatenate("takes ", count, " arguments, and ", arguments.size(), " were given"));
-}
-
 /// The hook class answers its three public operations.
 template <class T>
 struct DirectUtilReflection {
@@ -169,14 +123,11 @@ struct DirectTableReflection {
     if (!arguments.empty()) Vell::throwNewEntityArgsException(tableType, arguments.size());
     return new T;
   }
-  static Vell::Ptr<Vell::Node> makeLoader(Vell::String const&, Arguments arguments) {
-    if (!arguments.empty()) Vell::throwNewEntityArgsException(loaderType, arguments.size());
-    return new typename T::UtilLoader;
-  }
 
   static Vell::Value get(void const* object, Vell::AttributeData const& attribute) {
     if (attribute.name == "entrys") return U64{tableOf(object).entrys()};
-    if (attribute.name == "writeAccess") return true;
+    if (attribute.name == "readAccess") return T::readAccess;
+    if (attribute.name == "writeAccess") return T::writeAccess;
     if (attribute.name == "isExternalKeyType") return Trait::isKeyTable<T>;
     return attribute.shape == Vell::ValueShape::boolean ? Vell::Value(false) : Vell::Value(U64{0});
   }
@@ -249,14 +200,12 @@ struct DirectTableReflection {
   static constexpr Vell::TypeData utilType{NestedName<T, "::Util">::view,
                                            DirectUtilReflection<T>::attributes,
                                            {.call = &DirectUtilReflection<T>::call}};
-  static constexpr Vell::TypeData loaderType{
-      NestedName<T, "::UtilLoader">::view, {}, {.makeNode = &makeLoader}};
   static constexpr Vell::TypeData tableType{
       T::names.qualified,
       numberedDirectTableAttributes<Trait::isKnownIndexTable<T>>,
       {.makeNode = &makeTable, .get = &get, .call = &call, .walk = &walk, .figures = &figures}};
   static constexpr Vell::TypeData const* types[] = {&EntryReflection<Entry>::type, &utilType,
-                                                    &loaderType, &tableType};
+                                                    &UtilLoaderReflection<T>::type, &tableType};
   static inline constinit Vell::ModuleInspectData module{T::names.module, types};
 };
 

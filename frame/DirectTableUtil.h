@@ -18,7 +18,6 @@
 
 #include "frame/Sheet.h"
 #include "platform/asic/SwTable.h"
-#include "platform/ostler/Loader.h"
 #include "platform/zarn/Optional.h"
 
 namespace Asic {
@@ -58,19 +57,6 @@ class DirectTableUtil : public SwTable::Util {
   static Index getHwIndex(SwTableBase::EntryHandle const& hdl) {
     return SwTableBase::getHwEntryIndex(hdl);
   }
-};
-
-/// Loads the chip plug-ins when the table's library is loaded; see frame/Announcement.h.
-template <class T>
-class DirectTableUtilLoader : public Ostler::Core::Loader::Singleton {
- public:
-  static constexpr std::string_view prefix = "AsicFeature";
-  static constexpr std::string_view suffix = T::names.qualified;
-
-  static Vell::ZarnType type() { return {&T::module(), T::utilLoaderTypeNumber}; }
-  Vell::ZarnType typeData() const override { return type(); }
-  std::string prefixPath() const override { return std::string(prefix); }
-  std::string suffixPath() const override { return std::string(suffix); }
 };
 
 }  // namespace Asic

@@ -20,4 +20,8 @@ template <class T>
 inline constexpr bool isKeyTable =
     std::derived_from<T, SwKnownIndexTable> && !std::same_as<typename T::Key, SwTableBase::Index>;
 
+/// The table writes its hardware.
+template <class T>
+inline constexpr bool writesHardware = T::writeAccess;
+
 }  // namespace Asic::Trait

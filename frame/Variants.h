@@ -1,6 +1,7 @@
 // Which generic logic a table class gets. The choice is made here and nowhere else, at compile
 // time, from the table's traits:
 //
+//   if the table only reads its hardware:                         ReadAccessor
 //   if the client knows the key (an index, or a structured key):  DirectAccessor
 //
 // A table that needs something else is described by a trait; nothing tests for a concrete table.
@@ -8,16 +9,26 @@
 #pragma once
 
 #include "frame/DirectAccessor.h"
+#include "frame/ReadAccessor.h"
 #include "frame/Trait.h"
 
 namespace Asic {
 
 template <class T>
-concept DirectTableClass = Trait::isKnownIndexTable<T> || Trait::isKeyTable<T>;
+concept ReadTableClass = Trait::isKnownIndexTable<T> && !Trait::writesHardware<T>;
+
+template <class T>
+concept DirectTableClass = Trait::writesHardware<T> &&
+    (Trait::isKnownIndexTable<T> || Trait::isKeyTable<T>);
 
 /// Names the variant for `T`; a table class of no known kind does not compile.
 template <class T>
 struct AccessorVariant;
+
+template <ReadTableClass T>
+struct AccessorVariant<T> {
+  using Type = ReadAccessor<T>;
+};
 
 template <DirectTableClass T>
 struct AccessorVariant<T> {

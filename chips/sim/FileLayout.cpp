@@ -16,6 +16,7 @@ U64 fingerprintOf(std::span<TableShape const> shapes) {
     print.mix(shape.name);
     print.mix(U64{shape.rows});
     print.mix(shape.rowFingerprint);
+    print.mix(U64{shape.stateTable});
   }
   return print.value();
 }

@@ -59,10 +59,15 @@ struct JournalRecord {
 
 /// What the file has to know of one table.
 struct TableShape {
+  static constexpr U32 none = 0xFFFFFFFF;
+
   std::string_view name;
   U32 rows;
   U32 rowBytes;
   U64 rowFingerprint;
+  /// The table in which the chip keeps what it makes of these rows by itself, row by row. A written or
+  /// deleted row takes over: its state goes.
+  U32 stateTable = none;
 };
 
 class FileLayout {

@@ -4,6 +4,7 @@
 #include <array>
 #include <atomic>
 #include <csignal>
+#include <cstring>
 
 #include "chips/sim/RowCodec.h"
 #include "platform/vell/Assert.h"
@@ -71,10 +72,19 @@ void Hardware::rowIs(U32 table, U64 row, std::span<U8 const> bytes) {
 
 void Hardware::rowDel(U32 table, U64 row) { operate(Operation::erase, table, row, {}); }
 
+void Hardware::stateIs(U32 table, U64 row, std::span<U8 const, sizeof(U64)> bytes) {
+  VELL_ASSERT(layout_.shapes()[table].rowBytes == bytes.size() && row < rows(table),
+              "a row of state", layout_.shapes()[table].name, " row ", row);
+  if (isFrozen()) return;
+  U64 word;
+  std::memcpy(&word, bytes.data(), sizeof word);
+  storeInOrder(*reinterpret_cast<U64*>(rowBytes(table, row)), word);
+}
+
 // ---- operations ----
 
 void Hardware::operate(Operation operation, U32 table, U64 row, std::span<U8 const> bytes) {
-  if (switches_.freezeAfter && operationCount_ >= *switches_.freezeAfter) return;
+  if (isFrozen()) return;
   if (row >= rows(table)) operation = Operation::outOfRange;
   auto const number = publish({0, row, table, static_cast<U32>(operation)}, bytes);
   apply(record(number));
@@ -97,8 +107,11 @@ U64 Hardware::publish(JournalRecord content, std::span<U8 const> bytes) {
 
 void Hardware::apply(JournalRecord const& record) {
   if (record.operation == static_cast<U32>(Operation::outOfRange)) return;
-  std::copy_n(reinterpret_cast<U8 const*>(&record + 1), layout_.shapes()[record.table].rowBytes,
+  auto const& shape = layout_.shapes()[record.table];
+  std::copy_n(reinterpret_cast<U8 const*>(&record + 1), shape.rowBytes,
               rowBytes(record.table, record.row));
+  if (shape.stateTable != TableShape::none)
+    storeInOrder(*reinterpret_cast<U64*>(rowBytes(shape.stateTable, record.row)), 0);
 }
 
 void Hardware::count(Operation operation, U32 table) {

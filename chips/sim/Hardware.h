@@ -8,7 +8,9 @@
 //     and d, and does c and d again. (A machine that loses power is another matter: nothing forces
 //     the pages to disk.)
 //  2. A row that is not valid is all zeros.
-//  3. An operation on a row that the table does not have changes no row. The journal holds it as
+//  3. State is the chip's own doing: neither journalled nor counted. A row of it is 8 bytes, replaced
+//     by one store.
+//  4. An operation on a row that the table does not have changes no row. The journal holds it as
 //     "outOfRange", and no count takes it in.
 //
 // Threading: one thread.
@@ -39,6 +41,13 @@ class Hardware {
   /// Replaces a row; `bytes` are as many as the table's rows have, the valid bit set.
   void rowIs(U32 table, U64 row, std::span<U8 const> bytes);
   void rowDel(U32 table, U64 row);
+  /// Replaces a row of state. Nothing once the chip is frozen.
+  void stateIs(U32 table, U64 row, std::span<U8 const, sizeof(U64)> bytes);
+  /// Whether what the chip is asked has no effect any more.
+  bool isFrozen() const {
+    return switches_.freezeAfter && operationCount_ >= *switches_.freezeAfter;
+  }
+  Switches const& switches() const { return switches_; }
 
   Asic::Chip::Operations const& operations(U32 table) const { return operations_[table]; }
   std::vector<Asic::Chip::JournalEntry> journal(std::size_t most) const;

@@ -12,9 +12,13 @@
 #include <array>
 #include <concepts>
 #include <span>
+#include <string>
+#include <string_view>
 #include <type_traits>
 
 #include "chips/sim/Fingerprint.h"
+#include "containers/MapField.h"
+#include "platform/vell/Assert.h"
 #include "platform/zarn/Fields.h"
 
 namespace Sim {
@@ -31,6 +35,8 @@ class BitWriter {
       row_[at_ / 8] = static_cast<U8>(row_[at_ / 8] | part << at_ % 8);
     }
   }
+  /// Leaves bits as they are.
+  void skip(U32 bits) { at_ += bits; }
 
  private:
   std::span<U8> row_;
@@ -66,6 +72,43 @@ struct FieldCodec<Member> {
   static constexpr U32 bits = Zarn::FieldType<Member>::bits;
   static void pack(BitWriter& row, Member value) { row.put(value, bits); }
   static void unpack(BitReader& row, Member& value) { value = static_cast<Member>(row.take(bits)); }
+  static std::string misfit(std::string_view, Member) { return {}; }
+};
+
+/// A map of numbers takes a row's fixed number of slots: each a bit that says whether it is used, the
+/// key, the value; used slots first, in ascending order of the keys, so that equal maps are equal
+/// bits. Members beyond the slots are left out, those of the highest keys.
+template <Zarn::NumberMap Member>
+struct FieldCodec<Member> {
+  static constexpr U32 slots = 64;
+  static constexpr U32 keyBits = Zarn::FieldType<Member>::keyBits;
+  static constexpr U32 valueBits = Zarn::FieldType<Member>::bits;
+  static constexpr U32 bits = slots * (1 + keyBits + valueBits);
+
+  static void pack(BitWriter& row, Member const& map) {
+    U32 used = 0;
+    for (auto const& [key, value] : Zarn::sortedElements(map)) {
+      if (used++ == slots) return;
+      row.put(1, 1);
+      row.put(key, keyBits);
+      row.put(value, valueBits);
+    }
+    row.skip((slots - used) * (1 + keyBits + valueBits));
+  }
+  static void unpack(BitReader& row, Member& map) {
+    for (U32 slot = 0; slot < slots; ++slot) {
+      bool const used = row.take(1) != 0;
+      auto const key = static_cast<typename Member::Key>(row.take(keyBits));
+      auto const value = static_cast<Zarn::NumberMapValue<Member>>(row.take(valueBits));
+      if (used) Zarn::elementIs(map, key, value);
+    }
+  }
+  /// Why the map does not fit, or nothing.
+  static std::string misfit(std::string_view name, Member const& map) {
+    if (map.count() <= slots) return {};
+    return Vell::concatenate(name, " has ", map.count(), " members and a row has room for ", slots,
+                             "; leave some out");
+  }
 };
 
 inline bool isValidRow(std::span<U8 const> row) { return (row[0] & 1) != 0; }
@@ -105,6 +148,15 @@ class RowCodec {
     Zarn::FieldOps<Entry>::forEach(
         [&](auto const& each) { CodecOf<decltype(each)>::pack(writer, entry.*each.member); });
     return row;
+  }
+
+  /// Why the entry does not fit into a row, or nothing.
+  static std::string misfit(Entry const& entry) {
+    std::string why;
+    Zarn::FieldOps<Entry>::forEach([&](auto const& each) {
+      if (why.empty()) why = CodecOf<decltype(each)>::misfit(each.name, entry.*each.member);
+    });
+    return why;
   }
 
   /// The entry of a valid row of `bytes` bytes.

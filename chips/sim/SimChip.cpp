@@ -4,6 +4,9 @@
 #include <stdexcept>
 
 #include "chips/sim/Tables.h"
+#include "chips/sim/Traffic.h"
+#include "frame/FieldEntry.h"
+#include "frame/TableReflection.h"
 
 namespace Sim {
 namespace {
@@ -12,8 +15,6 @@ FileLayout const& layout() {
   static FileLayout const layout(Tables::shapes);
   return layout;
 }
-
-constexpr std::size_t tableCount = Tables::shapes.size();
 
 std::size_t numberOf(std::string_view tableName) {
   auto const found = std::ranges::find(Tables::shapes, tableName, &TableShape::name);
@@ -27,8 +28,16 @@ void SimChip::open(Options const& options) {
     throw std::runtime_error("the simulated chip has opened hardware file \"" + hardware_->path() +
                              "\" already; make another chip for another file");
   hardware_ = std::make_shared<Hardware>(options, layout());
-  for (U32 table = 0; table < tableCount; ++table)
-    hwTables_.push_back(new SimHwTable(hardware_, table));
+  Tables::forEach([&]<class Line>(Line) {
+    constexpr auto number = Tables::numberOf<typename Line::Table>;
+    if constexpr (Asic::ReadTableClass<typename Line::Table>) {
+      constexpr auto written = Tables::numberOf<TessarLoadBalance::DlbEcmpFlowsetTable>;
+      flowsets_ = new SimReadTable(hardware_, written, number);
+      hwTables_.push_back(flowsets_);
+    } else {
+      hwTables_.push_back(new SimHwTable(hardware_, number));
+    }
+  });
 }
 
 Vell::Ptr<Asic::HwTable> SimChip::hwTable(std::string_view tableName) {
@@ -39,6 +48,35 @@ Vell::Ptr<Asic::HwTable> SimChip::hwTable(std::string_view tableName) {
 Asic::Chip::Operations SimChip::operations(std::string_view tableName) const {
   auto const table = numberOf(tableName);
   return table < hwTables_.size() ? hardware_->operations(static_cast<U32>(table)) : Operations{};
+}
+
+std::string SimChip::misfit(std::string_view tableName, Vell::Value const& key,
+                            Vell::Record const& entry) const {
+  std::string why;
+  Tables::forEach([&]<class Line>(Line) {
+    using Table = typename Line::Table;
+    if (Table::names.qualified != tableName) return;
+    if constexpr (Asic::DirectTableClass<Table>) {
+      using Key = typename Table::Key;
+      using Entry = typename Table::Entry;
+      why = KeyRows<Key>::misfit(Asic::KeyValue<Key>::fromValue(key), Line::rows);
+      if (why.empty())
+        why = RowCodec<Entry>::misfit(Asic::EntryReflection<Entry>::fromValue(entry));
+    }
+  });
+  return why;
+}
+
+U64 SimChip::poll() {
+  if (!flowsets_) return 0;
+  flowsets_->advance();
+  return flowsets_->deliverReadResponses();
+}
+
+U64 SimChip::answersOutstanding() const { return flowsets_ ? flowsets_->outstanding() : 0; }
+
+std::optional<Asic::Chip::Traffic> SimChip::simulateTraffic(U64 flows, U64 seed) {
+  return Sim::Traffic(*hardware_, seed).played(flows);
 }
 
 std::vector<Asic::Chip::JournalEntry> SimChip::journal(std::size_t most) const {

@@ -7,6 +7,7 @@
 
 #include "chips/sim/Hardware.h"
 #include "chips/sim/SimHwTable.h"
+#include "chips/sim/SimReadTable.h"
 #include "platform/asic/Chip.h"
 
 namespace Sim {
@@ -21,10 +22,16 @@ class SimChip final : public Asic::Chip {
   Vell::Ptr<Asic::HwTable> hwTable(std::string_view tableName) override;
   Operations operations(std::string_view tableName) const override;
   std::vector<JournalEntry> journal(std::size_t most) const override;
+  std::string misfit(std::string_view tableName, Vell::Value const& key,
+                     Vell::Record const& entry) const override;
+  U64 poll() override;
+  U64 answersOutstanding() const override;
+  std::optional<Traffic> simulateTraffic(U64 flows, U64 seed) override;
 
  private:
   std::shared_ptr<Hardware> hardware_;
   std::vector<Vell::Ptr<SimHwTable>> hwTables_;
+  Vell::Ptr<SimReadTable> flowsets_;  ///< the one of them that is read back
 };
 
 }  // namespace Sim

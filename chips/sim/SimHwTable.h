@@ -10,7 +10,7 @@
 
 namespace Sim {
 
-class SimHwTable final : public Asic::HwTable {
+class SimHwTable : public Asic::HwTable {
  public:
   SimHwTable(std::shared_ptr<Hardware> hardware, U32 table)
       : hardware_(std::move(hardware)), table_(table) {}
@@ -29,6 +29,9 @@ class SimHwTable final : public Asic::HwTable {
   std::span<U8 const> row(U64 row) const { return hardware_->row(table_, row); }
   void rowIs(U64 row, std::span<U8 const> bytes) { hardware_->rowIs(table_, row, bytes); }
   void rowDel(U64 row) { hardware_->rowDel(table_, row); }
+
+ protected:
+  Hardware& hardware() const { return *hardware_; }
 
  private:
   std::shared_ptr<Hardware> hardware_;

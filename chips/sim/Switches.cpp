@@ -19,6 +19,19 @@ bool setFreezeAfter(Switches& switches, std::string_view value) {
   return toNumber(value, switches.freezeAfter.emplace());
 }
 
+bool setDelayReads(Switches& switches, std::string_view value) {
+  return toNumber(value, switches.delayReads);
+}
+
+bool setInterleaveReads(Switches& switches, std::string_view value) {
+  switches.interleaveReads = value == "on";
+  return value == "on" || value == "off";
+}
+
+bool setLoseReadEnds(Switches& switches, std::string_view value) {
+  return toNumber(value, switches.loseReadEnds);
+}
+
 bool setFlipRow(Switches& switches, std::string_view value) {
   auto const colon = value.rfind(':');
   if (colon == value.npos || colon == 0) return false;
@@ -33,8 +46,9 @@ struct KnownSwitch {
   bool (*set)(Switches&, std::string_view value);  // false if the value is malformed
 };
 constexpr KnownSwitch knownSwitches[] = {
-    {"flip-row", "TABLE:ROW", &setFlipRow},
-    {"freeze-after", "N", &setFreezeAfter},
+    {"delay-reads", "N", &setDelayReads},      {"flip-row", "TABLE:ROW", &setFlipRow},
+    {"freeze-after", "N", &setFreezeAfter},    {"interleave-reads", "on|off", &setInterleaveReads},
+    {"lose-read-ends", "N", &setLoseReadEnds},
 };
 
 std::string knownList() {

@@ -18,6 +18,12 @@ struct Switches {
 
   /// freeze-after=N: operations after the N-th since opening are lost without a word.
   std::optional<U64> freezeAfter;
+  /// delay-reads=N: N polls pass before the first answer to a read.
+  U64 delayReads = 0;
+  /// interleave-reads=on: answers to the reads under way come by turns, and not read after read.
+  bool interleaveReads = false;
+  /// lose-read-ends=N: the ends of the first N reads of a whole table never come.
+  U64 loseReadEnds = 0;
   /// flip-row=TABLE:ROW: opening flips the lowest bit of the first field of that valid row.
   std::optional<RowAddress> flipRow;
 };

@@ -4,19 +4,40 @@
 #pragma once
 
 #include <array>
+#include <concepts>
 
 #include "chips/sim/FileLayout.h"
+#include "chips/sim/SimReadTable.h"
 #include "chips/sim/SimUtil.h"
 #include "config/DlbControlSwTable.h"
 #include "config/DlbEcmpControlSwTable.h"
+#include "config/DlbEcmpDlbId0To63EnableSwTable.h"
+#include "config/DlbEcmpDlbId64To127EnableSwTable.h"
+#include "config/DlbEcmpFlowsetSwTable.h"
+#include "config/DlbEcmpGroupSwTable.h"
+#include "config/DlbEcmpPortControlSwTable.h"
+#include "config/DlbEcmpQualityMapSwTable.h"
+#include "config/DlbEcmpQuantizationThresholdSwTable.h"
 
 namespace Sim {
 
-/// A table of the chip, and its rows; indices run from 0.
-template <class T, U32 rowCount>
+/// A table of the chip, and its rows; indices run from 0. `StateTable` is where the chip keeps what it
+/// makes of the rows by itself, if anywhere.
+template <class T, U32 rowCount, class StateTable = void>
 struct SimTable {
   using Table = T;
+  using State = StateTable;
   static constexpr U32 rows = rowCount;
+};
+
+/// What lies in a row of a table's region: an entry, unless the region is the chip's own.
+template <class T>
+struct RowOf {
+  using Type = typename T::Entry;
+};
+template <>
+struct RowOf<TessarLoadBalance::DlbEcmpFlowsetTableRead> {
+  using Type = FlowsetState;
 };
 
 template <class... Each>
@@ -27,13 +48,42 @@ struct SimTables {
     (visitor(Each{}), ...);
   }
 
-  static constexpr std::array shapes{TableShape{
-      Each::Table::names.qualified, Each::rows, RowCodec<typename Each::Table::Entry>::bytes,
-      RowCodec<typename Each::Table::Entry>::fingerprint}...};
+  /// Where a table stands in the list; `TableShape::none` if nowhere.
+  template <class T>
+  static constexpr U32 numberOf = [] {
+    U32 number = 0, found = TableShape::none;
+    ((std::same_as<T, typename Each::Table> ? void(found = number++) : void(++number)), ...);
+    return found;
+  }();
+
+  static constexpr std::array shapes{
+      TableShape{Each::Table::names.qualified, Each::rows,
+                 RowCodec<typename RowOf<typename Each::Table>::Type>::bytes,
+                 RowCodec<typename RowOf<typename Each::Table>::Type>::fingerprint,
+                 numberOf<typename Each::State>}...};
 };
 
-using Tables = SimTables<SimTable<TessarLoadBalance::DlbControlTable, 16>,       //
-                         SimTable<TessarLoadBalance::DlbEcmpControlTable, 16>>;  //
+using QualityMapRows = KeyRows<TessarLoadBalance::DlbEcmpQualityMapKey>;
+
+inline constexpr U32 profiles = 4;  ///< of thresholds and of the quality map
+inline constexpr U32 ports = 256;   ///< that can be controlled
+inline constexpr U32 groups = 128;  ///< DLB ids: one bit each in the two enable tables
+inline constexpr U32 flowsets = 32768;
+
+using Tables = SimTables<
+    SimTable<TessarLoadBalance::DlbControlTable, 16>,
+    SimTable<TessarLoadBalance::DlbEcmpControlTable, 16>,
+    SimTable<TessarLoadBalance::DlbEcmpDlbId0To63EnableTable, 1>,
+    SimTable<TessarLoadBalance::DlbEcmpDlbId64To127EnableTable, 1>,
+    SimTable<TessarLoadBalance::DlbEcmpFlowsetTable, flowsets,
+             TessarLoadBalance::DlbEcmpFlowsetTableRead>,
+    SimTable<TessarLoadBalance::DlbEcmpFlowsetTableRead, flowsets>,
+    SimTable<TessarLoadBalance::DlbEcmpGroupTable, groups>,
+    SimTable<TessarLoadBalance::DlbEcmpPortControlTable, ports>,
+    SimTable<TessarLoadBalance::DlbEcmpQualityMapTable, profiles * QualityMapRows::rowsOfProfile>,
+    // A profile's thresholds, lowest band first.
+    SimTable<TessarLoadBalance::DlbEcmpQuantizationThresholdTable,
+             profiles * QualityMapRows::levels>>;
 
 /// The hooks' class for a kind of table.
 template <class T>
@@ -42,6 +92,11 @@ struct UtilClass;
 template <Asic::DirectTableClass T>
 struct UtilClass<T> {
   using Type = SimUtil<T>;
+};
+
+template <Asic::ReadTableClass T>
+struct UtilClass<T> {
+  using Type = SimReadUtil;
 };
 
 }  // namespace Sim

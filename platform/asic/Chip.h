@@ -4,6 +4,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "platform/asic/Feature.h"
 #include "platform/asic/HwTable.h"
 #include "platform/vell/Ptr.h"
+#include "platform/vell/Value.h"
 
 namespace Asic {
 
@@ -56,6 +58,35 @@ class Chip : public Feature {
   virtual Vell::Ptr<HwTable> hwTable(std::string_view tableName) = 0;
   /// What reached that table since `open`.
   virtual Operations operations(std::string_view tableName) const = 0;
+  /// Why the hardware has no place for the entry at the key, in one clause that ends with the mend;
+  /// empty if it has one. Both as a table of that qualified name tells them to reflection. An agent
+  /// asks before it opens the hardware; the tables do not ask, and pass on every value.
+  virtual std::string misfit(std::string_view, Vell::Value const& /*key*/,
+                             Vell::Record const& /*entry*/) const {
+    return {};
+  }
+
+  /// Lets the hardware's answers that have come reach their tables, and returns how many did. The
+  /// owner calls it between operations on tables, never from inside one. Passes on what a client's
+  /// handler throws; answers behind that one stay for the next call.
+  virtual U64 poll() { return 0; }
+  /// Answers that the hardware still owes or that wait to be delivered; 0 when another `poll` would
+  /// bring nothing.
+  virtual U64 answersOutstanding() const { return 0; }
+
+  /// What simulated traffic did to the flowsets.
+  struct Traffic {
+    U64 flows = 0;     ///< that came
+    U64 assigned = 0;  ///< found their flowset without a port, and it was given one
+    U64 moved = 0;     ///< found their flowset on a port, and it went to another one
+    U64 kept = 0;      ///< went the way of their flowset
+    U64 unserved = 0;  ///< no group, or no port of it, could take them
+    friend bool operator==(Traffic const&, Traffic const&) = default;
+  };
+  /// Plays that many random flows through the hardware as it is programmed; the same seed on the
+  /// same hardware does the same. Nothing on a chip that is not simulated.
+  virtual std::optional<Traffic> simulateTraffic(U64 /*flows*/, U64 /*seed*/) { return {}; }
+
   /// The newest operations, oldest first, as far back as the chip remembers and `most` allows.
   virtual std::vector<JournalEntry> journal(std::size_t most) const = 0;
 };

@@ -2,21 +2,40 @@
 
 #pragma once
 
+#include <deque>
 #include <memory>
 
 #include "platform/asic/IndexUserTracker.h"
+#include "platform/asic/ReadResponse.h"
 #include "platform/vell/Node.h"
 
 namespace Asic {
+
+class ReadResponseSm;
 
 class HwTable : public Vell::Node {
  public:
   Vell::ZarnType typeData() const override;
 
+  /// Takes an answer of the hardware to a read, to be delivered later. For chips.
+  void readResponseIs(ReadResponse response) { readResponses_.push_back(std::move(response)); }
+  /// Delivers what was taken, oldest first, while there is an active response machine, and returns
+  /// how many answers that were. For `Chip::poll`. If a client's handler throws, the exception
+  /// passes out; its answer counts as delivered, and those behind it stay.
+  U64 deliverReadResponses();
+  /// Answers that wait to be delivered.
+  std::size_t readResponses() const { return readResponses_.size(); }
+
+  /// The active response machine, or null. A machine enters and removes itself.
+  ReadResponseSm* readResponseSm() const { return readResponseSm_; }
+  void readResponseSmIs(ReadResponseSm* machine) { readResponseSm_ = machine; }
+
  private:
   friend class IndexUserTracker::Stub;
 
   std::unique_ptr<IndexUserTracker> indexUserTracker_;
+  std::deque<ReadResponse> readResponses_;
+  ReadResponseSm* readResponseSm_ = nullptr;
 };
 
 }  // namespace Asic

@@ -70,6 +70,15 @@ class SwTable : public SwTableBase {
   class EntryIteratorConst;
   using ReconciliationStatus = Asic::ReconciliationStatus;
 
+  /// What of a read its handler sees.
+  enum class ResponseNotify : U8 {
+    eachEntry = 0,  ///< each entry, and not the end
+    endOnly = 1,    ///< the end, and no entry
+  };
+  friend constexpr ResponseNotify highestEnumerator(ResponseNotify) {
+    return ResponseNotify::endOnly;
+  }
+
   /// What the key of the operation in progress held before it.
   enum class KeyPrior : U8 { noKey = 0, noValue = 1, value = 2 };
 
@@ -170,10 +179,10 @@ class SwTable::Util : public Feature {
 
   /// Brings the hardware's answer to the write at `index` to the table.
   virtual void doNotifyWriteResponse(SwTable& table, Asic::Index index, EntryState outcome) const;
-  /// Brings the answer to a read of one row, or of all, to the table. Tables that are not read back
-  /// have nobody to tell.
-  virtual void doNotifyReadResponse(SwTable&, Asic::Index) const {}
-  virtual void doNotifyReadResponseAll(SwTable&) const {}
+  /// Brings a row that was read, or the end of a read, to the table. Hooks of tables that are not
+  /// read back have nobody to tell; those of a read table call its `invokeReadResponseHandler`.
+  virtual void doNotifyReadResponse(SwTable&, ReadResponse const&) const {}
+  virtual void doNotifyReadResponseAll(SwTable&, TransactionId) const {}
   /// Rows of the hardware table; 0 when the chip does not say.
   virtual U32 numEntries() const { return 0; }
   /// Copies the hardware table's rows to another one. False when the chip cannot.

@@ -10,6 +10,7 @@
 #include "platform/vell/Publisher.h"
 #include "platform/zarn/CharRange.h"
 #include "platform/zarn/Entity.h"
+#include "platform/zarn/Fields.h"
 #include "platform/zarn/Hash.h"
 
 namespace Asic {
@@ -92,3 +93,9 @@ class SwTableBase::EntryHandle : public Vell::Node {
 };
 
 }  // namespace Asic
+
+/// An index as a field is told as its number.
+template <>
+struct Zarn::FieldType<Asic::SwTableBase::Index> : Zarn::FieldType<U32> {
+  static Vell::Value toValue(Asic::SwTableBase::Index index) { return U64{index.value()}; }
+};

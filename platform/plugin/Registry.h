@@ -32,7 +32,7 @@ namespace Plugin {
 
 /// Raised with every change of what a plug-in may rely on: the hook classes' slots,
 /// the entry values.
-inline constexpr U32 interfaceVersion = 1;
+inline constexpr U32 interfaceVersion = 2;
 inline constexpr char const* entrySymbol = "asicFeaturePlugin";
 
 /// Makes a new feature object; the caller gets the only use.

@@ -33,6 +33,9 @@ class AgentProcess : public ::testing::Test {
 
   std::filesystem::path path(std::string const& name) const { return folder_ / name; }
   static std::string example(std::string const& name) { return DLB_EXAMPLES_DIR "/" + name; }
+  /// A configuration beside the tests: six entries of two tables, and a change of it.
+  static std::string small() { return DLB_AGENT_TESTS_DIR "/small.json"; }
+  static std::string smallChanged() { return DLB_AGENT_TESTS_DIR "/small-changed.json"; }
 
   /// Runs `dlb-agent ARGUMENTS`; the arguments are as for a shell.
   Outcome agent(std::string const& arguments) const {

@@ -17,6 +17,18 @@ std::string control(std::string const& entries) {
 }
 std::string control0(std::string const& fields) { return control(R"("0": {)" + fields + "}"); }
 
+/// "0": 0, "1": 1 and so on.
+std::string manyElements(int count) {
+  std::string text;
+  for (int n = 0; n < count; ++n)
+    text += (n ? ", \"" : "\"") + std::to_string(n) + "\": " + std::to_string(n);
+  return text;
+}
+std::string qualityKey(int portLoading, int profile) {
+  return "DlbEcmpQualityMapKey{portLoading:" + std::to_string(portLoading) +
+         " totalPortQsize:0 itmPortQsize:0 profile:" + std::to_string(profile) + "}";
+}
+
 std::string const at = "tables.DlbControlTable.";
 std::string const at0 = at + "0.";
 
@@ -42,7 +54,7 @@ std::vector<Broken> const brokenOnes{
     {"unknownTables",
      R"({"tables": {"DlbControlTabel": {}, "Weights": {"0": 5}}})",
      {"tables.DlbControlTabel: no such table; did you mean \"DlbControlTable\"?",
-      "tables.Weights: no such table; there are: DlbControlTable, DlbEcmpControlTable"}},
+      "tables.Weights: no such table; there are: DlbControlTable, DlbEcmpControlTable, "}},
     {"tableByTwoNames",
      R"({"tables": {"DlbControlTable": {}, "TessarLoadBalance::DlbControlTable": {"16": {}}}})",
      {"tables.TessarLoadBalance::DlbControlTable: is the same table as \"DlbControlTable\"; keep "
@@ -107,6 +119,32 @@ std::vector<Broken> const brokenOnes{
      {at0 + "capPortLoadingAverage: must be true or false, not 1",
       at0 + "capTotalPortQsizeAverage: must be true or false, not \"true\"",
       at0 + "capItmPortQsizeAverage: must be true or false, not an object"}},
+    {"elements",
+     R"({"tables": {"DlbEcmpGroupTable": {"0": {"portToMemberMap": {"x": 1, "65536": 2, "3": 65536,
+         "4": {}, "5": 1, "0x5": 2}, "nhiToMemberMap": [1]}}}})",
+     {"tables.DlbEcmpGroupTable.0.portToMemberMap.x: is no key; a key is a number",
+      "tables.DlbEcmpGroupTable.0.portToMemberMap.65536: the highest key is 65535",
+      "tables.DlbEcmpGroupTable.0.portToMemberMap.3: 65536 does not fit in 16 bits",
+      "tables.DlbEcmpGroupTable.0.portToMemberMap.4: must be a number, not an object",
+      "tables.DlbEcmpGroupTable.0.portToMemberMap.0x5: is the same key as \"5\"; keep one of them",
+      "tables.DlbEcmpGroupTable.0.nhiToMemberMap: must be an object of numbers by key, as "}},
+    {"tooManyElements",
+     R"({"tables": {"DlbEcmpGroupTable": {"9": {"portToMemberMap": {)" + manyElements(65) + "}}}}}",
+     {"tables.DlbEcmpGroupTable.9: portToMemberMap has 65 members and a row has room for 64"}},
+    {"structuredKeys",
+     R"({"tables": {"DlbEcmpQualityMapTable": {")" + qualityKey(8, 0) + R"(": 1, "7": 2, ")" +
+         qualityKey(1, 4) + R"(": {}, ")" + qualityKey(1, 3) + R"(": -1, ")" + qualityKey(1, 256) +
+         R"(": 3}}})",
+     {"tables.DlbEcmpQualityMapTable.\"" + qualityKey(8, 0) +
+          "\": load levels go up to 7 and profiles up to 3",
+      "tables.DlbEcmpQualityMapTable.7: no key: ",
+      "tables.DlbEcmpQualityMapTable.\"" + qualityKey(1, 4) + "\": load levels go up to 7",
+      "tables.DlbEcmpQualityMapTable.\"" + qualityKey(1, 3) + "\": -1 is negative",
+      "tables.DlbEcmpQualityMapTable.\"" + qualityKey(1, 256) + "\": no key: "}},
+    {"bareValues",
+     R"({"tables": {"DlbEcmpDlbId0To63EnableTable": {"0": true}, "DlbEcmpFlowsetTable": {"0": 7}}})",
+     {"tables.DlbEcmpDlbId0To63EnableTable.0: must be a number, not true",
+      "tables.DlbEcmpFlowsetTable.0: must be an object of fields, not 7"}},
     {"allAtOnce",
      R"({"tables": {"DlbControlTable": {"77": {"nothing": 1}, "0": {"samplingPeriod": -1}}, "No": 1},
          "section\n": 1})",

@@ -45,18 +45,28 @@ class CrashTest : public Testing::AgentProcess {
   }
 };
 
-TEST_F(CrashTest, ofAFirstRun) { everyCrashOf(example("leaf.json"), "nothing"); }
+TEST_F(CrashTest, ofAFirstRun) { everyCrashOf(small(), "nothing"); }
 
 TEST_F(CrashTest, ofARunThatAddsRewritesAndDeletes) {
   contentIs("other.json", R"({"tables": {
       "DlbControlTable": {"0": {"samplingPeriod": 1}, "7": {}, "8": {"samplingPeriod": 3}},
       "DlbEcmpControlTable": {"0": {"randomSelectionSeed": "0x12345678"}, "9": {}}}})");
   run("other.json", "other");
-  everyCrashOf(example("leaf.json"), "other");
+  everyCrashOf(small(), "other");
+}
+
+TEST_F(CrashTest, ofEntriesWithMapsAndStructuredKeys) {
+  contentIs("groups.json", R"({"tables": {
+      "DlbEcmpGroupTable": {"0": {"portToMemberMap": {"1": 1, "2": 2}, "nhiToMemberMap": {"5": 1}},
+                            "127": {"flowSetBase": 9, "portToMemberMap": {"65535": 63}}},
+      "DlbEcmpFlowsetTable": {"32767": {"portAssignment": 1}},
+      "DlbEcmpQualityMapTable": {
+        "DlbEcmpQualityMapKey{portLoading:7 totalPortQsize:7 itmPortQsize:7 profile:3}": 1}}})");
+  everyCrashOf("groups.json", "nothing");
 }
 
 TEST_F(CrashTest, ofClearing) {
-  run(example("leaf.json"), "leaf");
+  run(small(), "leaf");
   for (U64 n = 1; n <= 6; ++n) {
     auto const cleared = json("clear --hardware " + crashed("clear", "leaf", n));
     EXPECT_EQ(cleared.at("totals").at("hardwareDeletes"), 6 - n);

@@ -73,9 +73,11 @@ class ReflectionTest : public ::testing::Test {
   }
   Configuration read(std::string_view entries) const {
     auto const text = R"({"tables": {"FlowTable": {)" + std::string(entries) + "}}}";
-    return Configuration::fromText(text, "c", catalogue_, [](TableType const&) {
-      return IndexLimits{0, 0};
-    });
+    return Configuration::fromText(text, "c", catalogue_,
+                                   {[](auto const&) {
+                                      return IndexLimits{0, 0};
+                                    },
+                                    [](auto const&, auto const&, auto const&) { return ""; }});
   }
   std::vector<std::string> errors(std::string_view entries) const {
     try {

@@ -57,9 +57,11 @@ TEST_F(PluginFileTest, filesThatAreNoPluginsAreRefusedWithNameAndMend) {
   EXPECT_THAT(Plugin::loadFile(path("noSymbol.so")),
               AllOf(StartsWith(path("noSymbol.so") + " has no symbol \"asicFeaturePlugin\"; "),
                     HasSubstr("move the file away")));
-  EXPECT_EQ(Plugin::loadFile(DLB_OTHER_VERSION_PLUGIN), DLB_OTHER_VERSION_PLUGIN
-            " is built for plug-in interface 99, and this library has interface 1; rebuild the "
-            "plug-in against this library");
+  EXPECT_EQ(
+      Plugin::loadFile(DLB_OTHER_VERSION_PLUGIN),
+      Vell::concatenate(DLB_OTHER_VERSION_PLUGIN,
+                        " is built for plug-in interface 99, and this library has interface ",
+                        Plugin::interfaceVersion, "; rebuild the plug-in against this library"));
   EXPECT_EQ(Plugin::loadFile(path("sim.so")), "") << "a chip that is there already goes before";
   EXPECT_FALSE(Plugin::make("noSymbol", Asic::Chip::prefix, Asic::Chip::feature));
 }

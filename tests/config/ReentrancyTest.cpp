@@ -23,17 +23,18 @@ TYPED_TEST(ReentrancyTest, AWatcherCommitsRemovesAndWalksDuringEveryPublication)
   };
   auto const watching = table.publisher()->watch(Vell::Publisher::everyField, [&](auto& change) {
     if (++depth < 4) {
-      U32 const key = change.template keyAs<Asic::SwTableBase::Index>().value();
-      table.entryCommit(key + 1000, this->e(static_cast<U64>(depth)));
-      table.entryRemove(key / 2);
+      U32 const key = numberOf(change.template keyAs<typename TypeParam::Key>());
+      table.entryCommit(this->k(key + 1000), this->e(static_cast<U64>(depth)));
+      table.entryRemove(this->k(key / 2));
       walk();
     }
     --depth;
   });
-  for (U32 key = 0; key < 300; ++key) table.entryCommit(key, this->e(key));
-  for (U32 key = 0; key < 300; key += 2) table.entryRemove(key);
+  for (U32 key = 0; key < 300; ++key) table.entryCommit(this->k(key), this->e(key));
+  for (U32 key = 0; key < 300; key += 2) table.entryRemove(this->k(key));
   walk();
-  for (auto const& [key, row] : this->at_.util->rows) EXPECT_EQ(table.resolvedEntry(key), row);
+  for (auto const& [key, row] : this->at_.util->rows)
+    EXPECT_EQ(table.resolvedEntry(this->k(key)), row);
   EXPECT_EQ(this->at_.util->rows.size(), table.entrys());
 }
 
@@ -42,14 +43,14 @@ TYPED_TEST(ReentrancyTest, AWatcherCommitsRemovesAndWalksDuringEveryPublication)
 TYPED_TEST(ReentrancyTest, RemovingAllSurvivesCommitsFromItsPublications) {
   auto& table = this->table_;
   this->at_.synced().replayed();
-  for (U32 key = 0; key < 100; ++key) table.entryCommit(key, this->e(1));
+  for (U32 key = 0; key < 100; ++key) table.entryCommit(this->k(key), this->e(1));
   U32 commits = 0;
   auto const watching = table.publisher()->watch(0x207, [&](auto&) {
-    if (commits < 50) table.entryCommit(2000 + commits++, this->e(1));
+    if (commits < 50) table.entryCommit(this->k(2000 + commits++), this->e(1));
   });
   table.entryRemoveAll();
   EXPECT_EQ(this->at_.util->rows.size(), table.entrys());
-  for (U32 key = 0; key < 100; ++key) EXPECT_FALSE(table.entryHas(key));
+  for (U32 key = 0; key < 100; ++key) EXPECT_FALSE(table.entryHas(this->k(key)));
 }
 
 TYPED_TEST(ReentrancyTest, ThePurgeSurvivesCommitsAndRemovalsFromItsPublications) {
@@ -57,15 +58,16 @@ TYPED_TEST(ReentrancyTest, ThePurgeSurvivesCommitsAndRemovalsFromItsPublications
   for (U32 key = 0; key < 100; ++key) this->at_.holding({{key, this->e(key)}});
   this->at_.synced();
   table.doInitComplete();
-  for (U32 key = 0; key < 100; key += 3) table.entryCommit(key, this->e(7));
+  for (U32 key = 0; key < 100; key += 3) table.entryCommit(this->k(key), this->e(7));
   auto const watching = table.publisher()->watch(0x209, [&](auto& change) {
-    U32 const key = change.template keyAs<Asic::SwTableBase::Index>().value();
-    table.entryCommit(500 + key, this->e(1));
-    table.entryRemove(500 + key / 2);
+    U32 const key = numberOf(change.template keyAs<typename TypeParam::Key>());
+    table.entryCommit(this->k(500 + key), this->e(1));
+    table.entryRemove(this->k(500 + key / 2));
   });
   table.purgeStaleEntries();
   EXPECT_FALSE(table.reconcilingEntry());
-  for (auto const& [key, row] : this->at_.util->rows) EXPECT_EQ(table.resolvedEntry(key), row);
+  for (auto const& [key, row] : this->at_.util->rows)
+    EXPECT_EQ(table.resolvedEntry(this->k(key)), row);
   EXPECT_EQ(this->at_.util->rows.size(), table.entrys());
 }
 
@@ -79,24 +81,25 @@ TYPED_TEST(ReentrancyTest, HooksMayCallTheTable) {
     if (depth != 0 || event.starts_with("published")) return;
     ++depth;
     ++next;
-    table.entryCommit(next % 300, this->e(next));
-    table.entryRemove((next * 7) % 300);
+    table.entryCommit(this->k(next % 300), this->e(next));
+    table.entryRemove(this->k((next * 7) % 300));
     --depth;
   };
-  for (U32 key = 0; key < 100; ++key) table.entryCommit(key, this->e(key + key % 2));
-  for (U32 key = 0; key < 50; ++key) table.entryRemove(key);
+  for (U32 key = 0; key < 100; ++key) table.entryCommit(this->k(key), this->e(key + key % 2));
+  for (U32 key = 0; key < 50; ++key) table.entryRemove(this->k(key));
   this->at_.util->onEvent = nullptr;
   table.doInitComplete();
   table.purgeStaleEntries();
-  for (auto const& [key, row] : this->at_.util->rows) EXPECT_EQ(table.resolvedEntry(key), row);
+  for (auto const& [key, row] : this->at_.util->rows)
+    EXPECT_EQ(table.resolvedEntry(this->k(key)), row);
 }
 
 // Whatever a hook does to the very key that it is called for, hardware and table agree in the end.
 TYPED_TEST(ReentrancyTest, AHookMayRemoveOrCommitItsOwnKey) {
   using Action = std::function<void(TypeParam&)>;
-  Action const remove = [](auto& table) { table.entryRemove(5); };
+  Action const remove = [](auto& table) { table.entryRemove(TestFixture::k(5)); };
   auto const commit = [](U64 n) -> Action {
-    return [n](auto& table) { table.entryCommit(5, sampleEntry<typename TypeParam::Entry>(n)); };
+    return [n](auto& table) { table.entryCommit(TestFixture::k(5), TestFixture::e(n)); };
   };
   Action const purge = [](auto& table) {
     table.doInitComplete();
@@ -132,17 +135,17 @@ TYPED_TEST(ReentrancyTest, AHookMayRemoveOrCommitItsOwnKey) {
     ASSERT_EQ(run.util->rows.size(), run.table->entrys()) << each.event;
     ASSERT_EQ(run.uses(5).users, run.table->entrys()) << each.event;
     for (auto const& [key, row] : run.util->rows)
-      ASSERT_EQ(run.table->resolvedEntry(key), row) << each.event;
+      ASSERT_EQ(run.table->resolvedEntry(this->k(key)), row) << each.event;
   }
 }
 
 TYPED_TEST(ReentrancyTest, ATableEndsEmptyWhateverItsWatchersCommit) {
   this->at_.synced().replayed();
-  for (U32 key = 0; key < 20; ++key) this->table_.entryCommit(key, this->e(1));
+  for (U32 key = 0; key < 20; ++key) this->table_.entryCommit(this->k(key), this->e(1));
   U32 commits = 0;
   auto* const table = &this->table_;
   auto const watching = table->publisher()->watch(0x207, [&](auto&) {
-    if (commits < 30) table->entryCommit(commits++, this->e(2));
+    if (commits < 30) table->entryCommit(this->k(commits++), this->e(2));
   });
   this->at_.table = nullptr;
   EXPECT_EQ(commits, 30u);
@@ -158,7 +161,7 @@ TYPED_TEST(ReentrancyTest, TheLastUseOfTheTableMayGoInsideItsPublication) {
     if (std::exchange(dropped, true)) return;
     this->at_.table = nullptr;
   }));
-  table->entryCommit(5, this->e(1));
+  table->entryCommit(this->k(5), this->e(1));
   EXPECT_TRUE(dropped);
   EXPECT_EQ(TypeParam::memAllocationTracker_.live(), live - 1);
   EXPECT_TRUE(this->at_.util->rows.empty());
@@ -168,23 +171,23 @@ TYPED_TEST(ReentrancyTest, TheLastUseOfTheTableMayGoInsideItsPublication) {
 TYPED_TEST(ReentrancyTest, RandomOperationsAgreeWithAPlainMap) {
   std::mt19937 random(20261122);
   std::map<U32, U64> wanted;
-  std::map<typename TypeParam::Key, Zarn::Optional<typename TypeParam::Entry>> hardware;
+  std::map<U32, Zarn::Optional<typename TypeParam::Entry>> hardware;
   for (int restart = 0; restart < 20; ++restart) {
     Recorded<TypeParam> run(this->make());
     run.util->rows = hardware;
     run.synced();
     for (auto const& [key, n] : wanted)
-      if (random() % 10 != 0) run.table->entryCommit(key, this->e(n));
-    std::erase_if(wanted, [&](auto& each) { return !run.table->entryHas(each.first); });
+      if (random() % 10 != 0) run.table->entryCommit(this->k(key), this->e(n));
+    std::erase_if(wanted, [&](auto& each) { return !run.table->entryHas(this->k(each.first)); });
     run.replayed();
     for (int step = 0; step < 500; ++step) {
       U32 const key = random() % 200;
       if (random() % 3 == 0) {
-        run.table->entryRemove(key);
+        run.table->entryRemove(this->k(key));
         wanted.erase(key);
       } else {
         wanted[key] = random() % 5;
-        run.table->entryCommit(key, this->e(wanted[key]));
+        run.table->entryCommit(this->k(key), this->e(wanted[key]));
       }
     }
     ASSERT_EQ(run.util->rows.size(), wanted.size());

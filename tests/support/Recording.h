@@ -1,7 +1,7 @@
 // A chip in memory that writes down, in one ordered list, what a table does to it
 // and tells about itself.
 //
-// Events read, for a table with the key 5:
+// Events read, for the key of number 5 (an index, or what `sampleKey` makes of the number):
 //   "compare 5 E"  "tracker 5 userAdd"  "write 5 E"  "delete 5"  "published 0x207 5 was E"
 // where E is the text form of an entry, "-" an absent value, and "null" no previous value at all.
 
@@ -22,15 +22,46 @@ std::string hex(Key id) {
   return Vell::concatenate("0x", std::hex, id);
 }
 
-/// Entries that differ for every n; n = 0 is the default entry.
+/// Entries that differ for every n below 256; n = 0 is the default entry. A map gets two members.
 template <class Entry>
 Entry sampleEntry(U64 n) {
   Entry entry;
   Zarn::FieldOps<Entry>::forEach([&](auto const& field) {
     using Type = std::remove_reference_t<decltype(entry.*field.member)>;
-    entry.*field.member = static_cast<Type>(n);
+    if constexpr (!Zarn::CollectionField<Type>)
+      entry.*field.member = static_cast<Type>(n);
+    else if (n != 0)
+      for (U16 key : {7, 8}) Zarn::elementIs(entry.*field.member, key, static_cast<U8>(n));
   });
   return entry;
+}
+
+/// A key for each number, and back: the index, or a structured key whose bytes are the number's.
+template <class Key>
+Key sampleKey(U32 number) {
+  if constexpr (std::same_as<Key, Asic::SwTableBase::Index>) {
+    return number;
+  } else {
+    Key key;
+    Zarn::FieldOps<Key>::forEach([&, rest = number](auto const& field) mutable {
+      key.*field.member = static_cast<U8>(rest);
+      rest >>= 8;
+    });
+    return key;
+  }
+}
+template <class Key>
+U32 numberOf(Key const& key) {
+  if constexpr (std::same_as<Key, Asic::SwTableBase::Index>) {
+    return key.value();
+  } else {
+    U32 number = 0, shift = 0;
+    Zarn::FieldOps<Key>::forEach([&](auto const& field) {
+      number |= U32{key.*field.member} << shift;
+      shift += 8;
+    });
+    return number;
+  }
 }
 
 template <class T>
@@ -43,7 +74,7 @@ class RecordingUtil : public T::Util {
   /// Called with each event before anything else happens, for hooks that call back.
   std::function<void(std::string const& event)> onEvent;
   mutable std::vector<std::string> events;
-  mutable std::map<Key, Row> rows;
+  mutable std::map<U32, Row> rows;  ///< by the numbers of their keys
 
   void note(std::string event) const {
     events.push_back(event);
@@ -54,35 +85,32 @@ class RecordingUtil : public T::Util {
   U32 minIndex() const override { return 2; }
   U32 maxIndex() const override { return 77; }
   void hwTableEntryIs(T&, Key key, Row const& entry) const override {
-    rows[key] = entry;
-    note(Vell::concatenate("write ", key, " ", text(entry)));
+    rows[numberOf(key)] = entry;
+    note(Vell::concatenate("write ", numberOf(key), " ", text(entry)));
   }
   void hwTableEntryDel(T&, Key key) const override {
-    rows.erase(key);
-    note(Vell::concatenate("delete ", key));
+    rows.erase(numberOf(key));
+    note(Vell::concatenate("delete ", numberOf(key)));
   }
   void updateHwIndexRefCountTracker(Asic::HwTable* hwTable, Key key,
                                     Asic::IndexUserTracker::OpType operation) const override {
-    if (hwTable) Asic::IndexUserTracker::Stub::tracker(*hwTable).update(index(key), operation);
-    note(Vell::concatenate("tracker ", key, " ", operation));
+    if (hwTable) Asic::IndexUserTracker::Stub::tracker(*hwTable).update(numberOf(key), operation);
+    note(Vell::concatenate("tracker ", numberOf(key), " ", operation));
   }
   bool compareHwEntries(T&, Key key, Entry const& wanted) const override {
-    bool const equal = rows[key] == Row(wanted);
-    note(Vell::concatenate("compare ", key, " ", wanted));
+    bool const equal = rows[numberOf(key)] == Row(wanted);
+    note(Vell::concatenate("compare ", numberOf(key), " ", text(wanted)));
     return equal;
   }
   void syncEntries(Asic::HwTable& hwTable, Vell::Ptr<T> const& table) const override {
     auto const found = rows;
-    for (auto const& [key, row] : found) {
-      Asic::IndexUserTracker::Stub::tracker(hwTable).recover(index(key));
-      table->syncedEntryIs(key, row.value_or(Entry{}));
+    for (auto const& [number, row] : found) {
+      Asic::IndexUserTracker::Stub::tracker(hwTable).recover(number);
+      table->syncedEntryIs(sampleKey<Key>(number), row.value_or(Entry{}));
     }
   }
 
   static std::string text(Row const& row) { return row ? Zarn::valueToStrep(*row) : "-"; }
-
- private:
-  static Asic::Index index(Key key) { return key.value(); }
 };
 
 /// A table with its recording hooks, a hardware table, and a watcher of both collections.
@@ -109,8 +137,8 @@ struct Recorded {
   }
 
   /// Puts rows into the hardware before the table syncs.
-  Recorded& holding(std::map<Key, Entry> const& rows) {
-    for (auto const& [key, entry] : rows) util->rows[key] = entry;
+  Recorded& holding(std::map<U32, Entry> const& rows) {
+    for (auto const& [number, entry] : rows) util->rows[number] = entry;
     return *this;
   }
   /// Through the phases.
@@ -135,8 +163,8 @@ struct Recorded {
   template <class TextOfPrevious>
   void watch(U32 field, TextOfPrevious textOfPrevious) {
     subscriptions.push_back(table->publisher()->watch(field, [=, this](Vell::Change const& change) {
-      util->note(Vell::concatenate("published ", hex(field), " ", change.keyAs<Key>(), " was ",
-                                   textOfPrevious(change)));
+      util->note(Vell::concatenate("published ", hex(field), " ", numberOf(change.keyAs<Key>()),
+                                   " was ", textOfPrevious(change)));
     }));
   }
 };

@@ -12,8 +12,11 @@ namespace {
 
 using TessarLoadBalance::DlbControlTable;
 using TessarLoadBalance::DlbEcmpControlTable;
+using TessarLoadBalance::DlbEcmpFlowsetTable;
+using TessarLoadBalance::DlbEcmpQualityMapKey;
+using TessarLoadBalance::DlbEcmpQualityMapTable;
 
-TEST(ControlTables, EntriesCompareInDeclarationOrder) {
+TEST(DataSheets, EntriesCompareInDeclarationOrder) {
   DlbControlTable::Entry a, b;
   EXPECT_EQ(a <=> b, 0);
   a.samplingPeriod = 9;
@@ -27,7 +30,7 @@ TEST(ControlTables, EntriesCompareInDeclarationOrder) {
   EXPECT_TRUE(a > b);
 }
 
-TEST(ControlTables, TextFormsReadBackWhole) {
+TEST(DataSheets, TextFormsReadBackWhole) {
   DlbControlTable::Entry entry;
   entry.portLoadingWeight = 64;
   entry.capItmPortQsizeAverage = true;
@@ -62,7 +65,7 @@ TEST(ControlTables, TextFormsReadBackWhole) {
   }
 }
 
-TEST(ControlTables, ReflectionAnswersTheAttributesExactly) {
+TEST(DataSheets, ReflectionAnswersTheAttributesExactly) {
   struct Row {
     U32 id;
     std::string_view name;
@@ -117,7 +120,59 @@ TEST(ControlTables, ReflectionAnswersTheAttributesExactly) {
   EXPECT_THROW(inspect.call(0x20d), Vell::InspectError);
 }
 
-TEST(ControlTables, ReflectionReachesAWholeTable) {
+// Neither index limits nor, at this level, an index: the ids behind them run two lower.
+TEST(DataSheets, TheQualityMapIsKnownByAStructuredKey) {
+  auto const table = TessarLoadBalance::dlbEcmpQualityMapTableFactory();
+  auto const& type = table->typeData().data();
+  EXPECT_EQ(type.attributes.size(), 0x216u - 0x202u + 1);
+  EXPECT_EQ(type.attribute("minIndex"), nullptr);
+  for (auto const& [id, name] : std::map<U32, std::string_view>{{0x207, "resolvedEntry"},
+                                                                {0x20a, "entryRemoveAll"},
+                                                                {0x20b, "handleEntry"},
+                                                                {0x20d, "writeAccess"},
+                                                                {0x210, "entryCommit"},
+                                                                {0x216, "cleanup"}})
+    EXPECT_EQ(type.attribute(id)->name, name);
+  EXPECT_EQ(Vell::Inspect(*table).get(0x203), Vell::Value(true));
+  Vell::Ptr<RecordingUtil<DlbEcmpQualityMapTable>> const util(
+      new RecordingUtil<DlbEcmpQualityMapTable>);
+  EXPECT_EQ(Vell::Inspect(*util).call("maxIndex"), Vell::Value(U64{77})) << "the hooks keep theirs";
+
+  DlbEcmpQualityMapKey const key{
+      .portLoading = 1, .totalPortQsize = 2, .itmPortQsize = 3, .profile = 255};
+  auto const text = Zarn::valueToStrep(key);
+  EXPECT_EQ(text,
+            "DlbEcmpQualityMapKey{portLoading:1 totalPortQsize:2 itmPortQsize:3 profile:255}");
+  EXPECT_EQ(Zarn::strepToValue<DlbEcmpQualityMapKey>(text), key);
+  EXPECT_THROW(Zarn::strepToValue<DlbEcmpQualityMapKey>(text + " "), Vell::RangeException);
+  for (U8 DlbEcmpQualityMapKey::*field :
+       {&DlbEcmpQualityMapKey::portLoading, &DlbEcmpQualityMapKey::totalPortQsize,
+        &DlbEcmpQualityMapKey::itmPortQsize, &DlbEcmpQualityMapKey::profile}) {
+    auto other = key;
+    other.*field ^= 4;
+    EXPECT_FALSE(DlbEcmpQualityMapKey::isEq(&key, &other));
+    EXPECT_NE(key.hash(1), other.hash(1));
+  }
+}
+
+TEST(DataSheets, AnEntryWithOneFieldReadsAsItsValue) {
+  TessarLoadBalance::DlbEcmpDlbId0To63EnableTable::Entry entry;
+  entry.bitmap = 0x8000000000000001;
+  EXPECT_EQ(Zarn::valueToStrep(entry), "9223372036854775809");
+  EXPECT_EQ(Zarn::strepToValue<decltype(entry)>("0x8000000000000001"), entry);
+  try {
+    Zarn::strepToValue<DlbEcmpQualityMapTable::Entry>("4294967296");
+    ADD_FAILURE() << "33 bits";
+  } catch (Vell::RangeException const& error) {
+    EXPECT_EQ(error.attribute(), "assignedQuality");
+  }
+  DlbEcmpFlowsetTable::Entry flowset;
+  flowset.portAssignment = 7;
+  EXPECT_EQ(Zarn::valueToStrep(flowset),
+            "TessarLoadBalance::DlbEcmpFlowsetTable::Entry{portAssignment:7 memberAssignment:0}");
+}
+
+TEST(DataSheets, ReflectionReachesAWholeTable) {
   auto const& type = TessarLoadBalance::dlbEcmpControlTableFactory()->typeData();
   auto const node = Vell::inspectMake(type.data());
   Vell::Inspect table(*node);
@@ -150,7 +205,7 @@ TEST(ControlTables, ReflectionReachesAWholeTable) {
                Vell::InspectError);
 }
 
-TEST(ControlTables, ModulesNumberTheirTypes) {
+TEST(DataSheets, ModulesNumberTheirTypes) {
   Vell::Ptr<RecordingUtil<DlbControlTable>> const util(new RecordingUtil<DlbControlTable>);
   auto const table = TessarLoadBalance::dlbControlTableFactory();
   Vell::Ptr<DlbControlTable::UtilLoader> const loader(new DlbControlTable::UtilLoader);
@@ -177,17 +232,22 @@ TEST(ControlTables, ModulesNumberTheirTypes) {
     }
 }
 
-TEST(ControlTables, LoadingAnnouncedEveryTableAndMadeNone) {
+TEST(DataSheets, LoadingAnnouncedEveryTableAndMadeNone) {
   std::vector<std::string> names;
   for (auto const* each = Vell::ModuleInspectData::first(); each; each = each->next())
     names.emplace_back(each->name());
-  EXPECT_THAT(names, ::testing::IsSupersetOf({"DlbControlSwTable", "DlbEcmpControlSwTable"}));
+  EXPECT_THAT(names,
+              ::testing::IsSupersetOf(
+                  {"DlbControlSwTable", "DlbEcmpControlSwTable", "DlbEcmpDlbId0To63EnableSwTable",
+                   "DlbEcmpDlbId64To127EnableSwTable", "DlbEcmpFlowsetSwTable",
+                   "DlbEcmpFlowsetTableRead", "DlbEcmpGroupSwTable", "DlbEcmpPortControlSwTable",
+                   "DlbEcmpQualityMapSwTable", "DlbEcmpQuantizationThresholdSwTable"}));
   EXPECT_TRUE(Zarn::Entity::singletonExists("TessarLoadBalance::DlbControlTable::UtilLoader"));
   EXPECT_NE(TessarLoadBalance::dlbControlTableFactory(),
             TessarLoadBalance::dlbControlTableFactory());
 }
 
-TEST(ControlTables, TheAgentsNameIsTheEnvironmentsAtLoad) {
+TEST(DataSheets, TheAgentsNameIsTheEnvironmentsAtLoad) {
   char const* const now = std::getenv("AGENT_PROCESS_NAME");
   EXPECT_EQ(Asic::agentProcessName() == nullptr, now == nullptr);
   setenv("AGENT_PROCESS_NAME", "later", 1);
@@ -195,7 +255,7 @@ TEST(ControlTables, TheAgentsNameIsTheEnvironmentsAtLoad) {
   EXPECT_EQ(Asic::agentProcessName() == nullptr, now == nullptr);
 }
 
-TEST(ControlTables, StaticOperationsNameTheirTypes) {
+TEST(DataSheets, StaticOperationsNameTheirTypes) {
   Mirel::MountGroup mounts;
   DlbControlTable::doMountHwTableMountInfo(mounts);
   DlbControlTable::doMountHwTableRecoveryStatus(mounts);
