@@ -76,6 +76,7 @@ U64 SimChip::poll() {
 U64 SimChip::answersOutstanding() const { return flowsets_ ? flowsets_->outstanding() : 0; }
 
 std::optional<Asic::Chip::Traffic> SimChip::simulateTraffic(U64 flows, U64 seed) {
+  if (!hardware_) return Traffic{.flows = flows, .unserved = flows};
   return Sim::Traffic(*hardware_, seed).played(flows);
 }
 

@@ -134,7 +134,8 @@ Asic::Chip::Traffic Traffic::played(U64 flows) {
 
 Traffic::Flow Traffic::flowIn(Group const& group) {
   auto const flowset = group.entry.flowSetBase + static_cast<U32>(random(group.size));
-  // The cube of an even number in 0 to 1: half of the flows have less than an eighth of the most.
+  // The cube of a number spread evenly over 0 to 1: half of the flows have an eighth of the most or
+  // less.
   constexpr U64 steps = 1000, mostAbove = 399;
   auto const step = random(steps);
   auto const rate = static_cast<U32>(1 + step * step * step * mostAbove / (steps * steps * steps));

@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "Life.h"
+#include "config/DlbEcmpGroupSwTable.h"
 
 namespace Chips {
 namespace {
@@ -55,6 +56,24 @@ TYPED_TEST(SimRowsTest, comeBackAtTheExtremesOfTheirFields) {
 }
 
 class SimChipTest : public ChipTest {};
+
+TEST_F(SimChipTest, fullMapsComeBackAndMoreThanThatAreClippedByTheHighestKeys) {
+  using Group = TessarLoadBalance::DlbEcmpGroupTable;
+  Group::Entry full;
+  for (U16 n = 0; n < 64; ++n) {
+    full.portToMemberMapIs(static_cast<U16>(65535 - n), static_cast<U16>(65535 - n));
+    full.nhiToMemberMapIs(static_cast<U16>(n * 1000), static_cast<U8>(255 - n));
+  }
+  full.rebalanceProbabilityThreshold = 255;
+  auto clipped = full;
+  clipped.nhiToMemberMapIs(64000, 9);
+  { Life<Group>(opened(hardware)).replay({{0, full}, {126, {}}, {127, clipped}}); }
+  auto const rows = rowsIn<Group>(hardware);
+  EXPECT_EQ(rows, (Life<Group>::Rows{{0, full}, {126, {}}, {127, full}}));
+  Life<Group> again(opened(hardware));
+  again.replay(rows);
+  EXPECT_EQ(again.operations(), (Asic::Chip::Operations{0, 0}));
+}
 
 TEST_F(SimChipTest, keepsTheTrackerInStepThroughARestart) {
   { Life<Control>(opened(hardware)).replay({{3, control(3)}, {4, control(4)}}); }
