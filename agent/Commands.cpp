@@ -43,9 +43,10 @@ struct Agent {
     return Configuration::fromFile(options.configuration, catalogue, session->room());
   }
 
-  /// Tracing begins here, behind the check of the configuration, which has tables of its own at work.
-  /// The message ring is started when the hardware is open and not before, so that a run that comes
-  /// to nothing does not push the messages of an earlier one aside. It stays until the process ends.
+  /// Tracing begins here, behind the check of the configuration, which has tables of its own at
+  /// work. The message ring is started when the hardware is open and not before, so that a run that
+  /// comes to nothing does not push the messages of an earlier one aside. It stays until the
+  /// process ends.
   void openChip(Access access) const {
     traceIs(options.traces, catalogue);
     session->open({.hardware = options.hardware,

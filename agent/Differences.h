@@ -12,8 +12,8 @@ namespace DlbAgent {
 
 /// A list of {"table": ..., "index": ..., "change": "added" | "rewritten" | "deleted",
 /// "fields": {FIELD: {"old": ..., "new": ...}}}; "old" or "new" is left out where there
-/// is none, and rewritten entries list the fields that differ. A field that is a collection stands as
-/// {FIELD: {KEY: {"old": ..., "new": ...}}} with the elements that differ.
+/// is none, and rewritten entries list the fields that differ. A field that is a collection stands
+/// as {FIELD: {KEY: {"old": ..., "new": ...}}} with the elements that differ.
 nlohmann::ordered_json changesJson(Report const& report);
 /// A line for each change under the name of its table: "+ 3  weight 64", "~ 0  weight 64 -> 60"; an
 /// element of a collection as "members[7] 3 -> 4", "+members[8] 5", "-members[9] 6".

@@ -11,8 +11,8 @@
 
 namespace DlbAgent {
 
-/// The entry that `value` describes: an object of fields, or the bare value of an entry's only field.
-/// None, and a problem added for each field that is unknown or does not fit.
+/// The entry that `value` describes: an object of fields, or the bare value of an entry's only
+/// field. None, and a problem added for each field that is unknown or does not fit.
 std::optional<Vell::Record> readEntry(TableType const& table, std::string const& path,
                                       JsonValue const& value, Problems& problems);
 

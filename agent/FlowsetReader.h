@@ -1,5 +1,5 @@
-// Reads flowsets back from the hardware: what each is assigned to by now, which the hardware decides
-// as traffic comes and no commit tells.
+// Reads flowsets back from the hardware: what each is assigned to by now, which the hardware
+// decides as traffic comes and no commit tells.
 //
 // The read table goes through the phases of a restart beside the other tables; it holds no rows and
 // never writes, so it may be destroyed.

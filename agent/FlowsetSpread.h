@@ -48,7 +48,8 @@ nlohmann::ordered_json spreadJson(std::vector<GroupSpread> const& groups,
 std::string spreadText(std::vector<GroupSpread> const& groups, std::vector<Flowset> const& flowsets,
                        std::size_t width);
 
-/// {"flowsets": [{"index": n, "assigned": false}]}: that one, with port and member if it is assigned.
+/// {"flowsets": [{"index": n, "assigned": false}]}: that one, with port and member if it is
+/// assigned.
 nlohmann::ordered_json flowsetJson(Flowset const& flowset);
 std::string flowsetText(std::vector<GroupSpread> const& groups, Flowset const& flowset);
 

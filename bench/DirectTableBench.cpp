@@ -118,9 +118,9 @@ struct BothTables {
 
 enum class Commit { changed, equal };
 
-/// `streamed`: commits follow each other at once, and the processor overlaps the cache misses of one
-/// with the work of the next, as far as it can look ahead. `alone`: it may not, as in an agent that
-/// does something else between two commits.
+/// `streamed`: commits follow each other at once, and the processor overlaps the cache misses of
+/// one with the work of the next, as far as it can look ahead. `alone`: it may not, as in an agent
+/// that does something else between two commits.
 enum class Pace { streamed, alone };
 
 template <Pace pace>

@@ -1,5 +1,5 @@
-// Enable bits of DLB ids 64 to 127. A commit replaces the whole word; which bit is which id's is the
-// chip's.
+// Enable bits of DLB ids 64 to 127. A commit replaces the whole word; which bit is which id's is
+// the chip's.
 
 #pragma once
 

@@ -1,5 +1,5 @@
-// The port and the member that a flowset is assigned to, as a client wants it: the write side of the
-// flowset hardware table. What the hardware has made of it since is read back through
+// The port and the member that a flowset is assigned to, as a client wants it: the write side of
+// the flowset hardware table. What the hardware has made of it since is read back through
 // `DlbEcmpFlowsetTableRead`; the two tables share nothing.
 
 #pragma once

@@ -1,5 +1,5 @@
-// The quality of a port by its quantized load. The key is structured: where the hardware keeps it is
-// the plug-in's affair, so the table knows no index, and every key reaches the hardware.
+// The quality of a port by its quantized load. The key is structured: where the hardware keeps it
+// is the plug-in's affair, so the table knows no index, and every key reaches the hardware.
 
 #pragma once
 

@@ -1,8 +1,9 @@
 // Maps from numbers to numbers as fields of value classes: a group's members by port, for one.
 //
 // Such a map lies by value in its object and is copied whole with it. It is compared by its number
-// of keys first, then walked in step with the other one: maps of one type with equal keys are walked
-// alike, whatever their history. A text or a reflection user sees the keys in ascending order.
+// of keys first, then walked in step with the other one: maps of one type with equal keys are
+// walked alike, whatever their history. A text or a reflection user sees the keys in ascending
+// order.
 //
 // Threading: that of the object.
 

@@ -1,5 +1,5 @@
-// The read side of the flowset hardware table: a client asks for one index or for the whole table and
-// hands over a handler, which is called when the hardware has answered.
+// The read side of the flowset hardware table: a client asks for one index or for the whole table
+// and hands over a handler, which is called when the hardware has answered.
 //
 // A protocol end, not a shadow: no contents of the hardware are held. `readRequest` remembers the
 // handlers by transaction, `entry` the bare existence of indices.
@@ -8,9 +8,10 @@
 //  1. `readReqIs` or `readAllReqIs` has the hooks start a hardware read, which gives it its id, and
 //     stores the request under that id. Hooks must not answer from inside that call: the request is
 //     not stored yet, and the answer would be dropped.
-//  2. Answers come through `readResponseSm` (platform/asic/ReadResponseSm.h tells the way), which is
-//     there from `doInitComplete` on, and only with a hardware table.
-//  3. `invokeReadResponseHandler` calls the handler and retires the request when its read has ended:
+//  2. Answers come through `readResponseSm` (platform/asic/ReadResponseSm.h tells the way), which
+//     is there from `doInitComplete` on, and only with a hardware table.
+//  3. `invokeReadResponseHandler` calls the handler and retires the request when its read has
+//     ended:
 //
 //     request               answer        handler is called with      request afterwards
 //     no such id            any           -                           -
@@ -25,8 +26,8 @@
 // A request whose end never comes stays until it is removed: there is no time-out. Handlers of
 // requests that are left when the table goes are destroyed without being called.
 //
-// A handler may remove its own request, start reads, and drop the table. It may throw: the exception
-// passes out of `invokeReadResponseHandler`, and the request stays.
+// A handler may remove its own request, start reads, and drop the table. It may throw: the
+// exception passes out of `invokeReadResponseHandler`, and the request stays.
 //
 // Threading: the thread of the owning agent.
 

@@ -65,8 +65,8 @@ struct TableShape {
   U32 rows;
   U32 rowBytes;
   U64 rowFingerprint;
-  /// The table in which the chip keeps what it makes of these rows by itself, row by row. A written or
-  /// deleted row takes over: its state goes.
+  /// The table in which the chip keeps what it makes of these rows by itself, row by row. A written
+  /// or deleted row takes over: its state goes.
   U32 stateTable = none;
 };
 

@@ -8,8 +8,8 @@
 //     and d, and does c and d again. (A machine that loses power is another matter: nothing forces
 //     the pages to disk.)
 //  2. A row that is not valid is all zeros.
-//  3. State is the chip's own doing: neither journalled nor counted. A row of it is 8 bytes, replaced
-//     by one store.
+//  3. State is the chip's own doing: neither journalled nor counted. A row of it is 8 bytes,
+//     replaced by one store.
 //  4. An operation on a row that the table does not have changes no row. The journal holds it as
 //     "outOfRange", and no count takes it in.
 //

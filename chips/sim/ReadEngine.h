@@ -2,8 +2,8 @@
 //
 // Invariants
 //  1. Nothing is answered inside `begin`.
-//  2. A read of the whole table answers each row in ascending order, then its end; a read of one row
-//     answers that row, or with an end if the table has no such row.
+//  2. A read of the whole table answers each row in ascending order, then its end; a read of one
+//     row answers that row, or with an end if the table has no such row.
 //  3. Reads are served one after the other, or by turns if the switch says so.
 //
 // Threading: that of the owner's polls.

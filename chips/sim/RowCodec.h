@@ -75,9 +75,9 @@ struct FieldCodec<Member> {
   static std::string misfit(std::string_view, Member) { return {}; }
 };
 
-/// A map of numbers takes a row's fixed number of slots: each a bit that says whether it is used, the
-/// key, the value; used slots first, in ascending order of the keys, so that equal maps are equal
-/// bits. Members beyond the slots are left out, those of the highest keys.
+/// A map of numbers takes a row's fixed number of slots: each a bit that says whether it is used,
+/// the key, the value; used slots first, in ascending order of the keys, so that equal maps are
+/// equal bits. Members beyond the slots are left out, those of the highest keys.
 template <Zarn::NumberMap Member>
 struct FieldCodec<Member> {
   static constexpr U32 slots = 64;

@@ -14,7 +14,8 @@
 
 namespace Sim {
 
-/// What the chip holds of a flowset: what traffic made of it, else what software wrote, else nothing.
+/// What the chip holds of a flowset: what traffic made of it, else what software wrote, else
+/// nothing.
 class Flowsets {
  public:
   using Configured = TessarLoadBalance::DlbEcmpFlowsetTable::Entry;
@@ -109,8 +110,8 @@ class SimReadUtil final : public TessarLoadBalance::DlbEcmpFlowsetTableRead::Uti
         response.transactionId, response.idx, static_cast<Table::Entry const&>(*response.entry),
         response.idx.value());
   }
-  /// An end is all the answer to a read of a row that is not there, whose reader is told the index that
-  /// it asked for, and nothing of a row.
+  /// An end is all the answer to a read of a row that is not there, whose reader is told the index
+  /// that it asked for, and nothing of a row.
   void doNotifyReadResponseAll(Asic::SwTable& swTable, Asic::TransactionId id) const override {
     auto& table = static_cast<Table&>(swTable);
     auto const asked = table.readRequest(id).key;

@@ -21,8 +21,8 @@
 
 namespace Sim {
 
-/// A table of the chip, and its rows; indices run from 0. `StateTable` is where the chip keeps what it
-/// makes of the rows by itself, if anywhere.
+/// A table of the chip, and its rows; indices run from 0. `StateTable` is where the chip keeps what
+/// it makes of the rows by itself, if anywhere.
 template <class T, U32 rowCount, class StateTable = void>
 struct SimTable {
   using Table = T;

@@ -1,25 +1,26 @@
 // Simulated traffic: random flows that find their flowset, and a port for it, by the rules that the
 // hardware is programmed with. A simulation to look at, not a model of a chip:
 //
-//  - A flow picks an enabled group, a flowset of it, a rate (1 to 400 Mbit/s, mostly little) and the
-//    time since the flowset's last packet (up to twice the longest inactivity duration), at random.
+//  - A flow picks an enabled group, a flowset of it, a rate (1 to 400 Mbit/s, mostly little) and
+//    the time since the flowset's last packet (up to twice the longest inactivity duration), at
+//    random.
 //  - It adds its rate to the flowset for good. There is no time: flows do not end, and no load is
 //    averaged, so weights and caps of the load measures have no effect.
 //  - A flowset is assigned anew if it has no port, or one that left the group; in mode 0 after the
-//    group's inactivity duration, in mode 1 with every flow, in mode 2 never. An active one of mode 0
-//    moves if another port is better by the rebalance delta, with the probability of the
+//    group's inactivity duration, in mode 1 with every flow, in mode 2 never. An active one of mode
+//    0 moves if another port is better by the rebalance delta, with the probability of the
 //    threshold / 255.
-//  - The best port is that of the highest quality; of equals, a random one. Members from the primary
-//    group size on are taken only if no primary one has a quality above 0.
+//  - The best port is that of the highest quality; of equals, a random one. Members from the
+//    primary group size on are taken only if no primary one has a quality above 0.
 //  - A port's quality is what the quality map assigns to its three levels and its profile; 0 if
 //    nothing. A level is the number of the highest band of the profile whose scaled threshold, a
 //    lower bound, the load reaches.
 //  - The load of a port is the rate of its flowsets in Mbit/s; its total queue what goes beyond the
-//    port's speed in one sampling period (in microseconds), in cells of 256 bytes; its ITM queue half
-//    of that, since the chip has two ingress halves.
+//    port's speed in one sampling period (in microseconds), in cells of 256 bytes; its ITM queue
+//    half of that, since the chip has two ingress halves.
 //
-// Scaling factors 0 to 7 stand for ports of 1, 10, 25, 40, 50, 100, 200 and 400 Gbit/s; thresholds are
-// those of a port of 1 Gbit/s.
+// Scaling factors 0 to 7 stand for ports of 1, 10, 25, 40, 50, 100, 200 and 400 Gbit/s; thresholds
+// are those of a port of 1 Gbit/s.
 
 #pragma once
 
