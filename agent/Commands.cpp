@@ -123,14 +123,31 @@ void onlyGroupIs(std::vector<GroupSpread>& groups, U64 group) {
         fmt::format("no group {} in the hardware; there are: {}", group, fmt::join(known, ", ")));
 }
 
-/// How far a read is, for whoever watches; cleared away at its end.
-void showProgress(U64 rows, U64 ofRows) {
-  static bool const watched = isatty(STDERR_FILENO);
-  static U64 shown = 0;
-  auto const percent = rows * 100 / ofRows;
-  if (!watched || percent == shown) return;
-  shown = percent;
-  fmt::print(stderr, "\rreading flowsets: {}%{}", percent, rows == ofRows ? "\r\x1b[K" : "");
+/// How far a read is, for whoever watches; cleared away when it is over, however it ends.
+class ProgressLine {
+ public:
+  ProgressLine() = default;
+  ProgressLine(ProgressLine const&) = delete;
+  ProgressLine& operator=(ProgressLine const&) = delete;
+  ~ProgressLine() {
+    if (percent_ > 0) fmt::print(stderr, "\r\x1b[K");
+  }
+
+  void show(U64 rows, U64 ofRows) {
+    auto const percent = rows * 100 / ofRows;
+    if (!watched_ || percent == percent_) return;
+    percent_ = percent;
+    fmt::print(stderr, "\rreading flowsets: {}%", percent);
+  }
+
+ private:
+  bool const watched_ = isatty(STDERR_FILENO) != 0;
+  U64 percent_ = 0;
+};
+
+std::vector<Flowset> allFlowsets(FlowsetReader& reader) {
+  ProgressLine line;
+  return reader.all([&](U64 rows, U64 ofRows) { line.show(rows, ofRows); });
 }
 
 }  // namespace
@@ -217,7 +234,7 @@ int readFlowsetsCommand(Options const& options) {
     return exitFine;
   }
   if (options.group) onlyGroupIs(groups, *options.group);
-  auto flowsets = reader.all(showProgress);
+  auto flowsets = allFlowsets(reader);
   if (options.group)
     std::erase_if(flowsets, [&](Flowset const& each) { return !groups.front().has(each); });
   addFlowsets(groups, flowsets);

@@ -105,8 +105,8 @@ void FlowsetReader::awaitEnd(U64 ofRows, Progress const& progress) {
 
 void FlowsetReader::didNotEnd(U64 ofRows, std::string_view why) {
   table().readReqDelAll();
-  throw Failure(fmt::format("the end of the read was lost: {} of {} came, and {}; read again",
-                            came_.size(), counted(ofRows, "row", "rows"), why));
+  throw Failure(fmt::format("the read did not end: {} of {} came, and {}; read again", came_.size(),
+                            counted(ofRows, "row", "rows"), why));
 }
 
 }  // namespace DlbAgent
