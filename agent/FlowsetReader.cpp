@@ -27,11 +27,6 @@ FlowsetReader::FlowsetReader(std::string chipName)
       runner_(TessarLoadBalance::dlbEcmpFlowsetTableReadFactory()),
       hasHooks_(runner_.attachUtil(chipName_)) {}
 
-std::string_view FlowsetReader::name() const {
-  auto const qualified = Table::names.qualified;
-  return qualified.substr(qualified.rfind(':') + 1);
-}
-
 Figures FlowsetReader::figures() const {
   auto const operations = chip_->operations(Table::names.qualified);
   return {.hardwareWrites = operations.writes, .hardwareDeletes = operations.deletes};

@@ -39,7 +39,7 @@ class FlowsetReader {
   FlowsetReader(FlowsetReader const&) = delete;
   FlowsetReader& operator=(FlowsetReader const&) = delete;
 
-  std::string_view name() const;
+  static std::string_view name() { return Table::names.brief(); }
   /// What the table did to the hardware.
   Figures figures() const;
 

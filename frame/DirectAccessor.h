@@ -36,7 +36,7 @@ class DirectAccessor : public AccessorBase<T> {
   /// the tracker knows already.
   void programHwEntry(Key key, SwTableBase::EntryState entryState);
 
-  void syncEntries();
+  void syncEntries() noexcept;
   void autoCommitSyncedEntries();
   void purgeStaleEntries();
 

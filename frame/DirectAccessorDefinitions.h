@@ -169,7 +169,7 @@ auto DirectAccessor<T>::trackerOfDelete() const -> Tracker {
 // ---- restart ----
 
 template <class T>
-void DirectAccessor<T>::syncEntries() {
+void DirectAccessor<T>::syncEntries() noexcept {
   this->beginSyncEntries();
   VELL_ASSERT(swTable_->entrys() == 0, "!swTable_->resolvedEntrys()", T::names.qualified,
               ": sync must precede every commit");
@@ -191,6 +191,7 @@ void DirectAccessor<T>::autoCommitSyncedEntries() {
 template <class T>
 void DirectAccessor<T>::purgeStaleEntries() {
   syncedEntryRemoveAll();
+  if (this->utilIfExists()) IndexUserTracker::Stub::recoveryEnded(swTable_->hwTable());
   this->traceStatistics("purgeStaleEntries");
 }
 

@@ -54,9 +54,9 @@ class DirectTable : public SwKnownIndexTable, public Bruvel::Allocated<T> {
   static constexpr U32 utilTypeNumber = 1;
   static constexpr U32 utilLoaderTypeNumber = 2;
   static constexpr U32 typeNumber = 3;
-  /// Field ids of the publications.
-  static constexpr U32 resolvedEntryField = 0x207;
-  static constexpr U32 syncedEntryField = 0x209;
+  /// Field ids of the publications, and what their former value is.
+  static constexpr U32 resolvedEntryField = 0x207;  ///< `Zarn::Optional<Entry>`
+  static constexpr U32 syncedEntryField = 0x209;    ///< `Entry`, or null
 
   static Zarn::AllocTrackTypeInfo memAllocationTracker_;
   /// The reflection data of the table's classes.

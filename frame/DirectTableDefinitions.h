@@ -53,7 +53,8 @@ void DirectTable<T, Sheet>::entryCommit(Key key, Entry const& entry) {
   auto* const node = resolvedEntry_.lookupNodeG(key);
   auto const prior = keyPrior(node);
   if (holds(node, &entry)) {
-    this->resolvedKeyPriorIs(prior);
+    // The field belongs to the operation that this one runs inside of, if it does.
+    if (!this->operationInProgress()) this->resolvedKeyPriorIs(prior);
     return;
   }
   OperationScope const scope(*this);

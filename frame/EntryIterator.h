@@ -30,7 +30,8 @@ class SwTable::EntryIteratorConst {
   /// A copy of the value; the last known one if the key has gone since, and a default entry if it
   /// has lost its value.
   typename T::Entry entry() const {
-    if (auto live = table_->resolvedEntry(key())) return *std::move(live);
+    if (auto const* live = table_->resolvedEntryMap().lookupNodeG(key()))
+      return live->value_.value_or(typename T::Entry{});
     return at_.currNodeMaybeStale()->value_.value_or(typename T::Entry{});
   }
   void advance() {

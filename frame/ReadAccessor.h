@@ -18,7 +18,7 @@ class ReadAccessor : public AccessorBase<T> {
   }
 
   /// Lets the hooks do what they need before the first read.
-  void syncEntries() {
+  void syncEntries() noexcept {
     this->beginSyncEntries();
     VELL_ASSERT(swTable_->entrys() == 0, "!swTable_->entrys()", T::names.qualified);
     if (auto const util = this->utilIfExists())

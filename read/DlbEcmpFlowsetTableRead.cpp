@@ -20,7 +20,7 @@ DlbEcmpFlowsetTableRead::DlbEcmpFlowsetTableRead() : SwKnownIndexTable(Vell::Str
 // The machine first, so that no answer comes while the requests go.
 DlbEcmpFlowsetTableRead::~DlbEcmpFlowsetTableRead() {
   nodeFlagSet(freedAtZeroFlag, false);
-  readResponseSmDel();
+  if (auto const machine = readResponseSmDel()) machine->swTableGone();
 }
 
 DlbEcmpFlowsetTableRead::Util* DlbEcmpFlowsetTableRead::util() const {
@@ -32,14 +32,22 @@ U32 DlbEcmpFlowsetTableRead::maxIndex() const { return util() ? util()->maxIndex
 // ---- starting a read ----
 
 void DlbEcmpFlowsetTableRead::readReqIs(Key index, Handler const& handler) {
-  readRequestIs(startRead(index), {index, ResponseNotify::eachEntry, handler});
+  storeRead(index, ResponseNotify::eachEntry, handler);
 }
 
 void DlbEcmpFlowsetTableRead::readAllReqIs(ResponseNotify notify, Handler const& handler) {
-  readRequestIs(startRead({}), {{}, notify, handler});
+  storeRead({}, notify, handler);
 }
 
-Asic::TransactionId DlbEcmpFlowsetTableRead::startRead(Zarn::Optional<Key> const& key) const {
+void DlbEcmpFlowsetTableRead::storeRead(Zarn::Optional<Key> key, ResponseNotify notify,
+                                        Handler const& handler) {
+  Vell::Ptr<SwTable> const held(this);
+  auto const id = startRead(key);
+  readRequestIs(id, {key, notify, handler});
+}
+
+Asic::TransactionId DlbEcmpFlowsetTableRead::startRead(
+    Zarn::Optional<Key> const& key) const noexcept {
   static U64 lastId = 0;  // of the process: no two tables without hooks share an id
   if (Vell::Ptr<Util> const held = util()) return held->hwTableReadReqIs(hwTable(), key);
   return ++lastId;

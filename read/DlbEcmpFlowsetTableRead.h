@@ -88,10 +88,10 @@ class DlbEcmpFlowsetTableRead final : public Asic::SwKnownIndexTable,
   static constexpr U32 typeNumber = 3;
   static constexpr U32 readReqTypeNumber = 4;
   static constexpr U32 readRequestTypeNumber = 5;
-  /// Field ids of the publications.
-  static constexpr U32 entryField = 0x203;
-  static constexpr U32 readRequestField = 0x208;
-  static constexpr U32 readResponseSmField = 0x20f;
+  /// Field ids of the publications, and what their former value is.
+  static constexpr U32 entryField = 0x203;           ///< `Entry`, or null
+  static constexpr U32 readRequestField = 0x208;     ///< `ReadReq`
+  static constexpr U32 readResponseSmField = 0x20f;  ///< `Vell::Ptr<Asic::ReadResponseSm>`
 
   static Zarn::AllocTrackTypeInfo memAllocationTracker_;
   static Vell::ModuleInspectData& module();
@@ -167,8 +167,10 @@ class DlbEcmpFlowsetTableRead final : public Asic::SwKnownIndexTable,
  private:
   using AccessorT = Asic::SwTable::Accessor<DlbEcmpFlowsetTableRead>;
 
+  /// Starts a read and stores its request.
+  void storeRead(Zarn::Optional<Key> key, ResponseNotify notify, Handler const& handler);
   /// Has the hooks start a hardware read; without hooks only an id is made.
-  Asic::TransactionId startRead(Zarn::Optional<Key> const& key) const;
+  Asic::TransactionId startRead(Zarn::Optional<Key> const& key) const noexcept;
   ReadReq unlinked(Vell::Ptr<ZarnReadRequest> request);
 
   // Requests go before indices when the table goes.
@@ -230,8 +232,8 @@ class DlbEcmpFlowsetTableRead::Util : public Asic::SwTable::Util {
   virtual U32 minIndex() const = 0;
   virtual U32 maxIndex() const = 0;
   /// Starts a hardware read of one index, or of the whole table if `key` is empty, and gives it an
-  /// id that no other read of the table has. `hwTable` is null while there is no hardware table.
-  /// Must not answer from inside the call.
+  /// id that no other read of the table has or had. `hwTable` is null while there is no hardware
+  /// table. Must not answer from inside the call, and must not throw: that ends the process.
   virtual Asic::TransactionId hwTableReadReqIs(Asic::HwTable* hwTable,
                                                Zarn::Optional<Key> const& key) const = 0;
   /// Called once, when the hardware table is there and before the first read.

@@ -22,7 +22,9 @@ Vell::ZarnType ReadResponseSm::typeData() const { return {&module, 2}; }
 U64 HwTable::deliverReadResponses() {
   Vell::Ptr<HwTable> const held(this);
   U64 delivered = 0;
-  for (; readResponseSm_ && !readResponses_.empty(); ++delivered) {
+  // What comes meanwhile waits for the next time: a handler may read again and again.
+  for (auto left = readResponses_.size(); left > 0 && readResponseSm_ && !readResponses_.empty();
+       --left, ++delivered) {
     auto const response = std::move(readResponses_.front());
     readResponses_.pop_front();
     Vell::Ptr<ReadResponseSm> const machine(readResponseSm_);

@@ -19,9 +19,9 @@ class HwTable : public Vell::Node {
 
   /// Takes an answer of the hardware to a read, to be delivered later. For chips.
   void readResponseIs(ReadResponse response) { readResponses_.push_back(std::move(response)); }
-  /// Delivers what was taken, oldest first, while there is an active response machine, and returns
-  /// how many answers that were. For `Chip::poll`. If a client's handler throws, the exception
-  /// passes out; its answer counts as delivered, and those behind it stay.
+  /// Delivers what has been taken by now, oldest first, while there is an active response machine,
+  /// and returns how many answers that were. For `Chip::poll`. If a client's handler throws, the
+  /// exception passes out; its answer counts as delivered, and those behind it stay.
   U64 deliverReadResponses();
   /// Answers that wait to be delivered.
   std::size_t readResponses() const { return readResponses_.size(); }

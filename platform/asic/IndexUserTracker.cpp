@@ -31,14 +31,17 @@ bool has(Uses const& uses, Operation operation) {
 /// The uses of a recovered index as they must have been for `operation` to be right.
 Uses settled(Operation operation) {
   using enum IndexUserTracker::OpType;
-  if (operation == userAdd) return {};
+  bool const adds = operation == userAdd;
   bool const active = operation == userRemove || operation == userDeactivate;
-  return {.users = 1, .active = active ? 1u : 0u};
+  return {.users = adds ? 0u : 1u, .active = active ? 1u : 0u, .found = true};
 }
 
 }  // namespace
 
 void IndexUserTracker::update(Index index, OpType operation) {
+  if (operation == OpType::userRemove && !uses_.contains(index.value()) &&
+      givenUp_.erase(index.value()) != 0)
+    return;
   auto& uses = uses_[index.value()];
   if (uses.recovered) uses = settled(operation);
   VELL_ASSERT(has(uses, operation), "the use is there", operation, " of index ", index, " with ",
@@ -62,10 +65,15 @@ void IndexUserTracker::update(Index index, OpType operation) {
       --uses.users;
       break;
   }
-  if (uses.users == 0) uses_.erase(index.value());
+  if (uses.users != 0) return;
+  if (uses.found && recovering_) givenUp_.insert(index.value());
+  uses_.erase(index.value());
 }
 
-void IndexUserTracker::recover(Index index) { uses_[index.value()] = {1, 1, true}; }
+void IndexUserTracker::recover(Index index) {
+  recovering_ = true;
+  uses_[index.value()] = {.users = 1, .active = 1, .recovered = true, .found = true};
+}
 
 IndexUserTracker::Uses IndexUserTracker::uses(Index index) const {
   auto const found = uses_.find(index.value());
@@ -76,6 +84,10 @@ IndexUserTracker& IndexUserTracker::Stub::tracker(HwTable& hwTable) {
   auto& tracker = hwTable.indexUserTracker_;
   if (!tracker) tracker = std::make_unique<IndexUserTracker>();
   return *tracker;
+}
+
+void IndexUserTracker::Stub::recoveryEnded(HwTable* hwTable) {
+  if (hwTable && hwTable->indexUserTracker_) hwTable->indexUserTracker_->recoveryEnded();
 }
 
 void IndexUserTracker::Stub::deleteTracker(HwTable* hwTable, U32 instance, bool keepIfUsed) {

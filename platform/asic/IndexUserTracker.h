@@ -9,12 +9,15 @@
 //  2. A recovered index has one use that no key has claimed. The first `userAdd` claims it and adds
 //     none. Whether it is an active one is not known before its first operation tells, since a key
 //     that matched its row told nothing.
-//  3. An operation on a use that is not there is a fatal assertion.
+//  3. A recovered index that keys claimed and gave up again takes one more `userRemove` until the
+//     recovery has ended: the purge may still find its row and say so.
+//  4. An operation on any other use that is not there is a fatal assertion.
 
 #pragma once
 
 #include <iosfwd>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "platform/asic/Index.h"
 #include "platform/vell/Types.h"
@@ -36,12 +39,18 @@ class IndexUserTracker {
   struct Uses {
     U32 users = 0;
     U32 active = 0;
-    bool recovered = false;
+    bool recovered = false;  ///< found, and nobody has operated on it yet
+    bool found = false;      ///< recovery held a row there
   };
 
   void update(Index index, OpType operation);
   /// Notes that the hardware holds a row at `index` from before (invariant 2).
   void recover(Index index);
+  /// Nothing that was recovered will be purged any more (invariant 3).
+  void recoveryEnded() {
+    recovering_ = false;
+    givenUp_.clear();
+  }
   /// The uses of an index; none if it is not held.
   Uses uses(Index index) const;
   /// Indices in use.
@@ -52,6 +61,8 @@ class IndexUserTracker {
    public:
     /// The tracker of `hwTable`, made if there is none.
     static IndexUserTracker& tracker(HwTable& hwTable);
+    /// Tells the tracker of `hwTable`, which may be null, that the recovery has ended.
+    static void recoveryEnded(HwTable* hwTable);
     /// Drops the tracker numbered `instance` of `hwTable`, which may be null; a table has one,
     /// number 0. With `keepIfUsed` it stays while an index is in use.
     static void deleteTracker(HwTable* hwTable, U32 instance, bool keepIfUsed);
@@ -59,6 +70,8 @@ class IndexUserTracker {
 
  private:
   std::unordered_map<U32, Uses> uses_;
+  bool recovering_ = false;          ///< from the first row found to the end of the recovery
+  std::unordered_set<U32> givenUp_;  ///< the indices of invariant 3
 };
 
 std::ostream& operator<<(std::ostream& out, IndexUserTracker::OpType operation);

@@ -12,7 +12,7 @@ ReadResponseSm::~ReadResponseSm() { hasNotificationActiveIs(false); }
 
 void ReadResponseSm::hasNotificationActiveIs(bool active) {
   if (hwTable_ && hwTable_->readResponseSm() == this) hwTable_->readResponseSmIs(nullptr);
-  hwTable_ = active ? swTable_->hwTable() : nullptr;
+  hwTable_ = active && swTable_ ? swTable_->hwTable() : nullptr;
   if (hwTable_) hwTable_->readResponseSmIs(this);
 }
 

@@ -10,7 +10,8 @@
 //  1. Answers that come while no machine is active are kept, in their order.
 //  2. A machine delivers from `deliverReadResponses` alone, never from inside an operation of its
 //     table, so that no answer overtakes the request that it belongs to.
-//  3. A machine holds no use of its table, which owns it; while it delivers, the table is held.
+//  3. A machine holds no use of its table, which owns it; while it delivers, the table is held. A
+//     machine that outlives its table has none, and is not active any more.
 //
 // Threading: the thread of the owning agent.
 
@@ -32,10 +33,15 @@ class ReadResponseSm : public Vell::Node {
   ~ReadResponseSm() override;
   Vell::ZarnType typeData() const override;
 
+  /// Null when the table has gone.
   SwTable* swTable() const { return swTable_; }
+  void swTableGone() {
+    hasNotificationActiveIs(false);
+    swTable_ = nullptr;
+  }
   bool hasNotificationActive() const { return hwTable_ != nullptr; }
   /// Takes the answers of the hardware table that `swTable` has now, or stops taking them. Nothing
-  /// without a hardware table.
+  /// without a table or without hardware.
   void hasNotificationActiveIs(bool active);
 
   /// Brings one answer to the hooks of the table. An exception of the client's handler passes out.

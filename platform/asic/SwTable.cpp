@@ -1,5 +1,7 @@
 #include "platform/asic/SwTable.h"
 
+#include "platform/asic/ReadResponseSm.h"
+
 namespace Asic {
 namespace {
 
@@ -9,7 +11,11 @@ std::string mountPath(std::string_view what, Vell::ZarnType type, Vell::String c
 
 }  // namespace
 
-SwTable::~SwTable() = default;
+// A response machine holds no use of its table, and others may hold the machine.
+SwTable::~SwTable() {
+  auto* const machine = hwTable_ ? hwTable_->readResponseSm() : nullptr;
+  if (machine && machine->swTable() == this) machine->swTableGone();
+}
 
 void SwTable::doCreateHwTable() {
   doCreateHwTableResponse(chip_ ? chip_->hwTable(typeData().data().name) : nullptr);

@@ -122,6 +122,7 @@ class SwTable : public SwTableBase {
   bool configReplayComplete() const { return configReplayComplete_; }
   void configReplayCompleteIs(bool complete);
   KeyPrior resolvedKeyPrior() const { return resolvedKeyPrior_; }
+  bool operationInProgress() const { return operationDepth_ > 0; }
   void resolvedKeyPriorIs(KeyPrior prior) { resolvedKeyPrior_ = prior; }
   bool reconcilingEntry() const { return reconcilingEntry_; }
   void reconcilingEntryIs(bool reconciling) { reconcilingEntry_ = reconciling; }

@@ -1,7 +1,7 @@
 // Text forms of values, read side.
 //
-// A record with two or more attributes reads `Tag{first:1 second:2}`: the tag is the qualified
-// class name, the attributes stand in declaration order. A record with one attribute reads as that
+// A record with two or more attributes reads `Tag{first:1 second:2}`: the tag names the class,
+// the attributes stand in declaration order. A record with one attribute reads as that
 // attribute's value alone. Numbers are decimal, or hexadecimal behind 0x; truth values are `true`
 // and `false`. Nothing may be left over: `strepToValue` (ValueText.h) checks that.
 //

@@ -25,6 +25,13 @@ TYPED_TEST(CommitTest, TellsTrackerThenHardwareThenWatchers) {
   this->table_.entryCommit(this->k(5), this->e(2));
   EXPECT_EQ(this->at_.take(), (std::vector<std::string>{}));
   EXPECT_EQ(this->table_.resolvedKeyPrior(), SwTable::KeyPrior::value);
+
+  auto const watching = this->table_.publisher()->watch(0x207, [&](auto const& change) {
+    if (numberOf(change.template keyAs<typename TypeParam::Key>()) != 6) return;
+    this->table_.entryCommit(this->k(5), this->e(2));
+    EXPECT_EQ(this->table_.resolvedKeyPrior(), SwTable::KeyPrior::noKey) << "the outer one's";
+  });
+  this->table_.entryCommit(this->k(6), this->e(1));
 }
 
 TYPED_TEST(CommitTest, ADefaultEntryIsAValue) {
@@ -85,7 +92,10 @@ TYPED_TEST(CommitTest, AKeyMayBeHeldWithoutAValue) {
   EXPECT_FALSE(table.resolvedEntry(this->k(5)).has_value());
   EXPECT_FALSE(table.entryIteratorConst());
   EXPECT_FALSE(table.entryIteratorConst(this->k(5)));
+  for (U32 other = 100; other < 400; ++other) table.entryCommit(this->k(other), this->e(1));
   EXPECT_EQ(walk.entry(), this->e(0)) << "a walk that stands on the key when it loses its value";
+  for (U32 other = 100; other < 400; ++other) table.entryRemove(this->k(other));
+  this->at_.take();
   EXPECT_EQ(Vell::Inspect(table).figures(0x207).count, 1u);
   EXPECT_EQ(Vell::Inspect(table).figures(0x208).count, 0u);
 

@@ -29,6 +29,7 @@ class ReadUtil final : public Table::Util {
   U32 maxIndex() const override { return 44; }
   TransactionId hwTableReadReqIs(Asic::HwTable*, Zarn::Optional<Key> const& key) const override {
     started.push_back(key ? std::to_string(key->value()) : "all");
+    if (onRead) onRead();
     return nextId++;
   }
   void syncEntries(Asic::HwTable&, Vell::Ptr<Table> const& table) const override {
@@ -43,6 +44,7 @@ class ReadUtil final : public Table::Util {
     static_cast<Table&>(table).invokeReadResponseHandler(id, end, {}, 0);
   }
 
+  std::function<void()> onRead;
   mutable U64 nextId = 100;
   mutable std::vector<std::string> started;
   mutable Table* synced = nullptr;
@@ -302,6 +304,53 @@ TEST_F(FlowsetReadTest, AHandlerMayDropTheTable) {
   EXPECT_EQ(Table::memAllocationTracker_.live(), live - 1);
   EXPECT_EQ(hwTable_->readResponseSm(), nullptr);
   EXPECT_THAT(calls(), IsEmpty()) << "requests that are left go without a call";
+}
+
+TEST_F(FlowsetReadTest, HooksMayDropTheTableThatAsksThem) {
+  util_->onRead = [this] { table_ = nullptr; };
+  table_->readReqIs(5, handler());
+  EXPECT_EQ(table_, nullptr);
+}
+
+TEST_F(FlowsetReadTest, AMachineThatOutlivesItsTableDeliversNothing) {
+  auto const other = TessarLoadBalance::dlbEcmpFlowsetTableReadFactory();
+  auto const machineOfTable = other->readResponseSmIs(table_.get());
+  EXPECT_TRUE(machineOfTable->hasNotificationActive());
+  table_ = nullptr;
+  post(1, 1);
+  EXPECT_EQ(hwTable_->deliverReadResponses(), 0u);
+  machineOfTable->hasNotificationActiveIs(true);
+  EXPECT_FALSE(machineOfTable->hasNotificationActive());
+
+  // Made again by a watcher of the table's own end.
+  table_ = TessarLoadBalance::dlbEcmpFlowsetTableReadFactory();
+  table_->hwTableIs(hwTable_);
+  table_->doInitComplete();
+  Vell::Ptr<Asic::ReadResponseSm> kept;
+  auto* const table = table_.get();
+  auto const watching = table->publisher()->watch(Table::readResponseSmField, [&](auto&) {
+    if (!kept) kept = table->readResponseSmIs(table);
+  });
+  table_ = nullptr;
+  ASSERT_TRUE(kept);
+  EXPECT_FALSE(kept->hasNotificationActive());
+  EXPECT_EQ(hwTable_->deliverReadResponses(), 0u);
+}
+
+TEST_F(FlowsetReadTest, AHandlerThatReadsOnKeepsNoDeliveryGoing) {
+  table_->doInitComplete();
+  U32 called = 0;
+  Table::Handler const again = [&](auto const&) {
+    ++called;
+    auto const id = util_->nextId;
+    table_->readReqIs(1, again);
+    post(id, 1);
+  };
+  table_->readReqIs(1, again);
+  post(100, 1);
+  EXPECT_EQ(hwTable_->deliverReadResponses(), 1u);
+  EXPECT_EQ(hwTable_->deliverReadResponses(), 1u);
+  EXPECT_EQ(called, 2u);
 }
 
 TEST_F(FlowsetReadTest, TheMachineIsOnePerTableAndTellsItsChanges) {

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "containers/MapField.h"
 #include "frame/DirectTable.h"
 #include "platform/zarn/ValueText.h"
 
