@@ -17,6 +17,11 @@ class HwTable : public Vell::Node {
  public:
   Vell::ZarnType typeData() const override;
 
+  /// Indices in use as far as the allocators of this hardware table know; told when a table joins
+  /// one.
+  U32 usageCount() const { return usageCount_; }
+  void usageCountInc(U32 indices) { usageCount_ += indices; }
+
   /// Takes an answer of the hardware to a read, to be delivered later. For chips.
   void readResponseIs(ReadResponse response) { readResponses_.push_back(std::move(response)); }
   /// Delivers what has been taken by now, oldest first, while there is an active response machine,
@@ -33,6 +38,7 @@ class HwTable : public Vell::Node {
  private:
   friend class IndexUserTracker::Stub;
 
+  U32 usageCount_ = 0;
   std::unique_ptr<IndexUserTracker> indexUserTracker_;
   std::deque<ReadResponse> readResponses_;
   ReadResponseSm* readResponseSm_ = nullptr;

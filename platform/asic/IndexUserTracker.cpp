@@ -75,6 +75,14 @@ void IndexUserTracker::recover(Index index) {
   uses_[index.value()] = {.users = 1, .active = 1, .recovered = true, .found = true};
 }
 
+void IndexUserTracker::recoveredUseStands(Index index) {
+  auto const at = uses_.find(index.value());
+  if (at == uses_.end() || at->second.recovered || !at->second.found) return;
+  ++at->second.users;
+  ++at->second.active;
+  at->second.found = false;
+}
+
 IndexUserTracker::Uses IndexUserTracker::uses(Index index) const {
   auto const found = uses_.find(index.value());
   return found == uses_.end() ? Uses{} : found->second;
@@ -84,6 +92,10 @@ IndexUserTracker& IndexUserTracker::Stub::tracker(HwTable& hwTable) {
   auto& tracker = hwTable.indexUserTracker_;
   if (!tracker) tracker = std::make_unique<IndexUserTracker>();
   return *tracker;
+}
+
+void IndexUserTracker::Stub::recoveredUseStands(HwTable* hwTable, Index index) {
+  if (hwTable && hwTable->indexUserTracker_) hwTable->indexUserTracker_->recoveredUseStands(index);
 }
 
 void IndexUserTracker::Stub::recoveryEnded(HwTable* hwTable) {

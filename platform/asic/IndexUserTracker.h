@@ -46,6 +46,9 @@ class IndexUserTracker {
   void update(Index index, OpType operation);
   /// Notes that the hardware holds a row at `index` from before (invariant 2).
   void recover(Index index);
+  /// An entry that was put over the recovered row at `index` has a use of its own beside the
+  /// recovered one (invariant 2 took them for one): the purge is about to take that one away.
+  void recoveredUseStands(Index index);
   /// Nothing that was recovered will be purged any more (invariant 3).
   void recoveryEnded() {
     recovering_ = false;
@@ -61,6 +64,8 @@ class IndexUserTracker {
    public:
     /// The tracker of `hwTable`, made if there is none.
     static IndexUserTracker& tracker(HwTable& hwTable);
+    /// Tells the tracker of `hwTable`, which may be null, that a recovered use stands for itself.
+    static void recoveredUseStands(HwTable* hwTable, Index index);
     /// Tells the tracker of `hwTable`, which may be null, that the recovery has ended.
     static void recoveryEnded(HwTable* hwTable);
     /// Drops the tracker numbered `instance` of `hwTable`, which may be null; a table has one,

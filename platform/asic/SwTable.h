@@ -62,6 +62,9 @@ class SwTable : public SwTableBase {
  public:
   class Util;
   class OperationScope;
+  class EntryHandle;
+  class UnresolvedEntry;
+  class IndexHelper;
   /// The generic logic of a table class (frame/Variants.h).
   template <class T>
   class Accessor;
@@ -92,7 +95,7 @@ class SwTable : public SwTableBase {
   /// without entry handles.
   virtual Vell::Node* entryWeakRefServer() { return nullptr; }
   /// The handle of the entry at `index`, or null.
-  virtual Vell::Ptr<EntryHandle> getEntryHandle(Asic::Index index);
+  virtual Vell::Ptr<SwTableBase::EntryHandle> getEntryHandle(Asic::Index index);
   /// Brings the hardware's answer to a write at `index` to the entry's handle, if there is one.
   virtual void dispatchResponse(Asic::Index index, EntryState outcome);
   virtual void handleWeakResourceStatusResponse() {}
@@ -113,7 +116,8 @@ class SwTable : public SwTableBase {
   Vell::String const& name() const { return name_; }
   HwTable* hwTable() const { return hwTable_.get(); }
   void hwTableIs(Vell::Ptr<HwTable> hwTable) { hwTable_ = std::move(hwTable); }
-  /// The chip that `doCreateHwTable` asks.
+  /// The chip that `doCreateHwTable` asks, or null.
+  Chip* chip() const { return chip_.get(); }
   void chipIs(Vell::Ptr<Chip> chip) { chip_ = std::move(chip); }
   /// The table's chip hooks, or null. The framework gives them; a table works without.
   Util* util() const { return util_.get(); }

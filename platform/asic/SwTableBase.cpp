@@ -1,6 +1,8 @@
 #include "platform/asic/SwTableBase.h"
 
 #include <array>
+#include <cstdint>
+#include <string>
 
 namespace Asic {
 
@@ -8,6 +10,31 @@ Index SwTableBase::getHwEntryIndex(EntryHandle const& handle) { return handle.hw
 
 Index SwTableBase::getHwIndexForDependentField(EntryHandle const& handle) {
   return handle.hwIndexForDependentField();
+}
+
+void SwTableBase::suggestIndicesToNeededEntryHandle(EntryHandle const& handle,
+                                                    IndexSet const& indices) {
+  handle.handleIndexSuggestions(indices);
+}
+
+namespace {
+SwTableBase::EntryHandle* firstLive = nullptr;
+}
+
+SwTableBase::EntryHandle::EntryHandle() : liveNext_(firstLive) {
+  if (firstLive) firstLive->liveBefore_ = this;
+  firstLive = this;
+}
+
+SwTableBase::EntryHandle::~EntryHandle() {
+  (liveBefore_ ? liveBefore_->liveNext_ : firstLive) = liveNext_;
+  if (liveNext_) liveNext_->liveBefore_ = liveBefore_;
+}
+
+SwTableBase::EntryHandle* SwTableBase::EntryHandle::atAddress(U64 address) {
+  auto* at = firstLive;
+  while (at && reinterpret_cast<std::uintptr_t>(at) != address) at = at->liveNext_;
+  return at;
 }
 
 void SwTableBase::EntryHandle::entryStateIs(EntryState state) {
@@ -31,6 +58,10 @@ std::ostream& operator<<(std::ostream& out, SwTableBase::EntryState state) {
                                     "frameworkComplete", "success",    "failedNeededEntry",
                                     "failedNoIndex"};
   return out << names.at(static_cast<std::size_t>(state));
+}
+
+std::ostream& operator<<(std::ostream& out, SwTableBase::EntryType type) {
+  return out << std::to_string(static_cast<U32>(type));
 }
 
 }  // namespace Asic

@@ -1,4 +1,6 @@
 // What every table is known by outside its class: keys, entry states, and entry handles.
+//
+// Threading: the thread of the owning agent; all handles of a process are made and freed on it.
 
 #pragma once
 
@@ -6,6 +8,7 @@
 #include <ostream>
 
 #include "platform/asic/Index.h"
+#include "platform/asic/IndexSet.h"
 #include "platform/vell/Ptr.h"
 #include "platform/vell/Publisher.h"
 #include "platform/zarn/CharRange.h"
@@ -24,6 +27,7 @@ class SwTableBase : public Zarn::Entity {
     constexpr explicit(false) Index(U32 value) : value_(value) {}
 
     constexpr U32 value() const { return value_; }
+    constexpr explicit(false) operator Asic::Index() const { return value_; }
     U32 hash(U32 seed) const { return Zarn::hashSingleAttr(seed, value_); }
     /// Key equality for publications, on two pointers to `Index`.
     static bool isEq(void const* a, void const* b) {
@@ -51,15 +55,28 @@ class SwTableBase : public Zarn::Entity {
     failedNoIndex = 6,
   };
 
+  /// Why an entry handle exists, and with that whether its table's use of it counts.
+  enum class EntryType : U8 {
+    unset = 0,          ///< nobody has said; counts
+    referenceOnly = 1,  ///< the entry lives as long as somebody holds the handle; does not count
+    committed = 2,      ///< the table owns the entry; counts
+    inDeletion = 3,     ///< the entry is leaving in an order of its own; counts
+  };
+
   class EntryHandle;
 
   /// The hardware index of a handle's entry; exhausted while it has none.
   static Asic::Index getHwEntryIndex(EntryHandle const& handle);
   /// The index to write into a field that refers to a handle's entry.
   static Asic::Index getHwIndexForDependentField(EntryHandle const& handle);
+  /// Tells the table of a needed entry at which values of a dependent field the hardware may have
+  /// held that entry before a restart.
+  static void suggestIndicesToNeededEntryHandle(EntryHandle const& handle, IndexSet const& indices);
 };
 
 std::ostream& operator<<(std::ostream& out, SwTableBase::EntryState state);
+/// As its number.
+std::ostream& operator<<(std::ostream& out, SwTableBase::EntryType type);
 
 /// The counted record by which the rest of the world holds on to one entry. Setting a state that is
 /// already there does nothing; otherwise the state is stored, its hook runs, then the watchers hear
@@ -69,12 +86,19 @@ class SwTableBase::EntryHandle : public Vell::Node {
   static constexpr U32 entryStateField = 0x102;
   static constexpr U32 resolvedEntryStateField = 0x103;
 
+  EntryHandle();
+  ~EntryHandle() override;
+
   Vell::Publisher* publisher() override { return &publisher_; }
+  /// Where the states are told. Watching an entry does not change it.
+  Vell::Publisher& watched() const { return publisher_; }
 
   /// Runs after `entryState` changed.
   virtual void handleEntryState() {}
   /// The index to write into a field that refers to this entry.
   virtual Asic::Index hwIndexForDependentField() const { return hwIndex_; }
+  /// Takes candidates for the entry's place in the hardware, as values of a dependent field.
+  virtual void handleIndexSuggestions(IndexSet const&) const {}
   /// Runs after `resolvedEntryState` changed.
   virtual void handleResolvedEntryState() {}
 
@@ -84,12 +108,21 @@ class SwTableBase::EntryHandle : public Vell::Node {
   void entryStateIs(EntryState state);
   EntryState resolvedEntryState() const { return resolvedEntryState_; }
   void resolvedEntryStateIs(EntryState state);
+  EntryType entryType() const { return entryType_; }
+  void entryTypeIs(EntryType type) { entryType_ = type; }
+
+  /// The live handle at that address, or null: how a handle is found again by its text form, whose
+  /// writer may have been wrong.
+  static EntryHandle* atAddress(U64 address);
 
  private:
   Asic::Index hwIndex_;
   EntryState entryState_ = EntryState::unresolved;
   EntryState resolvedEntryState_ = EntryState::unresolved;
-  Vell::Publisher publisher_;
+  EntryType entryType_ = EntryType::unset;
+  mutable Vell::Publisher publisher_;
+  EntryHandle* liveBefore_ = nullptr;  ///< the list of all live handles, for `atAddress`
+  EntryHandle* liveNext_ = nullptr;
 };
 
 }  // namespace Asic

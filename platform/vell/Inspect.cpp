@@ -35,6 +35,16 @@ Value getAttribute(TypeData const& type, void const* object, AttributeData const
                                                                                   attribute);
 }
 
+/// Calls a function behind the class, and refuses arguments that it finds wrong.
+template <class Function>
+auto refusingArguments(TypeData const& type, AttributeData const& attribute, Function function) {
+  try {
+    return function();
+  } catch (ArgumentError const& error) {
+    refuse(type, shown(attribute.name), error.what());
+  }
+}
+
 /// Refuses what is no number of that width; `what` says what the number is for.
 void needNumber(TypeData const& type, AttributeData const& attribute, Value const& value, U8 bits,
                 std::string_view what) {
@@ -49,11 +59,11 @@ void setAttribute(TypeData const& type, void* object, AttributeData const& attri
                   Value const& value) {
   bool const writable = attribute.kind == AttributeKind::field;
   auto const set = offered(type, attribute, type.functions.set, writable, "cannot be written");
-  if (attribute.shape == ValueShape::number)
+  if (attribute.shape == ValueShape::number || attribute.shape == ValueShape::pointer)
     needNumber(type, attribute, value, attribute.bits, "");
   else if (attribute.shape == ValueShape::boolean && !value.truth())
     refuse(type, shown(attribute.name), "takes true or false");
-  set(object, attribute, value);
+  refusingArguments(type, attribute, [&] { set(object, attribute, value); });
 }
 
 void setElement(TypeData const& type, void* object, AttributeData const& attribute,
@@ -62,19 +72,16 @@ void setElement(TypeData const& type, void* object, AttributeData const& attribu
   auto const elementIs =
       offered(type, attribute, type.functions.elementIs, collection, "has no elements of its own");
   needNumber(type, attribute, key, attribute.keyBits, " as the key of an element");
-  if (!value.empty()) needNumber(type, attribute, value, attribute.bits, " as an element");
-  elementIs(object, attribute, key, value);
+  if (!value.empty() && attribute.shape == ValueShape::number)
+    needNumber(type, attribute, value, attribute.bits, " as an element");
+  refusingArguments(type, attribute, [&] { elementIs(object, attribute, key, value); });
 }
 
 Value callAttribute(TypeData const& type, void* object, AttributeData const& attribute,
                     std::span<Value const> arguments) {
   bool const callable = attribute.kind == AttributeKind::operation;
   auto const call = offered(type, attribute, type.functions.call, callable, "cannot be called");
-  try {
-    return call(object, attribute, arguments);
-  } catch (ArgumentError const& error) {
-    refuse(type, shown(attribute.name), error.what());
-  }
+  return refusingArguments(type, attribute, [&] { return call(object, attribute, arguments); });
 }
 
 void walkAttribute(TypeData const& type, void const* object, AttributeData const& attribute,

@@ -53,6 +53,10 @@ U64 CharRange::number(std::string_view name, U64 largest) {
   return value;
 }
 
+void CharRange::cannotConvert(std::size_t position, std::string_view problem) {
+  throw Vell::RangeException("address", position, problem);
+}
+
 void CharRange::deserializeAttr(std::string_view name, bool& value) {
   bool const isTrue = rest().starts_with("true");
   if (!isTrue && !rest().starts_with("false"))

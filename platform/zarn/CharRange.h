@@ -16,6 +16,7 @@
 #include <string_view>
 #include <type_traits>
 
+#include "platform/vell/Ptr.h"
 #include "platform/vell/Types.h"
 #include "platform/zarn/Optional.h"
 
@@ -45,6 +46,12 @@ namespace Zarn {
 /// Inside a handler of a `Vell::RangeException`: throws it on as a failure of `attribute`, in whose
 /// text it happened.
 [[noreturn]] void rethrowFromDeserializeAttr(std::string_view attribute);
+
+/// The live node at that address, or null.
+template <class Node>
+Vell::Ptr<Node> nodeAt(U64 address) {
+  return address == 0 ? nullptr : std::remove_const_t<Node>::atAddress(address);
+}
 
 /// The unread rest of a text. Reading moves it on; a failed reading throws.
 class CharRange {
@@ -100,6 +107,15 @@ class CharRange {
     else
       deserializeAttr(name, value.emplace());
   }
+  /// A pointer reads as the address of a live node of its class, or 0.
+  template <class Node>
+  void deserializeAttr(std::string_view name, Vell::Ptr<Node>& value) {
+    try {
+      value = sequenceToValueOfPtr<Node>();
+    } catch (Vell::RangeException const&) {
+      rethrowFromDeserializeAttr(name);
+    }
+  }
   /// A class that reads itself brings `deserialize(CharRange&, name)`.
   template <class V>
   requires requires(V& value, CharRange& range, std::string_view name) {
@@ -107,12 +123,23 @@ class CharRange {
   }
   void deserializeAttr(std::string_view name, V& value) { value.deserialize(*this, name); }
 
+  /// Reads an address and finds what lies there.
+  template <class Node>
+  Vell::Ptr<Node> sequenceToValueOfPtr() {
+    auto const at = position_;
+    U64 const address = number("address", std::numeric_limits<U64>::max());
+    auto node = nodeAt<Node>(address);
+    if (address != 0 && !node) cannotConvert(at, "no live object of the class lies there");
+    return node;
+  }
+
   /// Refuses anything that is left over.
   void needEnd(std::string_view name) const;
 
  private:
   void need(std::string_view literal, std::string_view name);
   U64 number(std::string_view name, U64 largest);
+  [[noreturn]] static void cannotConvert(std::size_t position, std::string_view problem);
   std::string_view rest() const { return text_.substr(position_); }
 
   std::string_view text_;

@@ -13,6 +13,7 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -20,12 +21,19 @@
 #include <type_traits>
 
 #include "platform/vell/Assert.h"
+#include "platform/vell/Inspect.h"
 #include "platform/vell/ModuleInspectData.h"
 #include "platform/vell/Types.h"
 #include "platform/vell/Value.h"
 #include "platform/zarn/CharRange.h"
 
 namespace Zarn {
+
+/// Whether a field tells one object from another.
+enum class FieldRole : U8 {
+  identity,  ///< part of equality, order and the non-default test
+  result,    ///< worked out from the others; two objects that differ in it alone are equal
+};
 
 template <class Owner, class Member>
 struct Field {
@@ -34,11 +42,13 @@ struct Field {
   U32 id;
   std::string_view name;
   Member Owner::*member;
+  FieldRole role = FieldRole::identity;
 };
 
 template <class Owner, class Member>
-constexpr Field<Owner, Member> field(U32 id, std::string_view name, Member Owner::*member) {
-  return {id, name, member};
+constexpr Field<Owner, Member> field(U32 id, std::string_view name, Member Owner::*member,
+                                     FieldRole role = FieldRole::identity) {
+  return {id, name, member, role};
 }
 
 template <class... Fields>
@@ -104,6 +114,28 @@ struct FieldType<T> {
   }
 };
 
+/// Where a node lies, as a number: what a pointer is compared by and told as.
+template <class Node>
+U64 addressOf(Vell::Ptr<Node> const& pointer) {
+  return reinterpret_cast<std::uintptr_t>(pointer.get());
+}
+
+/// A pointer is told as its address. The class of the node brings `atAddress(U64)`, which finds a
+/// live node again.
+template <class Node>
+struct FieldType<Vell::Ptr<Node>> {
+  static constexpr auto kind = Vell::AttributeKind::field;
+  static constexpr auto shape = Vell::ValueShape::pointer;
+  static constexpr U8 bits = 64;
+  static Vell::Value toValue(Vell::Ptr<Node> const& pointer) { return addressOf(pointer); }
+  static void fromValue(Vell::Ptr<Node>& field, Vell::Value const& value) {
+    auto node = nodeAt<Node>(*value.number());
+    if (!node && *value.number() != 0)
+      throw Vell::ArgumentError("no live object of the class lies at that address");
+    field = std::move(node);
+  }
+};
+
 /// A field type that is a collection inside the object.
 template <class T>
 concept CollectionField = FieldType<T>::kind == Vell::AttributeKind::collection;
@@ -127,8 +159,8 @@ struct FieldOps {
     if (&a == &b) return true;
     return std::apply(
         [&](auto const&... each) {
-          return ((isCollection(each) || a.*each.member == b.*each.member) && ...) &&
-                 ((!isCollection(each) || a.*each.member == b.*each.member) && ...);
+          return ((isCollection(each) || isEqual(each, a, b)) && ...) &&
+                 ((!isCollection(each) || isEqual(each, a, b)) && ...);
         },
         Class::fields().fields);
   }
@@ -139,7 +171,9 @@ struct FieldOps {
     int result = 0;
     std::apply(
         [&](auto const&... each) {
-          (((result = compareField(a.*each.member, b.*each.member)) == 0) && ...);
+          ((each.role == FieldRole::result ||
+            (result = compareField(a.*each.member, b.*each.member)) == 0) &&
+           ...);
         },
         Class::fields().fields);
     return result;
@@ -240,6 +274,10 @@ struct FieldOps {
   static constexpr bool isCollection(Each const&) {
     return CollectionField<typename Each::Type>;
   }
+  template <class Each>
+  static bool isEqual(Each const& field, Class const& a, Class const& b) {
+    return field.role == FieldRole::result || a.*field.member == b.*field.member;
+  }
   template <class Type>
   static constexpr U8 keyBits() {
     if constexpr (CollectionField<Type>)
@@ -251,6 +289,15 @@ struct FieldOps {
   static int compareField(V const& a, V const& b) {
     auto const order = a <=> b;
     return order < 0 ? -1 : (order > 0 ? 1 : 0);
+  }
+  /// Pointers by address.
+  template <class Node>
+  static int compareField(Vell::Ptr<Node> const& a, Vell::Ptr<Node> const& b) {
+    return compareField(addressOf(a), addressOf(b));
+  }
+  template <class Node>
+  static std::ostream& writeField(std::ostream& out, Vell::Ptr<Node> const& pointer) {
+    return out << Vell::concatenate("0x", std::hex, addressOf(pointer));
   }
   template <class V>
   static std::ostream& writeField(std::ostream& out, V const& value) {

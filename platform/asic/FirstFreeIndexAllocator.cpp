@@ -1,0 +1,73 @@
+#include "platform/asic/FirstFreeIndexAllocator.h"
+
+#include <bit>
+
+#include "platform/vell/Assert.h"
+
+namespace Asic {
+
+void BitmapTree::grow(U32 before, U32 size) {
+  std::size_t words = (U64{size} + 63) / 64;
+  levels_[0].resize(words);
+  for (std::size_t level = 1; words > 1; ++level) {
+    if (levels_.size() == level) {
+      levels_.emplace_back();
+      // A level that is new tells of all that lies below it.
+      auto const& below = levels_[level - 1];
+      levels_[level].resize((words + 63) / 64);
+      for (std::size_t i = 0; i < below.size(); ++i)
+        if (below[i] != 0) levels_[level][i / 64] |= U64{1} << i % 64;
+    }
+    words = (words + 63) / 64;
+    levels_[level].resize(words);
+  }
+  for (U32 number = before; number < size; ++number) insert(number);
+}
+
+U32 BitmapTree::lowest() const {
+  U64 at = 0;
+  for (std::size_t level = levels_.size(); level-- > 0;) {
+    if (levels_[level].empty() || levels_[level][at] == 0) return none;
+    at = at * 64 + static_cast<U32>(std::countr_zero(levels_[level][at]));
+  }
+  return static_cast<U32>(at);
+}
+
+void BitmapTree::insert(U32 number) {
+  std::size_t at = number;
+  for (auto& level : levels_) {
+    auto& word = level[at / 64];
+    bool const isTold = word != 0;
+    word |= U64{1} << at % 64;
+    if (isTold) return;
+    at /= 64;
+  }
+}
+
+void BitmapTree::erase(U32 number) {
+  std::size_t at = number;
+  for (auto& level : levels_) {
+    auto& word = level[at / 64];
+    word &= ~(U64{1} << at % 64);
+    if (word != 0) return;
+    at /= 64;
+  }
+}
+
+Index FirstFreeIndexAllocator::take(U32 count) {
+  VELL_ASSERT(count == 1, "count == 1", "single indices are allocated here, not runs of ", count);
+  U32 const lowest = free_.lowest();
+  if (lowest == BitmapTree::none) return {};
+  free_.erase(lowest);
+  return lowest;
+}
+
+bool FirstFreeIndexAllocator::takeAt(Index first, U32) {
+  if (!free_.has(first.value())) return false;
+  free_.erase(first.value());
+  return true;
+}
+
+void FirstFreeIndexAllocator::giveBack(Index first, U32) { free_.insert(first.value()); }
+
+}  // namespace Asic

@@ -1,0 +1,42 @@
+// An allocator of single indices: a new key gets the lowest free one.
+//
+// A hierarchical bitmap: a bit of a word of the lowest level is a free index, a bit of a higher
+// level a word below that has one. Taking and giving back look at one word a level, four for a
+// million indices, and scan nothing at any occupancy.
+
+#pragma once
+
+#include <vector>
+
+#include "platform/asic/GenericIndexAllocator.h"
+
+namespace Asic {
+
+/// A set of numbers below a size, by words of 64 bits and summaries of them.
+class BitmapTree {
+ public:
+  static constexpr U32 none = 0xFFFFFFFF;
+
+  /// Numbers from `before` up to `size` join the set.
+  void grow(U32 before, U32 size);
+  /// The lowest number; `none` if there is none.
+  U32 lowest() const;
+  bool has(U32 number) const { return levels_[0][number / 64] >> number % 64 & 1; }
+  void insert(U32 number);
+  void erase(U32 number);
+
+ private:
+  std::vector<std::vector<U64>> levels_{1};  ///< level 0 holds the numbers themselves
+};
+
+class FirstFreeIndexAllocator : public GenericIndexAllocator {
+ private:
+  Index take(U32 count) override;
+  bool takeAt(Index first, U32 count) override;
+  void giveBack(Index first, U32 count) override;
+  void grow(U32 before, U32 size) override { free_.grow(before, size); }
+
+  BitmapTree free_;
+};
+
+}  // namespace Asic

@@ -1,0 +1,153 @@
+#include "platform/asic/GenericIndexAllocator.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "platform/vell/Assert.h"
+#include "platform/zarn/Hash.h"
+
+namespace Asic {
+
+GenericIndexAllocator::~GenericIndexAllocator() {
+  nodeFlagSet(freedAtZeroFlag, false);
+  auto const records = std::exchange(records_, {});
+}
+
+// ---- tables ----
+
+void GenericIndexAllocator::setTableAttr(SwTable const& table, TableAttr attr) {
+  VELL_ASSERT(attr.keys && attr.holds, "attr.keys && attr.holds",
+              "a table enters an allocator without saying what its keys are");
+  keyTypes_[{attr.keyType.module, attr.keyType.number}] = attr.keys;
+  tableAttr_.insert_or_assign(&table, std::move(attr));
+}
+
+void GenericIndexAllocator::tableAttrDel(SwTable const& table) {
+  auto const left = tableAttr_.extract(&table);
+  if (left.empty()) return;
+  std::vector<Index> orphans;
+  for (auto const& [hash, record] : records_)
+    if (record->type == left.mapped().keyType && !isHeldBeside(*record, nullptr))
+      orphans.push_back(record->first);
+  for (auto const index : orphans) markIndexAvailable(index, left.mapped().keyType);
+}
+
+void GenericIndexAllocator::sizeIs(U32 indices) {
+  U32 const wanted = indices == 0 ? sizeIfUnknown : std::min(indices, Index::exhausted);
+  if (wanted <= size_) return;
+  auto const before = std::exchange(size_, wanted);
+  grow(before, size_);
+}
+
+/// Whether a table has the record's key: any but `asking`, if that is given.
+bool GenericIndexAllocator::isHeldBeside(Record const& record, SwTable const* asking) const {
+  return std::ranges::any_of(tableAttr_, [&](auto const& each) {
+    return each.first != asking && each.second.keyType == record.type &&
+           each.second.holds(record.key);
+  });
+}
+
+// ---- keys ----
+
+IndexKeyType const& GenericIndexAllocator::keysOf(Vell::ZarnType type) const {
+  auto const found = keyTypes_.find({type.module, type.number});
+  VELL_ASSERT(found != keyTypes_.end(), "the key's type has entered with a table",
+              type.module ? type.data().name : "no type");
+  return *found->second;
+}
+
+U64 GenericIndexAllocator::hashOf(Vell::ZarnType type, IndexKeyType const& keys, void const* key) {
+  return U64{keys.hash(key, type.number)};
+}
+
+auto GenericIndexAllocator::find(Vell::ZarnType type, void const* key) const
+    -> Records::const_iterator {
+  auto const& keys = keysOf(type);
+  auto const [first, last] = records_.equal_range(hashOf(type, keys, key));
+  auto const found = std::find_if(first, last, [&](auto const& each) {
+    return each.second->type == type && keys.isEq(each.second->key, key);
+  });
+  return found == last ? records_.end() : found;
+}
+
+auto GenericIndexAllocator::recordAt(Index index) const -> Record const* {
+  return index.value() < byIndex_.size() ? byIndex_[index.value()] : nullptr;
+}
+
+Index GenericIndexAllocator::indexForKey(Vell::ZarnType keyType, void const* key) const {
+  auto const found = find(keyType, key);
+  return found == records_.end() ? Index() : found->second->first;
+}
+
+auto GenericIndexAllocator::keyForIndex(Index index, Vell::ZarnType) const -> KeyForIndex {
+  KeyForIndex answer;
+  if (auto const* const record = recordAt(index)) {
+    answer.gif_.type_ = record->type;
+    answer.gif_.key_ = record->key;
+  }
+  return answer;
+}
+
+U32 GenericIndexAllocator::getBlockSize(Vell::ZarnType keyType, void const* key) const {
+  return runOf(keyType, keysOf(keyType), key);
+}
+
+bool GenericIndexAllocator::isIndexVerticallyShared(Index index, Vell::ZarnType,
+                                                    SwTable const& asking) const {
+  auto const* const record = recordAt(index);
+  if (!record) return false;
+  auto const own = tableAttr_.find(&asking);
+  bool const isOwn = own != tableAttr_.end() && own->second.keyType == record->type &&
+                     own->second.holds(record->key);
+  return !isOwn && isHeldBeside(*record, &asking);
+}
+
+// ---- indices ----
+
+Index GenericIndexAllocator::newRun(Vell::ZarnType keyType, void const* key, U32 count) {
+  if (auto const held = indexForKey(keyType, key); !held.isExhausted()) return held;
+  if (count == 0) return {};
+  auto const first = take(count);
+  if (!first.isExhausted()) enter(keyType, key, first, count);
+  return first;
+}
+
+bool GenericIndexAllocator::requestIndexForKey(Index index, Vell::ZarnType keyType,
+                                               void const* key) {
+  if (auto const held = indexForKey(keyType, key); !held.isExhausted()) return held == index;
+  U32 const count = getBlockSize(keyType, key);
+  if (count == 0 || index.value() >= size_ || count > size_ - index.value()) return false;
+  if (!takeAt(index, count)) return false;
+  enter(keyType, key, index, count);
+  return true;
+}
+
+void GenericIndexAllocator::enter(Vell::ZarnType type, void const* key, Index first, U32 count) {
+  auto const& keys = keysOf(type);
+  auto record = std::make_unique<Record>(type, &keys, key, first, count);
+  U64 const end = U64{first.value()} + count;
+  if (byIndex_.size() < end) byIndex_.resize(std::max(end, byIndex_.size() * U64{2}));
+  std::fill_n(byIndex_.begin() + first.value(), count, record.get());
+  used_ += count;
+  records_.emplace(hashOf(type, keys, key), std::move(record));
+}
+
+void GenericIndexAllocator::release(Records::const_iterator at) {
+  auto const node = records_.extract(at);
+  auto const& record = *node.mapped();
+  std::fill_n(byIndex_.begin() + record.first.value(), record.count, nullptr);
+  used_ -= record.count;
+  giveBack(record.first, record.count);
+}
+
+void GenericIndexAllocator::markIndexAvailable(Index index, Vell::ZarnType) {
+  if (auto const* const record = recordAt(index)) release(find(record->type, record->key));
+}
+
+void GenericIndexAllocator::releaseIndexFromTable(Vell::ZarnType keyType, void const* key,
+                                                  SwTable const& table) {
+  auto const found = find(keyType, key);
+  if (found != records_.end() && !isHeldBeside(*found->second, &table)) release(found);
+}
+
+}  // namespace Asic

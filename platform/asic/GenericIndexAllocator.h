@@ -1,0 +1,174 @@
+// Index allocators: who holds which hardware index, for tables whose keys do not say.
+//
+// A key passes as the type of its class and a pointer, so that keys of several types lie side by
+// side in one allocator. The allocator keeps a copy of each key that holds an index; two keys are
+// the same if their types and their values are.
+//
+// Several tables of one hardware table share an allocator. Each enters with the type of its keys
+// and a way to ask whether it has a key, and leaves when it ends.
+//
+// Invariants
+//  1. An index belongs to at most one key; a key holds at most one index, or one run of consecutive
+//     ones. A key's index does not move.
+//  2. An index is free only after the last table that has its key let go of it
+//     (`releaseIndexFromTable`), or after `markIndexAvailable`.
+//  3. A key's copy is destroyed when the allocator is whole again: its end may call back.
+//
+// Which indices a new key gets is the affair of the class derived from this one.
+//
+// Threading: the thread of the owning agent.
+
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "platform/asic/Index.h"
+#include "platform/asic/IndexKeyType.h"
+#include "platform/vell/Node.h"
+#include "platform/vell/Ptr.h"
+
+namespace Asic {
+
+class SwTable;
+
+/// How one table takes part in an allocator.
+struct TableAttr {
+  Vell::ZarnType keyType;
+  IndexKeyType const* keys = nullptr;
+  /// Whether the table's key collection has the key.
+  std::function<bool(void const* key)> holds;
+};
+
+class GenericIndexAllocator : public Vell::Node {
+ public:
+  /// Indices of a hardware table whose chip does not say how many it has.
+  static constexpr U32 sizeIfUnknown = 1u << 20;
+
+  /// A key as an allocator gives it out: good until the allocator is next changed.
+  class Gif {
+   public:
+    Vell::ZarnType type() const { return type_; }
+    /// The key, if it is of that type; else null.
+    void const* voidPtrIs(Vell::ZarnType type) const { return type == type_ ? key_ : nullptr; }
+
+   private:
+    friend class GenericIndexAllocator;
+    Vell::ZarnType type_;
+    void const* key_ = nullptr;
+  };
+  /// The answer to `keyForIndex`.
+  class KeyForIndex {
+   public:
+    /// Null if no key holds the index.
+    Gif const* getGif() const { return gif_.key_ ? &gif_ : nullptr; }
+
+   private:
+    friend class GenericIndexAllocator;
+    Gif gif_;
+  };
+
+  // Set-up.
+
+  /// Enters the table, or changes how it takes part.
+  void setTableAttr(SwTable const& table, TableAttr attr);
+  bool tableAttrHas(SwTable const& table) const { return tableAttr_.contains(&table); }
+  U32 tableAttrs() const { return static_cast<U32>(tableAttr_.size()); }
+  /// The table leaves: what it alone held is free.
+  void tableAttrDel(SwTable const& table);
+  /// The number of indices, as each table that enters says it: 0 if its chip does not tell, which
+  /// stands for `sizeIfUnknown`. It may grow; fewer than there are now is ignored.
+  void sizeIs(U32 indices);
+  U32 size() const { return size_; }
+  /// Ends the set-up: settings are fixed from here on.
+  void initializedIs(bool initialized) { initialized_ = initialized; }
+  bool initialized() const { return initialized_; }
+
+  // Keys and indices. The type of a key must have entered with a table.
+
+  /// Indices in use, by all tables.
+  U32 totalUsedIndices() const { return used_; }
+  /// The key's index if it has one, else a new one; exhausted if there is none.
+  Index newIndexForKey(Vell::ZarnType keyType, void const* key) { return newRun(keyType, key, 1); }
+  /// The key gets this index: true if it has it now. False, and nothing changed, if the index is
+  /// another's, or the key holds another index, or there is no such index.
+  bool requestIndexForKey(Index index, Vell::ZarnType keyType, void const* key);
+  /// The same, for an index at which the key's entry was found in the hardware.
+  bool recoverIndexForKey(Index index, Vell::ZarnType keyType, void const* key) {
+    return requestIndexForKey(index, keyType, key);
+  }
+  /// The key's index, the first of its run; exhausted if it has none.
+  Index indexForKey(Vell::ZarnType keyType, void const* key) const;
+  /// The key that holds the index, also inside a run, whatever its type.
+  KeyForIndex keyForIndex(Index index, Vell::ZarnType keyType) const;
+  /// Indices that the key takes.
+  U32 getBlockSize(Vell::ZarnType keyType, void const* key) const;
+  bool isIndexAssigned(Index index, Vell::ZarnType) const { return recordAt(index) != nullptr; }
+  /// Whether a key that `asking` does not have owns the index through another table.
+  bool isIndexVerticallyShared(Index index, Vell::ZarnType keyType, SwTable const& asking) const;
+  /// The index is free; its key, if it has one, loses all that it holds.
+  void markIndexAvailable(Index index, Vell::ZarnType keyType);
+  /// The key holds no index for this table. Its index is free unless another table has the key.
+  void releaseIndexFromTable(Vell::ZarnType keyType, void const* key, SwTable const& table);
+
+ protected:
+  GenericIndexAllocator() = default;
+  ~GenericIndexAllocator() override;
+
+  /// The key's index, or the first of a new run of `count`.
+  Index newRun(Vell::ZarnType keyType, void const* key, U32 count);
+  bool hasUsedIndices() const { return used_ != 0; }
+
+ private:
+  /// A key that holds indices.
+  struct Record {
+    Vell::ZarnType type;
+    IndexKeyType const* keys;
+    void* key;
+    Index first;
+    U32 count;
+
+    Record(Vell::ZarnType keyType, IndexKeyType const* ops, void const* value, Index index, U32 run)
+        : type(keyType), keys(ops), key(ops->copy(value)), first(index), count(run) {}
+    Record(Record const&) = delete;
+    Record& operator=(Record const&) = delete;
+    ~Record() { keys->destroy(key); }
+  };
+  using RecordPtr = std::unique_ptr<Record>;
+  /// By the hash of the key; keys of one type and hash are compared.
+  using Records = std::unordered_multimap<U64, RecordPtr>;
+
+  // What the free indices are kept in.
+
+  /// Takes a run of `count` free indices; exhausted if there is none.
+  virtual Index take(U32 count) = 0;
+  /// Takes just these; false if one of them is not free, or the run may not lie there.
+  virtual bool takeAt(Index first, U32 count) = 0;
+  virtual void giveBack(Index first, U32 count) = 0;
+  /// There are `size` indices from now on, `before` until now.
+  virtual void grow(U32 before, U32 size) = 0;
+  /// Indices that a key takes: 1 unless its type is allocated in blocks.
+  virtual U32 runOf(Vell::ZarnType, IndexKeyType const&, void const*) const { return 1; }
+
+  IndexKeyType const& keysOf(Vell::ZarnType type) const;
+  static U64 hashOf(Vell::ZarnType type, IndexKeyType const& keys, void const* key);
+  Records::const_iterator find(Vell::ZarnType type, void const* key) const;
+  Record const* recordAt(Index index) const;
+  void enter(Vell::ZarnType type, void const* key, Index first, U32 count);
+  void release(Records::const_iterator at);
+  bool isHeldBeside(Record const& record, SwTable const* asking) const;
+
+  std::unordered_map<SwTable const*, TableAttr> tableAttr_;
+  std::map<std::pair<void const*, U32>, IndexKeyType const*> keyTypes_;
+  Records records_;
+  std::vector<Record const*> byIndex_;  ///< as long as the highest index that was ever held
+  U32 used_ = 0;
+  U32 size_ = 0;
+  bool initialized_ = false;
+};
+
+}  // namespace Asic

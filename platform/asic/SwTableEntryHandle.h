@@ -1,0 +1,38 @@
+// The base of the handles that a table keeps in a collection of its own.
+//
+// Invariants
+//  1. For a handle in its table's collection: use count = uses held by others + 1 if the table's
+//     own use counts.
+//  2. The table's use counts unless the entry is only referenced; from `doAmendReferences` on it
+//     counts whatever the type, so that the handle can be taken out of the collection and released
+//     once.
+
+#pragma once
+
+#include "platform/asic/SwTable.h"
+
+namespace Asic {
+
+class SwTable::EntryHandle : public SwTableBase::EntryHandle {
+ public:
+  /// Makes the table's own use count.
+  void doAmendReferences() { tableUseIs(TableUse::counted); }
+
+  /// Whether the table's own use is part of the count. Telling it to count takes a use, telling it
+  /// not to gives one back, which may be the last.
+  enum class TableUse : U8 { counted, uncounted };
+  TableUse tableUse() const { return tableUse_; }
+  void tableUseIs(TableUse use);
+
+  /// Moves with every commit of the entry, so that an operation that let others run can tell
+  /// whether the entry was committed anew meanwhile.
+  U32 commits() const { return commits_; }
+  /// The entry belongs to the table now: its use counts.
+  void committed();
+
+ private:
+  TableUse tableUse_ = TableUse::counted;
+  U32 commits_ = 0;
+};
+
+}  // namespace Asic

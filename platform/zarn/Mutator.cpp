@@ -1,0 +1,13 @@
+#include "platform/zarn/Mutator.h"
+
+#include "platform/vell/Assert.h"
+
+namespace Zarn::Impl {
+
+void throwMutatorReinstantiating(U32 fieldId, void const* asked, void const* existing) {
+  throw MutatorException(Vell::concatenate("the element exists with another attribute 0x", std::hex,
+                                           fieldId, ": ", existing, ", and ", asked,
+                                           " was asked for; delete it first, or ask for the same"));
+}
+
+}  // namespace Zarn::Impl

@@ -1,0 +1,23 @@
+// Errors of mutators: the operations that make, store and delete the elements of a collection.
+
+#pragma once
+
+#include <stdexcept>
+
+#include "platform/vell/Types.h"
+
+namespace Zarn {
+
+/// A mutator was asked for something that contradicts what is there.
+class MutatorException : public std::logic_error {
+ public:
+  using logic_error::logic_error;
+};
+
+namespace Impl {
+
+/// An element exists, and was made with another value of the attribute `fieldId` than `asked`.
+[[noreturn]] void throwMutatorReinstantiating(U32 fieldId, void const* asked, void const* existing);
+
+}  // namespace Impl
+}  // namespace Zarn
