@@ -45,7 +45,8 @@ class AccessorBase {
 
   void doInitComplete();
 
- protected:
+  // For the accessor's and the table's own operations alike.
+
   /// The always-on message that an operation begins with.
   template <OperationName operation, Fennlog::Time time = Fennlog::Time::now>
   static void message() {
@@ -58,6 +59,8 @@ class AccessorBase {
     if (traceHandle_.on(level)) [[unlikely]]
       traceHandle_.write(T::names.qualified, " : ", operation, parts...);
   }
+
+ protected:
   /// Begins a sync, which needs a hardware table.
   void beginSyncEntries() const;
   /// Traces the summary of the reconciliation, the last step of every purge.

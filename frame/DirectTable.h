@@ -19,9 +19,9 @@
 
 #include "containers/HashMap2018.h"
 #include "containers/HashMap2018Iterator.h"
-#include "frame/DirectTableUtil.h"
 #include "frame/EntryIterator.h"
 #include "frame/Sheet.h"
+#include "frame/TableUtil.h"
 #include "frame/Trait.h"
 #include "frame/UtilLoader.h"
 #include "frame/Variants.h"
@@ -38,8 +38,9 @@ template <class T, DirectSheet Sheet>
 class DirectTable : public SwKnownIndexTable, public Bruvel::Allocated<T> {
  public:
   using Key = typename Sheet::Key;
+  using UtilKey = Key;  ///< what the chip hooks are told
   using Entry = typename Sheet::Entry;
-  using Util = DirectTableUtil<T>;
+  using Util = TableUtil<T>;
   using UtilLoader = TableUtilLoader<T>;
   using ResolvedEntryMap =
       Zarn::HashMap2018<Zarn::HN<Key, Zarn::Optional<Entry>, Sheet::maps.resolvedEntry>>;

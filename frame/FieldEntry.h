@@ -59,12 +59,20 @@ class EntryReflection {
   }
   static constexpr auto attributes_ = makeAttributes();
 
+  /// Fields that refer to an entry of another table.
+  static constexpr U64 dependentFields() {
+    if constexpr (requires { E::numDependentFields; })
+      return E::numDependentFields;
+    else
+      return 0;
+  }
+
   static U32 hash(void const* object) { return static_cast<E const*>(object)->hash(0); }
   static Vell::Value makeValue() { return toValue(E{}); }
   static Vell::Value get(void const* object, Vell::AttributeData const& attribute) {
     if (attribute.kind == Vell::AttributeKind::constant)
       return attribute.shape == Vell::ValueShape::boolean ? Vell::Value(false)
-                                                          : Vell::Value(U64{0});
+                                                          : Vell::Value(dependentFields());
     return Zarn::FieldOps<E>::get(*static_cast<E const*>(object), attribute.id);
   }
   static void set(void* object, Vell::AttributeData const& attribute, Vell::Value const& value) {

@@ -27,6 +27,19 @@ struct DirectMapConstants {
   U32 syncedEntry;
 };
 
+/// The same of a table of blocks.
+struct BlockMapConstants {
+  U32 entryHandle;
+  U32 resolvedEntryBlock;
+  U32 unresolvedEntryBlock;
+};
+
+/// The same of a table whose keys take one index each.
+struct HandleMapConstants {
+  U32 entryHandle;
+  U32 resolvedEntry;
+};
+
 template <class S>
 concept DirectSheet = requires {
   { S::names } -> std::convertible_to<TableNames>;

@@ -1,4 +1,4 @@
-// What a chip plug-in implements for a direct table, and the loader that finds it.
+// What a chip plug-in implements for a table that writes its hardware.
 //
 // The life of a hook object, in the order of calls; `docs/plugin-guide.md` tells it with examples:
 //
@@ -12,6 +12,10 @@
 //  6. `hwTableEntryIs`, `hwTableEntryDel`: after return the hardware holds, or no longer holds, the
 //     entry. The table has its new value already; its watchers have not heard of it yet.
 //
+// In a table whose entries have handles, the key of every hook is the hardware index of one row: an
+// entry that takes several rows is written, compared and deleted row by row, and the table alone
+// knows which rows belong together. There a tracker operation comes before each row's write.
+//
 // No hook can fail as far as a table sees. A hook may call the table; it must not throw.
 
 #pragma once
@@ -23,12 +27,12 @@
 namespace Asic {
 
 template <class T>
-class DirectTableUtil : public SwTable::Util {
+class TableUtil : public SwTable::Util {
  public:
-  using Key = typename T::Key;
+  using Key = typename T::UtilKey;
   using Entry = typename T::Entry;
 
-  explicit DirectTableUtil(Vell::String name = Vell::String(T::names.qualified))
+  explicit TableUtil(Vell::String name = Vell::String(T::names.qualified))
       : SwTable::Util(std::move(name)) {}
 
   Vell::ZarnType typeData() const override { return {&T::module(), T::utilTypeNumber}; }

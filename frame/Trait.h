@@ -24,4 +24,16 @@ inline constexpr bool isKeyTable =
 template <class T>
 inline constexpr bool writesHardware = T::writeAccess;
 
+/// The table's indices come from an allocator, and its entries have handles.
+template <class T>
+inline constexpr bool isUnknownIndexTable = requires {
+  typename T::IndexAllocator;
+};
+
+/// Entries need entries of other tables, and wait for them in records.
+template <class T>
+inline constexpr bool needsEntries = requires {
+  typename T::UnresolvedRecord;
+};
+
 }  // namespace Asic::Trait

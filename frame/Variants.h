@@ -3,11 +3,13 @@
 //
 //   if the table only reads its hardware:                         ReadAccessor
 //   if the client knows the key (an index, or a structured key):  DirectAccessor
+//   if an allocator gives the index:                              BlockAccessor
 //
 // A table that needs something else is described by a trait; nothing tests for a concrete table.
 
 #pragma once
 
+#include "frame/BlockAccessor.h"
 #include "frame/DirectAccessor.h"
 #include "frame/ReadAccessor.h"
 #include "frame/Trait.h"
@@ -21,6 +23,9 @@ template <class T>
 concept DirectTableClass = Trait::writesHardware<T> &&
     (Trait::isKnownIndexTable<T> || Trait::isKeyTable<T>);
 
+template <class T>
+concept BlockTableClass = Trait::writesHardware<T> && Trait::isUnknownIndexTable<T>;
+
 /// Names the variant for `T`; a table class of no known kind does not compile.
 template <class T>
 struct AccessorVariant;
@@ -33,6 +38,11 @@ struct AccessorVariant<T> {
 template <DirectTableClass T>
 struct AccessorVariant<T> {
   using Type = DirectAccessor<T>;
+};
+
+template <BlockTableClass T>
+struct AccessorVariant<T> {
+  using Type = BlockAccessor<T>;
 };
 
 template <class T>

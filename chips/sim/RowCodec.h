@@ -75,6 +75,15 @@ struct FieldCodec<Member> {
   static std::string misfit(std::string_view, Member) { return {}; }
 };
 
+/// A pointer is the software's own and takes nothing of a row.
+template <class Node>
+struct FieldCodec<Vell::Ptr<Node>> {
+  static constexpr U32 bits = 0;
+  static void pack(BitWriter&, Vell::Ptr<Node> const&) {}
+  static void unpack(BitReader&, Vell::Ptr<Node>&) {}
+  static std::string misfit(std::string_view, Vell::Ptr<Node> const&) { return {}; }
+};
+
 /// A map of numbers takes a row's fixed number of slots: each a bit that says whether it is used,
 /// the key, the value; used slots first, in ascending order of the keys, so that equal maps are
 /// equal bits. Members beyond the slots are left out, those of the highest keys.

@@ -56,8 +56,8 @@ std::string SimChip::misfit(std::string_view tableName, Vell::Value const& key,
   Tables::forEach([&]<class Line>(Line) {
     using Table = typename Line::Table;
     if (Table::names.qualified != tableName) return;
-    if constexpr (Asic::DirectTableClass<Table>) {
-      using Key = typename Table::Key;
+    if constexpr (!Asic::ReadTableClass<Table>) {
+      using Key = typename Table::UtilKey;
       using Entry = typename Table::Entry;
       why = KeyRows<Key>::misfit(Asic::KeyValue<Key>::fromValue(key), Line::rows);
       if (why.empty())

@@ -1,4 +1,6 @@
-// The simulated chip's hooks for direct tables.
+// The simulated chip's hooks for tables that write their hardware.
+//
+// Entries with handles are written to the end by their table, so their index is known at the write.
 //
 // A key without a value keeps its row: valid, with every field 0. The next process finds it as a
 // row like any other, so that it is claimed by a commit or deleted as stale, and never forgotten.
@@ -12,19 +14,22 @@
 #include "chips/sim/KeyRows.h"
 #include "chips/sim/RowCodec.h"
 #include "chips/sim/SimHwTable.h"
-#include "frame/DirectTable.h"
+#include "frame/TableUtil.h"
+#include "frame/Trait.h"
 
 namespace Sim {
 
 template <class T>
-class SimUtil final : public Asic::DirectTableUtil<T> {
+class SimUtil final : public Asic::TableUtil<T> {
  public:
-  using Key = typename T::Key;
+  using Key = typename T::UtilKey;
   using Entry = typename T::Entry;
   using Codec = RowCodec<Entry>;
   using Rows = KeyRows<Key>;
 
-  explicit SimUtil(U32 rows) : rows_(rows) {}
+  explicit SimUtil(U32 rows) : rows_(rows) {
+    this->indexKnownAtWriteIs(Asic::Trait::isUnknownIndexTable<T>);
+  }
 
   U32 minIndex() const override { return 0; }
   U32 maxIndex() const override { return rows_ - 1; }

@@ -18,6 +18,8 @@
 #include "config/DlbEcmpPortControlSwTable.h"
 #include "config/DlbEcmpQualityMapSwTable.h"
 #include "config/DlbEcmpQuantizationThresholdSwTable.h"
+#include "forwarding/NextHopSwTable.h"
+#include "member/DlbEcmpMember1SwTable.h"
 
 namespace Sim {
 
@@ -69,6 +71,8 @@ inline constexpr U32 profiles = 4;  ///< of thresholds and of the quality map
 inline constexpr U32 ports = 256;   ///< that can be controlled
 inline constexpr U32 groups = 128;  ///< DLB ids: one bit each in the two enable tables
 inline constexpr U32 flowsets = 32768;
+inline constexpr U32 members = 131072;  ///< rows of blocks, in banks of a quarter each
+inline constexpr U32 nextHops = 4096;
 
 using Tables = SimTables<
     SimTable<TessarLoadBalance::DlbControlTable, 16>,
@@ -83,13 +87,20 @@ using Tables = SimTables<
     SimTable<TessarLoadBalance::DlbEcmpQualityMapTable, profiles * QualityMapRows::rowsOfProfile>,
     // A profile's thresholds, lowest band first.
     SimTable<TessarLoadBalance::DlbEcmpQuantizationThresholdTable,
-             profiles * QualityMapRows::levels>>;
+             profiles * QualityMapRows::levels>,
+    SimTable<TessarLoadBalance::DlbEcmpMember1Table, members>,
+    SimTable<Forwarding::NextHopTable, nextHops>>;
 
 /// The hooks' class for a kind of table.
 template <class T>
 struct UtilClass;
 
 template <Asic::DirectTableClass T>
+struct UtilClass<T> {
+  using Type = SimUtil<T>;
+};
+
+template <Asic::BlockTableClass T>
 struct UtilClass<T> {
   using Type = SimUtil<T>;
 };

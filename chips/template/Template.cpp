@@ -80,7 +80,7 @@ class Chip final : public Asic::Chip {
 };
 
 // The hooks of the table, in the order of their life. Every table gets an object of its own.
-class Util final : public Asic::DirectTableUtil<Table> {
+class Util final : public Asic::TableUtil<Table> {
  public:
   // Lowest and highest index; asked at any time, also before the chip is open.
   U32 minIndex() const override { return 0; }

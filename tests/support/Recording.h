@@ -14,6 +14,7 @@
 
 #include "containers/MapField.h"
 #include "frame/DirectTable.h"
+#include "frame/HandleTable.h"
 #include "platform/zarn/ValueText.h"
 
 namespace Testing {
@@ -68,7 +69,7 @@ U32 numberOf(Key const& key) {
 template <class T>
 class RecordingUtil : public T::Util {
  public:
-  using Key = typename T::Key;
+  using Key = typename T::UtilKey;
   using Entry = typename T::Entry;
   using Row = Zarn::Optional<Entry>;
 
@@ -82,6 +83,8 @@ class RecordingUtil : public T::Util {
     if (onEvent) onEvent(event);
   }
   std::vector<std::string> take() { return std::exchange(events, {}); }
+  /// Whether the table may tell the index of an entry itself when it has written it.
+  void indexKnownAtWriteIs(bool known) { T::Util::indexKnownAtWriteIs(known); }
 
   U32 minIndex() const override { return 2; }
   U32 maxIndex() const override { return 77; }
@@ -111,7 +114,14 @@ class RecordingUtil : public T::Util {
     }
   }
 
-  static std::string text(Row const& row) { return row ? Zarn::valueToStrep(*row) : "-"; }
+  static std::string text(Row const& row) { return row ? rowText(*row) : "-"; }
+  /// The text form, unless it would differ from run to run.
+  static std::string rowText(Entry const& entry) {
+    if constexpr (Asic::Trait::needsEntries<T>)
+      return Vell::concatenate(entry.neededIndex(), '/', std::to_string(entry.weightIdx));
+    else
+      return Zarn::valueToStrep(entry);
+  }
 };
 
 /// A table with its recording hooks, a hardware table, and a watcher of both collections.

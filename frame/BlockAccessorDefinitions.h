@@ -1,0 +1,476 @@
+// The operations of the generic logic of block tables. Included by the sources that instantiate
+// tables.
+
+#pragma once
+
+#include "containers/HashMap2018Iterator.h"
+#include "frame/BlockAccessor.h"
+#include "frame/HandleAccessorDefinitions.h"
+#include "platform/asic/UnresolvedEntry.h"
+
+namespace Asic {
+
+// ---- programming ----
+
+template <class T>
+void BlockAccessor<T>::handleEntry(Key const& key) {
+  this->template message<"handleEntry">();
+  trace(traceKey, "handleEntry", " key: ", key,
+        ", configReplayComplete: ", swTable_->configReplayComplete());
+  if (!swTable_->resolvedHas(key))
+    removeHwEntry(key);
+  else if (swTable_->configReplayComplete())
+    programHwEntry(key, EntryState::inProgress);
+  else
+    replayEntry(key);
+}
+
+template <class T>
+void BlockAccessor<T>::replayEntry(Key const& key) {
+  using enum ReconciliationStatus;
+  auto const status = reconcileSyncedEntry(key);
+  trace(traceKey, "handleEntry", ": reconcileStatus: ", status);
+  // Taken after the comparison, which may have given the key its index.
+  auto const hwIndex = this->doRetrieveHwIndex(key).value();
+  switch (status) {
+    case reconcileRewritten:
+      adoptIndex(key, hwIndex, status);
+      programHwEntry(key, EntryState::indexReconciled);
+      syncedRowsDel(hwIndex, T::blockSizeOf(key));
+      break;
+    case reconcileMatched:
+      adoptIndex(key, hwIndex, status);
+      syncedRowsDel(hwIndex, T::blockSizeOf(key));
+      break;
+    case reconcileNone:
+      // It waits for a suggestion, or for the end of the replay, in the state that both look for.
+      if (Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key))
+        handle->entryStateIs(EntryState::unresolved);
+      return;
+    case reconcileAdded:
+      programHwEntry(key, EntryState::inProgress);
+      break;
+    default:
+      VELL_ASSERT(false, "false", T::names.qualified, ": a replay cannot end in ", status);
+  }
+  swTable_->reconcilingEntryIs(false);
+  swTable_->updateStatistic(status);
+}
+
+/// Binds the handle to the place where the hardware holds its entry.
+template <class T>
+void BlockAccessor<T>::adoptIndex(Key const& key, Index hwIndex, ReconciliationStatus status) {
+  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
+  if (!handle) return;
+  swTable_->indexHelperDel(*handle);
+  handle->hwIndexIs(hwIndex);
+  if (status != ReconciliationStatus::reconcileMatched) return;
+  handle->entryStateIs(EntryState::indexReconciled);
+  handle->resolvedEntryStateIs(EntryState::indexReconciled);
+  this->doCompleteEntryHandleForTesting(key);
+}
+
+template <class T>
+void BlockAccessor<T>::syncedRowsDel(Index hwIndex, U32 rows) {
+  for (U32 i = 0; i < rows; ++i) swTable_->syncedEntryDel(hwIndex.value() + i);
+}
+
+template <class T>
+void BlockAccessor<T>::removeHwEntry(Key const& key) {
+  auto const hwIndex = this->doRetrieveHwIndex(key).value();
+  this->traceHwIndex(hwIndex);
+  auto const util = this->utilIfExists();
+  if (hwIndex.isExhausted()) {
+    if (util) trace(traceKey, "handleEntry", "No entry in HwTable for this key. Skip delete");
+    return;
+  }
+  if (util) {
+    trace(traceKey, "hwTableEntryDel", ": Deleting entry at key:", key);
+    for (U32 i = 0, rows = T::blockSizeOf(key); i < rows; ++i) {
+      U32 const row = hwIndex.value() + i;
+      util->updateHwIndexRefCountTracker(swTable_->hwTable(), row, Tracker::userRemove);
+      util->hwTableEntryDel(*swTable_, row);
+    }
+    if (!swTable_->configReplayComplete())
+      swTable_->updateStatistic(ReconciliationStatus::reconcileDeleted);
+  }
+  // The handle must not lead a dependent there, should the entry come back and wait.
+  if (Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key)) handle->hwIndexIs(Index());
+  // The rows are gone before the index is free.
+  Vell::Ptr<typename T::IndexAllocator> const allocator = swTable_->indexAllocator();
+  allocator->releaseIndexFromTable(T::keyType(), &key, *swTable_);
+}
+
+template <class T>
+void BlockAccessor<T>::programHwEntry(Key const& key, EntryState entryState) {
+  using enum SwTableBase::EntryState;
+  // Part of `handleEntry`, whose message is just written.
+  this->template message<"programHwEntry", Fennlog::Time::asMessageBefore>();
+  trace(traceKey, "programHwEntry", " key: ", key, ", entryState:", entryState);
+  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
+  if (handle) {
+    handle->entryStateIs(entryState);
+    handle->resolvedEntryStateIs(entryState);
+  }
+  auto const hwIndex = T::newIndex(*swTable_->indexAllocator(), key);
+  this->traceHwIndex(hwIndex);
+  if (auto const util = this->utilIfExists()) {
+    if (hwIndex.isExhausted() && T::blockSizeOf(key) != 0) {
+      VELL_ASSERT(entryState != indexReconciled, "entryState != indexReconciled()",
+                  T::names.qualified, " key ", key);
+      if (handle) handle->resolvedEntryStateIs(failedNoIndex);
+      return;
+    }
+    swTable_->reconcilingEntryIs(entryState == indexReconciled);
+    writeRows(*util, key, hwIndex);
+    if (handle) {
+      if (util->indexKnownAtWrite()) handle->hwIndexIs(hwIndex);
+      handle->resolvedEntryStateIs(success);
+    }
+  }
+  this->doCompleteEntryHandleForTesting(key);
+}
+
+template <class T>
+void BlockAccessor<T>::writeRows(Util const& util, Key const& key, Index hwIndex) {
+  trace(traceKey, "hwTableEntryIs", " : key: ", key);
+  auto const rows = swTable_->resolvedRows(key);
+  for (U32 i = 0, count = rows.blockSize(); i < count; ++i) {
+    U32 const row = hwIndex.value() + i;
+    bool const trackerKnowsIt =
+        swTable_->reconcilingEntry() && swTable_->syncedEntryMap().lookup(row);
+    if (!trackerKnowsIt && swTable_->resolvedKeyPrior() == SwTable::KeyPrior::noKey)
+      util.updateHwIndexRefCountTracker(swTable_->hwTable(), row, Tracker::userAdd);
+    util.hwTableEntryIs(*swTable_, row, rows.entry(i));
+  }
+}
+
+// ---- what an entry needs ----
+
+template <class T>
+template <class Record>
+void BlockAccessor<T>::initUnresolved(Record& record) {
+  auto const util = this->utilIfExists();
+  std::as_const(record).rows().forEach([&](SwTableBase::Index, Entry const& row) {
+    if (auto const& needed = row.neededEntryHandle();
+        needed && !SwTable::UnresolvedEntry::isUsable(*needed, util.get()))
+      record.neededEntryHandleSmIs(*needed);
+  });
+  if (record.neededEntryHandleSms() != 0) {
+    // One that failed before the watch began will not fail again.
+    if (record.neededEntryHasFailed()) markFailedNeededEntry(record);
+    return;
+  }
+  trace(traceLife, T::initUnresolvedName, ": Resolved block: ", static_cast<void const*>(&record));
+  doResolve(record);
+}
+
+template <class T>
+template <class Record>
+void BlockAccessor<T>::doResolve(Record& record) {
+  VELL_ASSERT(record.neededEntryHandleSms() == 0, "ue->neededEntryHandleSms() == 0",
+              "function should not have been called ", static_cast<void const*>(&record));
+  this->template message<"doResolve">();
+  record.rows().forEach([](SwTableBase::Index, Entry& row) {
+    if (auto const& needed = row.neededEntryHandle())
+      row.neededIndexIs(SwTableBase::getHwIndexForDependentField(*needed));
+  });
+  trace(traceLife, "doResolve", ": entryBlock: ", record.key());
+  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(record.key());
+  swTable_->resolvedIs(record);
+  swTable_->unresolvedDel(record.key());
+}
+
+template <class T>
+template <class Record>
+void BlockAccessor<T>::markFailedNeededEntry(Record& record) {
+  auto const key = record.key();
+  if (Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key))
+    handle->entryStateIs(EntryState::failedNeededEntry);
+}
+
+// ---- suggestions ----
+
+template <class T>
+void BlockAccessor<T>::handleIndexSuggestions(EntryHandle& handle, IndexSet const& indices) {
+  VELL_ASSERT(handle.entryState() == EntryState::unresolved, "eh->entryState() == unresolved()",
+              T::names.qualified, " key ", handle.key(), " state ", handle.entryState());
+  VELL_ASSERT(!swTable_->configReplayComplete(), "swTable_->configReplayInProgress()",
+              T::names.qualified, ": suggestions are for the replay");
+  constexpr std::string_view name = "handleIndexSuggestions";
+  trace(traceKey, name, ": eh:", static_cast<void const*>(&handle), ", key:", handle.key(),
+        ", numSuggestions:", indices.size());
+  Vell::Ptr<EntryHandle> const held(&handle);
+  auto const util = this->utilIfExists();
+  VELL_ASSERT(util, "util", T::names.qualified, ": a suggestion, and no hooks that found rows");
+  auto const helper = swTable_->indexHelperIs(handle);
+  for (auto const value : indices) {
+    if (handle.entryState() != EntryState::unresolved) return;  // settled by what was called
+    auto const index = util->dependentFieldValueToHwIndex(value);
+    if (helper->indexHas(index)) continue;  // dealt with
+    helper->indexIs(index);
+    trace(traceKey, name, ": hwIndex:", index);
+    if (processIndexSuggestion(handle, index)) return;
+  }
+}
+
+/// True if the suggestion settled the entry's index.
+template <class T>
+bool BlockAccessor<T>::processIndexSuggestion(EntryHandle& handle, Index index) {
+  constexpr std::string_view name = "processIndexSuggestion";
+  if (swTable_->indexAllocator()->keyForIndex(index, T::keyType()).getGif()) {
+    trace(traceKey, name, ": Index unavailable");
+    return false;
+  }
+  // An entry cannot sit where the hardware has no row.
+  for (U32 row = index.value(), i = 0; i < T::blockSizeOf(handle.key()); ++i, ++row) {
+    if (swTable_->syncedEntryMap().lookup(row)) continue;
+    trace(traceKey, name, "No synced entry at index:", row);
+    return false;
+  }
+  if (swTable_->resolvedHas(handle.key())) return adoptSuggestion(handle, index);
+  // A waiting entry has nothing to compare yet; the candidate stays for when it has.
+  if constexpr (Trait::needsEntries<T>)
+    if (auto const record = swTable_->unresolved(handle.key()))
+      suggestIndexToNeededTable(record->rows(), index);
+  return false;
+}
+
+template <class T>
+bool BlockAccessor<T>::adoptSuggestion(EntryHandle& handle, Index index) {
+  auto const key = handle.key();
+  trace(traceKey, "processIndexSuggestion", ": eh:", static_cast<void const*>(&handle),
+        ", key:", key, ", hwIndex:", index);
+  if (!reconcileUsingHwIndex(key, index, Compare::yes)) return false;
+  swTable_->updateStatistic(ReconciliationStatus::reconcileMatched);
+  handle.hwIndexIs(index);
+  handle.resolvedEntryStateIs(EntryState::indexReconciled);
+  this->doCompleteEntryHandleForTesting(key);
+  syncedRowsDel(index, T::blockSizeOf(key));
+  swTable_->indexHelperDel(handle);
+  return true;
+}
+
+/// By value: what is suggested may resolve the record that the block is part of.
+template <class T>
+void BlockAccessor<T>::suggestIndexToNeededTable(Rows block, Index baseIndex) {
+  constexpr std::string_view name = "suggestIndexToNeededTable";
+  U32 const size = block.getBlockSize();
+  trace(traceKey, name, ": swEntry:", block, ", baseIndex:", baseIndex, ", blockSize:", size);
+  for (U32 i = 0; i < size; ++i) {
+    auto const synced = swTable_->syncedEntry(baseIndex.value() + i);
+    auto const row = block.entry(i);
+    trace(traceKey, name, ": swEntry:", row, ", syncedEntry:", synced);
+    if (auto const& needed = row.neededEntryHandle();
+        needed && needed->entryState() == EntryState::unresolved)
+      SwTableBase::suggestIndicesToNeededEntryHandle(*needed, {synced.neededIndex()});
+  }
+}
+
+// ---- reconciliation ----
+
+template <class T>
+void BlockAccessor<T>::syncEntries() noexcept {
+  this->beginSyncEntries();
+  VELL_ASSERT(swTable_->resolvedCount() == 0, "!swTable_->resolvedEntryBlocks()",
+              T::names.qualified, ": sync must precede every commit");
+  if (auto const util = this->utilIfExists())
+    util->syncEntries(*swTable_->hwTable(), Vell::Ptr<T>(swTable_));
+}
+
+template <class T>
+ReconciliationStatus BlockAccessor<T>::reconcileSyncedEntry(Key const& key) {
+  using enum ReconciliationStatus;
+  if (swTable_->syncedEntryMap().empty()) return reconcileAdded;
+  auto const hwIndex = this->doRetrieveHwIndex(key).value();
+  if (!hwIndex.isExhausted())
+    return reconcileUsingHwIndex(key, hwIndex, Compare::yes) ? reconcileMatched
+                                                             : reconcileRewritten;
+  return reconcileUsingIndexHelper(key, Compare::yes).isExhausted() ? reconcileNone
+                                                                    : reconcileMatched;
+}
+
+template <class T>
+bool BlockAccessor<T>::reconcileUsingHwIndex(Key const& key, Index hwIndex, Compare compare) {
+  constexpr std::string_view name = "reconcileUsingHwIndex";
+  trace(traceKey, name, ": hwIndex:", hwIndex);
+  auto const util = this->utilIfExists();
+  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
+  // With the indices filled in, so that a comparison sees what a write would write.
+  auto const rows = swTable_->resolvedRows(key);
+  U32 const size = rows.blockSize();
+  for (U32 i = 0; compare == Compare::yes && i < size; ++i) {
+    U32 const row = hwIndex.value() + i;
+    if (!swTable_->syncedEntryMap().lookup(row)) {
+      trace(traceKey, name, ": No synced entry at index:", row);
+      return false;
+    }
+    auto const entry = rows.entry(i);
+    if (!util->compareHwEntries(*swTable_, row, entry)) {
+      trace(traceKey, name, ": Mismatch entry:", entry,
+            ", syncedEntry:", swTable_->syncedEntry(row), ", hwIndex:", hwIndex, ", offset:", i,
+            ", blockSize:", size);
+      return false;
+    }
+  }
+  if (swTable_->indexAllocator()->recoverIndexForKey(hwIndex, T::keyType(), &key)) return true;
+  trace(traceKey, name, ": BlockSize: ", size, " not available at: ", hwIndex);
+  return false;
+}
+
+template <class T>
+Index BlockAccessor<T>::reconcileUsingIndexHelper(Key const& key, Compare compare) {
+  constexpr std::string_view name = "reconcileUsingIndexHelper";
+  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
+  auto const helper = handle ? swTable_->indexHelper(*handle) : nullptr;
+  if (!helper) {
+    trace(traceKey, name, "Index suggestions unavailable");
+    return {};
+  }
+  trace(traceKey, name, ": key:", key);
+  for (Zarn::HashMap2018IteratorGeneric at(helper->indices()); at; at.advance()) {
+    Index const candidate = at.currNodeMaybeStale()->key().value();
+    if (!reconcileUsingHwIndex(key, candidate, compare)) continue;
+    swTable_->indexHelperDel(*handle);
+    syncedRowsDel(candidate, T::blockSizeOf(key));
+    return candidate;
+  }
+  return {};
+}
+
+/// Visits the handles that are there now; each is held while it is visited.
+template <class T>
+template <class Visitor>
+void BlockAccessor<T>::forEachHandle(Visitor&& visitor) {
+  for (Zarn::HashMap2018IteratorGeneric at(swTable_->entryHandleMap()); at; at.advance()) {
+    Vell::Ptr<EntryHandle> const handle = at.currNodeMaybeStale()->value_;
+    visitor(*handle);
+  }
+}
+
+template <class T>
+bool BlockAccessor<T>::awaitsIndex(EntryHandle const& handle) const {
+  return handle.entryState() == EntryState::unresolved && swTable_->resolvedHas(handle.key());
+}
+
+template <class T>
+void BlockAccessor<T>::doInitComplete() {
+  AccessorBase<T>::doInitComplete();
+  // First those that have candidates, so that no new index takes one of them away.
+  forEachHandle([this](EntryHandle& handle) {
+    if (awaitsIndex(handle) && swTable_->indexHelper(handle)) settleCandidates(handle);
+  });
+  forEachHandle([this](EntryHandle& handle) {
+    if (awaitsIndex(handle)) programAsAdded(handle.key());
+  });
+  swTable_->reconcilingEntryIs(false);
+}
+
+template <class T>
+void BlockAccessor<T>::settleCandidates(EntryHandle& handle) {
+  auto const hwIndex = this->doRetrieveHwIndex(handle.key()).value();
+  hwIndex.isExhausted() ? placeAtCandidate(handle) : placeAtKnownIndex(handle, hwIndex);
+  swTable_->indexHelperDel(handle);
+}
+
+/// Overwrites the first candidate that the allocator accepts, whatever the hardware holds there.
+template <class T>
+void BlockAccessor<T>::placeAtCandidate(EntryHandle& handle) {
+  auto const key = handle.key();
+  auto const index = reconcileUsingIndexHelper(key, Compare::no);
+  if (index.isExhausted()) return;
+  handle.hwIndexIs(index);
+  programHwEntry(key, EntryState::indexReconciled);
+  swTable_->updateStatistic(ReconciliationStatus::reconcileRewritten);
+}
+
+template <class T>
+void BlockAccessor<T>::placeAtKnownIndex(EntryHandle& handle, Index hwIndex) {
+  auto const key = handle.key();
+  handle.hwIndexIs(hwIndex);
+  if (swTable_->syncedEntryMap().lookup(hwIndex)) {
+    programHwEntry(key, EntryState::indexReconciled);
+    swTable_->updateStatistic(ReconciliationStatus::reconcileRewritten);
+  } else {
+    programAsAdded(key);
+  }
+  syncedRowsDel(hwIndex, T::blockSizeOf(key));
+}
+
+template <class T>
+void BlockAccessor<T>::programAsAdded(Key const& key) {
+  auto const copied = key;
+  swTable_->resolvedKeyPriorIs(SwTable::KeyPrior::noKey);
+  programHwEntry(copied, EntryState::inProgress);
+  swTable_->updateStatistic(ReconciliationStatus::reconcileAdded);
+}
+
+// ---- purge ----
+
+template <class T>
+void BlockAccessor<T>::purgeStaleEntries() {
+  syncedEntryRemoveAll();
+  if (this->utilIfExists()) IndexUserTracker::Stub::recoveryEnded(swTable_->hwTable());
+  this->traceStatistics("purgeStaleEntries");
+}
+
+template <class T>
+void BlockAccessor<T>::syncedEntryRemoveAll() {
+  this->template message<"syncedEntryRemoveAll">();
+  trace(traceKey, "syncedEntryRemoveAll");
+  if (!this->utilIfExists() || swTable_->syncedEntryMap().empty()) {
+    trace(traceKey, "syncedEntryRemoveAll", " No stale entries in syncedEntryColl");
+    return;
+  }
+  swTable_->resolvedKeyPriorIs(SwTable::KeyPrior::noKey);
+  swTable_->reconcilingEntryIs(true);
+  handleStaleEntries();
+  swTable_->syncedEntryDelAll();
+  swTable_->reconcilingEntryIs(false);
+}
+
+template <class T>
+void BlockAccessor<T>::handleStaleEntries() noexcept {
+  auto const util = this->utilIfExists();
+  Vell::Ptr<typename T::IndexAllocator> const allocator = swTable_->indexAllocator();
+  for (typename T::SyncedEntryMap::Iterator at(swTable_->syncedEntryMap()); at; at.advance()) {
+    Index const index = at.key();
+    if (!swTable_->syncedEntryMap().lookup(index)) continue;
+    allocator->isIndexAssigned(index, T::keyType()) ? staleBlock(*util, index)
+                                                    : staleRow(*util, index);
+  }
+}
+
+/// Rows that an entry of the allocator's took without claiming what sync had found there: they
+/// stay, and the record of them goes.
+template <class T>
+void BlockAccessor<T>::staleBlock(Util const& util, Index index) {
+  auto const* const allocator = swTable_->indexAllocator();
+  auto const found = allocator->keyForIndex(index, T::keyType());
+  auto const type = found.getGif()->type();
+  auto const* const key = found.getGif()->voidPtrIs(type);
+  U32 const size = allocator->getBlockSize(type, key);
+  // From the row on that the walk has come to, up to the end of the entry.
+  U32 const end = allocator->indexForKey(type, key).value() + size;
+  for (U32 row = index.value(); row < end; ++row) {
+    if (!swTable_->syncedEntryMap().lookup(row)) continue;
+    IndexUserTracker::Stub::recoveredUseStands(swTable_->hwTable(), row);
+    util.updateHwIndexRefCountTracker(swTable_->hwTable(), row, Tracker::userRemove);
+  }
+  trace(traceKey, "handleStaleEntries", ": Deleting stale block from syncedEntry. size=", size,
+        ", baseIndex:", index);
+  for (U32 row = index.value(); row < end; ++row) swTable_->syncedEntryDel(row);
+}
+
+template <class T>
+void BlockAccessor<T>::staleRow(Util const& util, Index index) {
+  trace(traceKey, "handleStaleEntries", ": Deleting stale hwEntry at index:", index);
+  swTable_->syncedEntryDel(index);
+  util.updateHwIndexRefCountTracker(swTable_->hwTable(), index.value(), Tracker::userRemove);
+  // A watcher, or the hook, may have brought an entry that the allocator put here.
+  if (swTable_->indexAllocator()->isIndexAssigned(index, T::keyType())) return;
+  util.hwTableEntryDel(*swTable_, index.value());
+  swTable_->updateStatistic(ReconciliationStatus::reconcileDeleted);
+}
+
+}  // namespace Asic

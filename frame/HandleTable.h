@@ -1,0 +1,177 @@
+// What every table has whose entries have handles and get their indices from an allocator: the
+// handles, the rows that sync found, the allocator, and how entries leave. `T` is the concrete
+// table, `Sheet` its data sheet. How entries come in is the affair of the class derived from this
+// one: `BlockTable` for blocks of rows.
+//
+// Invariants
+//  1. Every entry that the table knows has a handle in `entryHandle`. The collection holds a use of
+//     each handle, which does not count for entries that are only referenced
+//     (platform/asic/SwTableEntryHandle.h).
+//  2. A handle that has left the collection has no table.
+//  3. `syncedEntry` holds one node for each hardware row that sync found and nothing has claimed;
+//     only a plug-in's sync fills it.
+//  4. Rows leave the hardware before their indices are free.
+//
+// Everything may call back: keys are copied, handles and records are held for as long as a call
+// needs them, and no reference into a collection is kept across a call.
+//
+// Threading: the thread of the owning agent.
+
+#pragma once
+
+#include <concepts>
+
+#include "containers/HashMap2018.h"
+#include "containers/HashMap2018Iterator.h"
+#include "containers/RbTreeMap.h"
+#include "frame/Sheet.h"
+#include "frame/TableEntryHandle.h"
+#include "frame/TableUtil.h"
+#include "frame/Trait.h"
+#include "frame/UtilLoader.h"
+#include "frame/Variants.h"
+#include "platform/asic/GenericIndexAllocator.h"
+
+namespace Asic {
+
+/// A node of `syncedEntry`: what the hardware was found to hold in one row.
+template <class T, class Entry>
+class SyncedEntryMember final
+    : public Zarn::RbTreeMember<SyncedEntryMember<T, Entry>, Index, Entry> {
+ public:
+  static Zarn::AllocTrackTypeInfo memAllocationTracker_;
+
+  SyncedEntryMember(Index index, Entry const& entry)
+      : Zarn::RbTreeMember<SyncedEntryMember, Index, Entry>(index, entry) {}
+  Vell::ZarnType typeData() const override { return {&T::module(), T::syncedEntryTypeNumber}; }
+};
+
+template <class T, class Sheet>
+class HandleTable : public Sheet::Base, public Bruvel::Allocated<T> {
+ public:
+  using Key = typename Sheet::Key;
+  using HandleKey = Key;
+  using UtilKey = SwTableBase::Index;  ///< a row's hardware index
+  using Entry = typename Sheet::Entry;
+  using IndexAllocator = typename Sheet::IndexAllocator;
+  using QE_PendingEntry = typename Sheet::QE_PendingEntry;
+  using EntryHandle = TableEntryHandle<T>;
+  using Util = TableUtil<T>;
+  using UtilLoader = TableUtilLoader<T>;
+  using ZarnSyncedEntry = SyncedEntryMember<T, Entry>;
+  using SyncedEntryMap = Zarn::RbTreeMap<ZarnSyncedEntry, Index, Entry>;
+
+  /// Reads a handle's key for the map, which holds no key of its own.
+  struct EntryHandleKeyFunktor {
+    Key const& operator()(Vell::Ptr<EntryHandle> const& handle) const;
+  };
+  struct HN_EntryHandle
+      : Zarn::HNKeyInValue<Vell::Ptr<EntryHandle>, EntryHandleKeyFunktor, Sheet::maps.entryHandle> {
+    using Key = typename Sheet::Key;
+  };
+  using EntryHandleMap = Zarn::HashMap2018<HN_EntryHandle>;
+
+  static constexpr TableNames names = Sheet::names;
+  static constexpr HandleFields handleFields = Sheet::handleFields;
+  /// What the table does with its hardware.
+  static constexpr bool readAccess = false;
+  static constexpr bool writeAccess = true;
+  /// Field ids of the publications, and what their former value is.
+  static constexpr U32 indexAllocatorField = 0x282;                 ///< `Vell::Ptr<IndexAllocator>`
+  static constexpr U32 entryHandleField = Sheet::entryHandleField;  ///< the handle, or null
+  static constexpr U32 syncedEntryField = Sheet::syncedEntryField;  ///< `Entry`
+
+  static Zarn::AllocTrackTypeInfo memAllocationTracker_;
+  /// The reflection data of the table's classes.
+  static Vell::ModuleInspectData& module();
+  Vell::ZarnType typeData() const override { return {&module(), T::typeNumber}; }
+
+  // What clients ask.
+
+  /// The handle of the key, or null.
+  Vell::Ptr<EntryHandle> entryHandle(Key const& key) const;
+  /// Whether the entry's rows are in the hardware, or on their way there.
+  bool entryInHwTable(Key const& key) const;
+  /// The synced row; a default entry if there is none.
+  Entry syncedEntry(Index index) const { return syncedEntryGet(index).value_or(Entry{}); }
+  Zarn::Optional<Entry> syncedEntryGet(Index index) const;
+  /// The key's hardware index as a dependent would write it; exhausted if the key has no handle.
+  /// For agents that compare notes: it allocates and changes nothing.
+  Index hwIndexOnlyForCrossAgentCommunication(Key const& key) const;
+  /// The key that holds that index; empty if none does, or another table's.
+  Zarn::Optional<Key> swKeyFromHwIndex(Index hwIndex) const;
+  IndexAllocator* indexAllocator() const { return indexAllocator_.get(); }
+  Util* util() const { return static_cast<Util*>(SwTable::util()); }
+  /// Rows of the hardware table; 0 without chip hooks.
+  U32 numEntries() const { return util() ? util()->numEntries() : 0; }
+
+  // The collections, for chip plug-ins and the generic logic.
+
+  /// The key's handle, made if there is none. Throws a mutator exception if the key has the handle
+  /// of another table.
+  Vell::Ptr<EntryHandle> entryHandleIs(Key const& key, T* swTable);
+  /// Takes the key's handle out of the table and gives it; null if there was none.
+  Vell::Ptr<EntryHandle> entryHandleDel(Key const& key);
+  void entryHandleDelAll();
+  void syncedEntryIs(Index index, Entry const& entry);
+  /// Removes the row and gives what it held; a default entry if there was none.
+  Entry syncedEntryDel(Index index);
+  /// Empties the collection; tells each removal, in ascending order, if anybody watches.
+  void syncedEntryDelAll();
+  void indexAllocatorIs(Vell::Ptr<IndexAllocator> allocator);
+  /// Takes the shared allocator without telling anybody, as set-up does.
+  void indexAllocatorStore(Vell::Ptr<IndexAllocator> allocator) {
+    indexAllocator_ = std::move(allocator);
+  }
+
+  EntryHandleMap const& entryHandleMap() const { return entryHandle_; }
+  SyncedEntryMap const& syncedEntryMap() const { return syncedEntry_; }
+
+  // Records of entries that wait, in tables that have any: these hide behind their own.
+
+  bool unresolvedHas(Key const&) const { return false; }
+  void unresolvedDel(Key const&) {}
+  void unresolvedDelAll() {}
+
+  // What handles call.
+
+  void cleanupEntry(EntryHandle& handle);
+  void suggestIndices(EntryHandle& handle, IndexSet const& indices);
+
+  // What the framework calls.
+
+  void doCreateAllocator() override;
+  void syncEntries() override;
+  void doInitComplete() override;
+  void purgeStaleEntries() override;
+
+  static void doMountHwTableMountInfo(Mirel::MountGroup& mg);
+  static void doMountHwTableRecoveryStatus(Mirel::MountGroup& mg);
+  static void doRecoverHwTable(HwTableRecoverGroup& rg, UnitId unitId,
+                               Mirel::EntityManager& mirelEm, ChipInfo const& chipInfo);
+
+ protected:
+  using AccessorT = SwTable::Accessor<T>;
+
+  HandleTable() : Sheet::Base(Vell::String()) {}
+  ~HandleTable() override = default;
+  /// Ends the table while the hooks can still be given the whole of it. The concrete table's
+  /// destructor calls it.
+  void tearDown();
+
+  T& table() { return static_cast<T&>(*this); }
+  T const& table() const { return static_cast<T const&>(*this); }
+  /// Tells the watchers that the element at `key` of the collection `fieldId` changed.
+  void publish(U32 fieldId, Key const& key, void const* previous) {
+    SwTable::publisher()->publishChangeRecursive(fieldId, &key, previous, &Key::isEq);
+  }
+
+ private:
+  void publishSynced(Index index, Entry const& previous);
+
+  Vell::Ptr<IndexAllocator> indexAllocator_;
+  EntryHandleMap entryHandle_{1, false};
+  SyncedEntryMap syncedEntry_;
+};
+
+}  // namespace Asic

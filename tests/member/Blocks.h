@@ -1,0 +1,130 @@
+// A member table in memory, with a list of all that happens to it, and next hops that a test moves
+// from state to state.
+
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "forwarding/NextHopSwTable.h"
+#include "member/DlbEcmpMember1SwTable.h"
+#include "platform/asic/GenericIndexAllocatorStub.h"
+#include "support/Recording.h"
+
+namespace Member {
+
+using Table = TessarLoadBalance::DlbEcmpMember1Table;
+using Block = Table::EntryBlock;
+using Row = Table::Entry;
+using State = Asic::SwTableBase::EntryState;
+using Type = Asic::SwTableBase::EntryType;
+using Status = Asic::ReconciliationStatus;
+using Events = std::vector<std::string>;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using HandlePtr = Table::HandlePtr;
+
+/// An entry of some other table, in whatever state the test wants.
+class Needed final : public Asic::SwTableBase::EntryHandle {
+ public:
+  Vell::ZarnType typeData() const override { return {&Table::module(), 2}; }
+  void handleIndexSuggestions(Asic::IndexSet const& indices) const override {
+    for (auto const index : indices) suggested.push_back(index.value());
+    if (onSuggestion) onSuggestion();
+  }
+  void becomes(State state, U32 index) {
+    hwIndexIs(index);
+    entryStateIs(state);
+  }
+
+  mutable std::vector<U32> suggested;
+  std::function<void()> onSuggestion;
+};
+
+inline Vell::Ptr<Needed> needed(State state = State::unresolved, U32 index = 0xFFFFFFFF) {
+  Vell::Ptr<Needed> made = new Needed;
+  made->becomes(state, index);
+  return made;
+}
+inline Vell::Ptr<Needed> usable(U32 index) { return needed(State::success, index); }
+
+inline Row row(Vell::Ptr<Asic::SwTableBase::EntryHandle const> nextHop, U8 weight,
+               U32 clientIndex = 0) {
+  Row made;
+  made.ecmpNextHopEntryHandle = std::move(nextHop);
+  made.ecmpNextHopEntry = clientIndex;
+  made.weightIdx = weight;
+  return made;
+}
+inline Block block(std::vector<Row> const& rows) {
+  Block made;
+  for (U32 i = 0; i < rows.size(); ++i) made.entryIs(i, rows[i]);
+  return made;
+}
+/// Rows of weights `first`, `first` + 1, ... without next hops.
+inline Block plainBlock(U32 rows, U8 first = 0) {
+  std::vector<Row> made;
+  for (U32 i = 0; i < rows; ++i) made.push_back(row(nullptr, static_cast<U8>(first + i), 70 + i));
+  return block(made);
+}
+
+/// A table with its recording hooks. `entries` is what its hardware has room for.
+class Recorded {
+ public:
+  class Util final : public Testing::RecordingUtil<Table> {
+   public:
+    U32 numEntries() const override { return entries; }
+    U32 entries = 4000;
+  };
+
+  Vell::Ptr<Util> util{new Util};
+  Vell::Ptr<Table> table;
+  std::vector<Vell::Subscription> subscriptions;
+
+  enum class Hooks { present, absent };
+  explicit Recorded(U32 entries = 4000, Hooks hooks = Hooks::present)
+      : table(TessarLoadBalance::dlbEcmpMember1TableFactory()) {
+    util->entries = entries;
+    util->indexKnownAtWriteIs(true);
+    if (hooks == Hooks::present) table->utilIs(util);
+    table->hwTableIs(new Asic::HwTable);
+    table->doCreateAllocator();
+    for (U32 field : {0x282, 0x285, 0x286, 0x289, 0x28e})
+      subscriptions.push_back(table->publisher()->watch(field, [=, this](auto const& change) {
+        auto text = Vell::concatenate("published ", Testing::hex(field));
+        if (field != 0x289) text += change.previous ? " gone" : " new";
+        util->note(text);
+      }));
+  }
+  /// Hides the publications of the hardware's rows, which are many.
+  Recorded& quiet() {
+    subscriptions.clear();
+    return *this;
+  }
+  Recorded& holding(U32 first, std::vector<std::pair<U32, U8>> const& rows) {
+    for (auto const& [nextHop, weight] : rows) util->rows[first++] = row(nullptr, weight, nextHop);
+    return *this;
+  }
+  Recorded& synced() {
+    table->syncEntries();
+    util->take();
+    return *this;
+  }
+  Recorded& replayed() {
+    table->doInitComplete();
+    table->purgeStaleEntries();
+    util->take();
+    return *this;
+  }
+  Events take() { return util->take(); }
+  U64 counted(Status status) const { return table->statistics().of(status); }
+  U32 usesOf(U32 row) const {
+    return Asic::IndexUserTracker::Stub::tracker(*table->hwTable()).uses(row).users;
+  }
+  Table::EntryHandle& handle(Block const& key) const { return *table->entryHandle(key); }
+  auto* allocator() const { return table->indexAllocator(); }
+  /// The block's first row, as its handle tells it.
+  U32 indexOf(Block const& key) const { return handle(key).hwIndex().value(); }
+};
+
+}  // namespace Member
