@@ -4,6 +4,13 @@ namespace Asic {
 
 void SwTable::EntryHandle::tableUseIs(TableUse use) {
   if (use == tableUse_) return;
+  if constexpr (Vell::checksInvariants) {
+    // The table's use goes before the entry is only referenced, never after the last user's.
+    VELL_ASSERT(use == TableUse::counted || useCount() > 0, "useCount() > 0", entryType());
+    VELL_ASSERT(use == TableUse::counted || entryType() == EntryType::referenceOnly,
+                "entryType() == referenceOnly", "the table's use of a handle of type ", entryType(),
+                " is to count no more");
+  }
   tableUse_ = use;
   use == TableUse::counted ? useTake() : useDrop();
 }

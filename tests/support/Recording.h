@@ -102,7 +102,9 @@ class RecordingUtil : public T::Util {
     note(Vell::concatenate("tracker ", numberOf(key), " ", operation));
   }
   bool compareHwEntries(T&, Key key, Entry const& wanted) const override {
-    bool const equal = rows[numberOf(key)] == Row(wanted);
+    // As the hardware sees it: a row that refers to an entry holds that one's index.
+    bool const equal = Asic::Trait::needsEntries<T> ? text(rows[numberOf(key)]) == rowText(wanted)
+                                                    : rows[numberOf(key)] == Row(wanted);
     note(Vell::concatenate("compare ", numberOf(key), " ", text(wanted)));
     return equal;
   }
