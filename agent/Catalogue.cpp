@@ -34,7 +34,8 @@ auto const* findOrNull(Elements const& elements, Predicate predicate) {
 TableType::TableType(Vell::TypeData const& table, Vell::TypeData const& entry)
     : table_(&table), entry_(&entry), name_(table.name.substr(table.name.rfind(':') + 1)) {
   for (auto const& attribute : entry.attributes)
-    if (attribute.kind == Vell::AttributeKind::field || isCollection(attribute))
+    if (isCollection(attribute) || (attribute.kind == Vell::AttributeKind::field &&
+                                    attribute.shape != Vell::ValueShape::pointer))
       fields_.push_back(&attribute);
 }
 
@@ -50,7 +51,9 @@ Vell::AttributeData const* TableType::field(std::string_view name) const {
 }
 
 bool TableType::keyIsIndex() const {
-  return table_->attribute("minIndex") && table_->attribute("maxIndex");
+  if (table_->attribute("minIndex") && table_->attribute("maxIndex")) return true;
+  auto const* const synced = table_->attribute("syncedEntry");
+  return synced && synced->keyBits == 32;  // an allocator gives the index
 }
 
 Catalogue::Catalogue() {

@@ -24,7 +24,8 @@ class TableType {
   std::string_view name() const { return name_; }
   Vell::TypeData const& table() const { return *table_; }
   Vell::TypeData const& entry() const { return *entry_; }
-  /// The fields of an entry, plain ones and collections, in the order of their ids.
+  /// The fields of an entry, plain ones and collections, in the order of their ids. Pointers, which
+  /// no hardware holds, are left out.
   std::vector<Vell::AttributeData const*> const& fields() const { return fields_; }
   std::vector<std::string_view> fieldNames() const;
   /// The field of that name, or null.

@@ -64,6 +64,11 @@ void takesTable(CLI::App& app, Options& options) {
   app.add_option("TABLE", options.table, "The table to show; all of them if left out");
 }
 
+void takesConfigurationAndName(CLI::App& app, Options& options) {
+  takesConfiguration(app, options);
+  app.add_option("NAME", options.name, "A next hop or a member block of CONFIG")->required();
+}
+
 void takesFlowsets(CLI::App& app, Options& options) {
   auto* const index = app.add_option("--index", options.index, "Read that one flowset only")
                           ->type_name("I")
@@ -109,6 +114,9 @@ constexpr Command commands[] = {
      "dlb-agent check examples/leaf.json --hardware leaf.sim", &takesConfiguration, &checkCommand},
     {"show", "Show what the hardware holds", "dlb-agent show DlbControlTable --hardware leaf.sim",
      &takesTable, &showCommand},
+    {"why", "Tell what a next hop or member block of CONFIG waits for, or where it is",
+     "dlb-agent why examples/blocks.json b7 --hardware leaf.sim", &takesConfigurationAndName,
+     &whyCommand},
     {"clear", "Delete everything that this agent holds in the hardware",
      "dlb-agent clear --hardware leaf.sim", &takesCrash, &clearCommand},
     {"read-flowsets", "Read back from the hardware which port each flowset is assigned to",

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "agent/ChainTables.h"
 #include "agent/Contents.h"
 #include "agent/Differences.h"
 #include "agent/Failure.h"
@@ -93,6 +94,12 @@ ordered_json summaryWithChanges(Report const& report) {
   return json;
 }
 
+/// A warning for each entry that found no place. The exit code that follows from there being any.
+int warnOfUnfinished(Report const& report, int code) {
+  for (auto const& line : report.unfinished) tell("warning: " + line);
+  return report.unfinished.empty() ? code : exitProblem;
+}
+
 /// The changes if there are any, then the summary.
 std::string changesAndSummary(Report const& report, Mood mood) {
   auto const changes = changesText(report);
@@ -150,6 +157,13 @@ std::vector<Flowset> allFlowsets(FlowsetReader& reader) {
   return reader.all([&](U64 rows, U64 ofRows) { line.show(rows, ofRows); });
 }
 
+/// A table of that name, of entries by key or of entries that have handles.
+TableType const& shownTable(Agent const& agent, std::string const& name) {
+  for (auto const* type : {&memberType(), &nextHopType()})
+    if (type->name() == name || type->qualifiedName() == name) return *type;
+  return agent.catalogue.get(name);
+}
+
 }  // namespace
 
 int runCommand(Options const& options) {
@@ -158,7 +172,7 @@ int runCommand(Options const& options) {
   print(
       options, [&] { return summaryJson(report); },
       [&] { return summaryText(report, Mood::done); });
-  return exitFine;
+  return warnOfUnfinished(report, exitFine);
 }
 
 int planCommand(Options const& options) {
@@ -169,15 +183,17 @@ int planCommand(Options const& options) {
   print(
       options, [&] { return summaryWithChanges(report); },
       [&] { return changesAndSummary(report, Mood::wouldBe); });
-  return report.changes.empty() ? exitFine : exitWouldChange;
+  return warnOfUnfinished(report, report.changes.empty() ? exitFine : exitWouldChange);
 }
 
 int checkCommand(Options const& options) {
   Agent const agent(options);
   auto const report = agent.replayed(Access::copy);
-  bool const equal = report.changes.empty();
+  bool const equal = report.changes.empty() && report.unfinished.empty();
   auto const json = [&] {
-    return ordered_json{{"equal", equal}, {"differences", differencesJson(report)}};
+    ordered_json outcome{{"equal", equal}, {"differences", differencesJson(report)}};
+    if (!report.unfinished.empty()) outcome["unfinished"] = report.unfinished;
+    return outcome;
   };
   auto const text = [&] {
     return equal ? fmt::format("The hardware holds what \"{}\" asks.\n", options.configuration)
@@ -186,20 +202,23 @@ int checkCommand(Options const& options) {
                                counted(report.changes.size(), "entry differs", "entries differ"));
   };
   print(options, json, text);
-  return equal ? exitFine : exitProblem;
+  return warnOfUnfinished(report, equal ? exitFine : exitProblem);
 }
 
 int showCommand(Options const& options) {
   Agent const agent(options);
-  auto const* const only = options.table.empty() ? nullptr : &agent.catalogue.get(options.table);
+  auto const* const only = options.table.empty() ? nullptr : &shownTable(agent, options.table);
   agent.open(Access::copy);
+  std::vector<LiveChain::Held> held;
+  for (auto const& table : agent.session->tables()) held.push_back({&table.type(), table.held()});
+  std::ranges::move(agent.session->chain().held(), std::back_inserter(held));
+  std::ranges::sort(held, {}, [](auto const& each) { return each.table->name(); });
   auto tables = ordered_json::object();
   std::string text;
-  for (auto const& table : agent.session->tables()) {
-    if (only && only != &table.type()) continue;
-    auto const rows = table.held();
-    tables[std::string(table.type().name())] = rowsJson(table.type(), rows);
-    text += (text.empty() ? "" : "\n") + rowsText(table.type(), rows);
+  for (auto const& [table, rows] : held) {
+    if (only && only != table) continue;
+    tables[std::string(table->name())] = rowsJson(*table, rows);
+    text += (text.empty() ? "" : "\n") + rowsText(*table, rows);
   }
   print(
       options,
@@ -207,6 +226,19 @@ int showCommand(Options const& options) {
         return ordered_json{{"tables", tables}};
       },
       [&] { return text; });
+  return exitFine;
+}
+
+int whyCommand(Options const& options) {
+  Agent const agent(options);
+  agent.replayed(Access::copy);
+  auto const why = agent.session->chain().why(options.name);
+  print(
+      options,
+      [&] {
+        return ordered_json{{"why", why.substr(0, why.size() - 1)}};
+      },
+      [&] { return why; });
   return exitFine;
 }
 

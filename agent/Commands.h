@@ -25,6 +25,7 @@ struct Options {
 
   std::string configuration;
   std::string table;  ///< the one to show; empty: all
+  std::string name;   ///< of the entry that is asked about
   std::string messageFile;
   U64 most = 20;
   std::optional<U64> index;  ///< the one flowset to read
@@ -41,6 +42,7 @@ int runCommand(Options const& options);
 int planCommand(Options const& options);
 int checkCommand(Options const& options);
 int showCommand(Options const& options);
+int whyCommand(Options const& options);
 int clearCommand(Options const& options);
 int readFlowsetsCommand(Options const& options);
 int simulateTrafficCommand(Options const& options);

@@ -113,7 +113,16 @@ struct Section {
   std::string_view name;
   void (*read)(Check const&, std::string const& path, JsonValue const&);
 };
-constexpr Section sections[] = {{"tables", &readTables}};
+constexpr std::string_view blocksSection = "memberBlocks";
+constexpr Section sections[] = {
+    {"tables", &readTables},
+    {"nextHops",
+     [](Check const& check, std::string const& path, JsonValue const& value) {
+       readNextHops(path, value, check.problems, check.configuration.chain());
+     }},
+    {blocksSection, [](Check const& check, std::string const& path, JsonValue const& value) {
+       readMemberBlocks(path, value, check.problems, check.configuration.chain());
+     }}};
 
 void readSections(Check const& check, JsonValue const& document) {
   for (auto const& [name, value] : check.membersOf("", document, "sections")) {
@@ -126,6 +135,8 @@ void readSections(Check const& check, JsonValue const& document) {
     for (auto const& each : sections) known.push_back(each.name);
     check.problems.add(pathTo("", name), "no such section; " + hintFor(name, known));
   }
+  // Sections may stand in any order, so names are looked up when all have been read.
+  checkNames(blocksSection, check.configuration.chain(), check.problems);
 }
 
 Failure failureOf(Problems const& problems, std::string_view origin) {

@@ -9,6 +9,7 @@
 // out has its default. Numbers may be given as texts: "64", "0x40". A key that is no index is
 // written as its table tells it, with all parts. A field that is a collection is an object of its
 // elements by key. An entry of a class with a single field may be given as the bare value of it.
+// Next hops and member blocks have sections of their own, by name: agent/Chain.h tells them.
 // Every top-level section has one reader in the list at the end of Configuration.cpp.
 
 #pragma once
@@ -19,6 +20,7 @@
 #include <vector>
 
 #include "agent/Catalogue.h"
+#include "agent/Chain.h"
 #include "agent/Row.h"
 
 namespace DlbAgent {
@@ -50,9 +52,13 @@ class Configuration {
   /// The entries of a table; none if the configuration does not name it.
   Rows const& of(TableType const& table) const;
   void rowIs(TableType const& table, Key const& key, Vell::Record entry);
+  /// Next hops and member blocks, by name.
+  WantedChain const& chain() const { return chain_; }
+  WantedChain& chain() { return chain_; }
 
  private:
   std::map<TableType const*, Rows> tables_;
+  WantedChain chain_;
 };
 
 }  // namespace DlbAgent

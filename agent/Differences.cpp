@@ -122,12 +122,18 @@ Wording wordingOf(Change::Kind kind) {
   return {};
 }
 
+/// The key, and what the row belongs to.
+std::string placeOf(Change const& change) {
+  return change.owner.empty() ? change.key.text()
+                              : fmt::format("{} ({})", change.key.text(), change.owner);
+}
+
 std::string changeLine(Change const& change) {
   auto const fields = change.kind == Change::Kind::rewritten
                           ? differingFields(change, &fieldChangeText)
                           : wholeEntry(change);
   auto const wording = wordingOf(change.kind);
-  return emphasised(fmt::format("{} {}  {}", wording.sign, change.key.text(), fields),
+  return emphasised(fmt::format("{} {}  {}", wording.sign, placeOf(change), fields),
                     wording.emphasis);
 }
 
@@ -136,7 +142,7 @@ std::string differenceLine(Change const& change) {
                           ? differingFields(change, &fieldDifferenceText)
                           : wholeEntry(change);
   auto const wording = wordingOf(change.kind);
-  return emphasised(fmt::format("{}  {}: {}", change.key.text(), wording.difference, fields),
+  return emphasised(fmt::format("{}  {}: {}", placeOf(change), wording.difference, fields),
                     wording.emphasis);
 }
 
@@ -174,6 +180,7 @@ ordered_json listOf(Report const& report, Names const& names) {
                     {"index", change.key.text()},
                     {names.kind, wordingOf(change.kind).*names.wording},
                     {"fields", std::move(fields)}});
+    if (!change.owner.empty()) list.back()["owner"] = change.owner;
   }
   return list;
 }

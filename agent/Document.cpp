@@ -87,7 +87,7 @@ class Builder : public nlohmann::json_sax<json> {
  private:
   bool open(JsonValue::Content content) {
     if (open_.size() == deepest) {
-      problems_.add(path(), fmt::format("lies deeper than {} levels", deepest));
+      problems_.add(path(Elements::leftOut), fmt::format("lies deeper than {} levels", deepest));
       return false;
     }
     open_.push_back({std::move(content), {}, {}});
@@ -105,13 +105,21 @@ class Builder : public nlohmann::json_sax<json> {
       root = std::move(value);
     else if (auto* object = std::get_if<JsonValue::Object>(&open_.back().content))
       object->push_back({open_.back().key, std::move(value)});
+    else if (auto* list = std::get_if<JsonValue::List>(&open_.back().content))
+      list->push_back(std::move(value));
     return true;
   }
 
-  std::string path() const {
+  /// Elements of lists that are only deep would bury the names.
+  enum class Elements { told, leftOut };
+  std::string path(Elements elements = Elements::told) const {
     std::string path;
     for (auto const& each : open_)
-      if (std::holds_alternative<JsonValue::Object>(each.content)) path = pathTo(path, each.key);
+      if (auto const* list = std::get_if<JsonValue::List>(&each.content)) {
+        if (elements == Elements::told) path = elementOf(path, list->size());
+      } else {
+        path = pathTo(path, each.key);
+      }
     return path;
   }
 
@@ -130,7 +138,7 @@ std::string inQuotes(std::string_view text) {
 
 struct Describer {
   std::string operator()(JsonValue::Null) const { return "null"; }
-  std::string operator()(JsonValue::List) const { return "a list"; }
+  std::string operator()(JsonValue::List const&) const { return "a list"; }
   std::string operator()(JsonValue::Object const&) const { return "an object"; }
   std::string operator()(bool value) const { return value ? "true" : "false"; }
   std::string operator()(U64 value) const { return std::to_string(value); }
@@ -152,6 +160,10 @@ std::string pathTo(std::string_view path, std::string_view key) {
                         ? std::string(key)
                         : inQuotes(clipped(key, longestKey));
   return path.empty() ? step : fmt::format("{}.{}", path, step);
+}
+
+std::string elementOf(std::string_view path, std::size_t element) {
+  return fmt::format("{}[{}]", path, element);
 }
 
 // Out of line, where a member is a whole type.

@@ -51,10 +51,13 @@ class Spellings {
 /// The path of a member below `path`; a key that is no plain name stands in quotes.
 std::string pathTo(std::string_view path, std::string_view key);
 
+/// The path of an element of the list at `path`.
+std::string elementOf(std::string_view path, std::size_t element);
+
 class JsonValue {
  public:
   struct Null {};
-  struct List {};  ///< nothing reads lists, so their elements are not kept
+  using List = std::vector<JsonValue>;
   struct OddNumber {
     std::string text;  ///< negative, fractional or too large
   };

@@ -18,7 +18,13 @@ class FieldReader {
   /// Stores the field; adds a problem for all that cannot be stored.
   void read(JsonValue const& value, Vell::Inspect& entry) const {
     if (isCollection(field_)) return readElements(value, entry);
-    if (auto const read = readPlain(value); !read.empty()) entry.set(field_.id, read);
+    auto const read = readPlain(value);
+    if (read.empty()) return;
+    try {
+      entry.set(field_.id, read);
+    } catch (Vell::InspectError const& error) {
+      refuse(error.reason());
+    }
   }
 
  private:
@@ -29,6 +35,9 @@ class FieldReader {
         return readTruth(value);
       case Vell::ValueShape::number:
         return readNumberField(value);
+      case Vell::ValueShape::text:
+        if (auto const* text = value.as<std::string>()) return *text;
+        return refuse(fmt::format("must be a text, not {}", value.described()));
       default:
         return refuse("a field of this kind cannot be configured; leave it out");
     }

@@ -48,6 +48,7 @@ ordered_json valueJson(FieldValue const& value) {
 std::string valueText(Vell::AttributeData const& field, Vell::Value const& value) {
   if (auto const* number = value.number(); number && field.bits == 64)
     return fmt::format("{:#x}", *number);
+  if (auto const* text = value.text()) return *text;
   return valueJson(value).dump();
 }
 

@@ -7,22 +7,33 @@ namespace {
 
 using Status = Asic::ReconciliationStatus;
 
-/// The warm exit, whole. A destroyed table deletes its entries from the hardware, where an agent
-/// that ends must leave them for the next one to find. So every table is given a use here that
-/// nobody ever drops: however the process ends, by returning from main or by an exception on its
-/// way up, no table is destroyed. The tables keep their hooks and the chip in turn.
-Vell::Ptr<Asic::SwTable> keptForWarmExit(Vell::Ptr<Asic::SwTable> table) {
-  static auto& kept = *new std::vector<Vell::Ptr<Asic::SwTable>>;
-  kept.push_back(table);
+Vell::Ptr<Asic::SwTable> made(TableType const& type) {
+  auto const node = Vell::inspectMake(type.table());
+  Vell::Ptr<Asic::SwTable> table = static_cast<Asic::SwTable*>(node.get());
+  keptForWarmExit(table);
   return table;
 }
 
-Vell::Ptr<Asic::SwTable> made(TableType const& type) {
-  auto const node = Vell::inspectMake(type.table());
-  return keptForWarmExit(static_cast<Asic::SwTable*>(node.get()));
+}  // namespace
+
+// The warm exit, whole. An agent that ends must leave the hardware for the next one to find. However
+// the process ends, by returning from main or by an exception on its way up, no table is destroyed.
+// The tables keep their hooks and the chip in turn.
+void keptForWarmExit(Vell::Ptr<Asic::SwTable> table) {
+  static auto& kept = *new std::vector<Vell::Ptr<Asic::SwTable>>;
+  kept.push_back(std::move(table));
 }
 
-}  // namespace
+Figures figuresOf(Asic::SwTable const& table, TableType const& type, Asic::Chip const& chip) {
+  auto const& statistics = table.statistics();
+  auto const operations = chip.operations(type.qualifiedName());
+  return {.matched = statistics.of(Status::reconcileMatched),
+          .rewritten = statistics.of(Status::reconcileRewritten),
+          .added = statistics.of(Status::reconcileAdded),
+          .deleted = statistics.of(Status::reconcileDeleted),
+          .hardwareWrites = operations.writes,
+          .hardwareDeletes = operations.deletes};
+}
 
 LiveTable::LiveTable(TableType const& type, std::string const& chipName)
     : type_(&type), runner_(made(type)), hasHooks_(runner_.attachUtil(chipName)) {}
@@ -50,8 +61,8 @@ void LiveTable::replay(Rows const& wanted) {
   for (auto const& [key, entry] : wanted) {
     auto const status = commit(key, entry);
     if (status == Status::reconcileMatched) continue;
-    Change change{
-        type_, key, hasHardware() ? Change::Kind::added : Change::Kind::homeless, {}, entry};
+    Change change{type_, key,   hasHardware() ? Change::Kind::added : Change::Kind::homeless,
+                  {},    entry, {}};
     if (status == Status::reconcileRewritten) {
       change.kind = Change::Kind::rewritten;
       change.held = found_.at(key);
@@ -73,20 +84,12 @@ Status LiveTable::commit(Key const& key, Vell::Record const& entry) {
 void LiveTable::purge() {
   if (hasHardware())
     for (auto const& [key, entry] : held())
-      changes_.insert({key, {type_, key, Change::Kind::deleted, entry, {}}});
+      changes_.insert({key, {type_, key, Change::Kind::deleted, entry, {}, {}}});
   runner_.purge();
 }
 
 Figures LiveTable::figures(Asic::Chip const& chip) const {
-  if (!hasHardware()) return {};
-  auto const& statistics = runner_.table().statistics();
-  auto const operations = chip.operations(type_->qualifiedName());
-  return {.matched = statistics.of(Status::reconcileMatched),
-          .rewritten = statistics.of(Status::reconcileRewritten),
-          .added = statistics.of(Status::reconcileAdded),
-          .deleted = statistics.of(Status::reconcileDeleted),
-          .hardwareWrites = operations.writes,
-          .hardwareDeletes = operations.deletes};
+  return hasHardware() ? figuresOf(runner_.table(), *type_, chip) : Figures();
 }
 
 std::vector<Change> LiveTable::changes() const {

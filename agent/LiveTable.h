@@ -18,6 +18,13 @@
 
 namespace DlbAgent {
 
+/// Gives the table a use that nobody ever drops, so that the process ends warm whichever way it
+/// ends: a destroyed table deletes its entries from the hardware.
+void keptForWarmExit(Vell::Ptr<Asic::SwTable> table);
+
+/// What a table with hardware did so far, against the operations that `chip` counted.
+Figures figuresOf(Asic::SwTable const& table, TableType const& type, Asic::Chip const& chip);
+
 class LiveTable {
  public:
   /// Makes the table, with the hooks that the chip brings for it.

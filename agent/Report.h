@@ -6,6 +6,7 @@
 
 #include <array>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -59,6 +60,7 @@ struct Change {
   Kind kind;
   std::optional<Vell::Record> held;    ///< what the hardware held, if anything
   std::optional<Vell::Record> wanted;  ///< what it is to hold; none if deleted
+  std::string owner;  ///< the configuration's name for what the row belongs to; empty: none
 };
 
 struct TableReport {
@@ -69,6 +71,7 @@ struct TableReport {
 struct Report {
   std::vector<TableReport> tables;  ///< in alphabetical order
   std::vector<Change> changes;      ///< table by table in that order, each in the order of its keys
+  std::vector<std::string> unfinished;  ///< a line for each entry that found no place, and why
 
   Figures totals() const {
     Figures totals;

@@ -36,7 +36,7 @@ Vell::Ptr<Asic::Chip> chipNamed(std::string const& name) {
 }
 
 Session::Session(Catalogue const& catalogue, std::string const& chipName)
-    : chip_(chipNamed(chipName)), flowsets_(chipName) {
+    : chip_(chipNamed(chipName)), chain_(chipName), flowsets_(chipName) {
   for (auto const& type : catalogue.tables()) tables_.emplace_back(type, chipName);
 }
 
@@ -54,15 +54,19 @@ Room Session::room() const {
 
 void Session::start() {
   for (auto& table : tables_) table.start(chip_);
+  chain_.start(chip_);
   flowsets_.start(chip_);
 }
 
 // Nothing stale is deleted before everything wanted is in place.
 Report Session::replay(Configuration const& wanted) {
   for (auto& table : tables_) table.replay(wanted.of(table.type()));
+  chain_.replay(wanted.chain());
   for (auto& table : tables_) table.replayEnded();
+  chain_.replayEnded();
   flowsets_.replayEnded();
   for (auto& table : tables_) table.purge();
+  chain_.purge();
   flowsets_.purge();
 
   Report report;
@@ -70,8 +74,12 @@ Report Session::replay(Configuration const& wanted) {
     report.tables.push_back({table.type().name(), table.figures(*chip_)});
     std::ranges::move(table.changes(), std::back_inserter(report.changes));
   }
+  std::ranges::move(chain_.figures(*chip_), std::back_inserter(report.tables));
+  std::ranges::move(chain_.changes(), std::back_inserter(report.changes));
+  report.unfinished = chain_.unfinished();
   report.tables.push_back({flowsets_.name(), flowsets_.figures()});
   std::ranges::sort(report.tables, {}, &TableReport::table);
+  std::ranges::stable_sort(report.changes, {}, [](auto const& each) { return each.table->name(); });
   return report;
 }
 

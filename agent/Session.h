@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "agent/FlowsetReader.h"
+#include "agent/LiveChain.h"
 #include "agent/LiveTable.h"
 
 namespace DlbAgent {
@@ -32,6 +33,8 @@ class Session {
   /// The tables that are configured; the one that is only read stands beside them.
   std::vector<LiveTable> const& tables() const { return tables_; }
   FlowsetReader& flowsets() { return flowsets_; }
+  /// Next hops and member blocks.
+  LiveChain const& chain() const { return chain_; }
   Asic::Chip& chip() const { return *chip_; }
 
   /// Opens the chip. Throws what the chip throws; nothing is touched then.
@@ -47,6 +50,7 @@ class Session {
 
   Vell::Ptr<Asic::Chip> chip_;  // first: it loads the plug-in
   std::vector<LiveTable> tables_;
+  LiveChain chain_;
   FlowsetReader flowsets_;
 };
 

@@ -17,6 +17,7 @@
 
 #include <string_view>
 
+#include "forwarding/MacAddress.h"
 #include "frame/FieldEntry.h"
 #include "frame/HandleTable.h"
 #include "frame/SwBlockTable.h"
@@ -63,9 +64,9 @@ struct NextHopSheet {
 
   class Entry : public Asic::FieldEntry<Entry> {
    public:
-    U16 port = 0;  ///< the port that packets leave through
-    U64 mac = 0;   ///< destination address, 48 bits
-    U16 vlan = 0;
+    U16 port = 0;    ///< the port that packets leave through
+    MacAddress mac;  ///< their destination address
+    U16 vlan = 0;    ///< their VLAN; 0: untagged
 
     static constexpr auto fields() {
       return Zarn::fieldList(

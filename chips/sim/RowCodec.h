@@ -18,6 +18,7 @@
 
 #include "chips/sim/Fingerprint.h"
 #include "containers/MapField.h"
+#include "forwarding/MacAddress.h"
 #include "platform/vell/Assert.h"
 #include "platform/zarn/Fields.h"
 
@@ -73,6 +74,15 @@ struct FieldCodec<Member> {
   static void pack(BitWriter& row, Member value) { row.put(value, bits); }
   static void unpack(BitReader& row, Member& value) { value = static_cast<Member>(row.take(bits)); }
   static std::string misfit(std::string_view, Member) { return {}; }
+};
+
+template <>
+struct FieldCodec<Forwarding::MacAddress> {
+  using Address = Forwarding::MacAddress;
+  static constexpr U32 bits = Address::bits;
+  static void pack(BitWriter& row, Address address) { row.put(address.value(), bits); }
+  static void unpack(BitReader& row, Address& address) { address = Address(row.take(bits)); }
+  static std::string misfit(std::string_view, Address) { return {}; }
 };
 
 /// A pointer is the software's own and takes nothing of a row.

@@ -63,6 +63,8 @@ void setAttribute(TypeData const& type, void* object, AttributeData const& attri
     needNumber(type, attribute, value, attribute.bits, "");
   else if (attribute.shape == ValueShape::boolean && !value.truth())
     refuse(type, shown(attribute.name), "takes true or false");
+  else if (attribute.shape == ValueShape::text && !value.text())
+    refuse(type, shown(attribute.name), "takes a text");
   refusingArguments(type, attribute, [&] { set(object, attribute, value); });
 }
 

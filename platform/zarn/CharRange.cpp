@@ -31,6 +31,15 @@ void CharRange::need(std::string_view literal, std::string_view name) {
   position_ += literal.size();
 }
 
+std::string_view CharRange::take(std::size_t characters, std::string_view name) {
+  auto const taken = rest().substr(0, characters);
+  if (taken.size() != characters)
+    throw Vell::RangeException(name, position_,
+                               Vell::concatenate("expected ", characters, " characters"));
+  position_ += characters;
+  return taken;
+}
+
 void CharRange::needEnd(std::string_view name) const {
   if (!rest().empty())
     throw Vell::RangeException(name, position_,

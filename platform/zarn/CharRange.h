@@ -133,6 +133,11 @@ class CharRange {
     return node;
   }
 
+  /// Takes the next characters, for a class that reads itself.
+  std::string_view take(std::size_t characters, std::string_view name);
+  /// Characters read so far.
+  std::size_t position() const { return position_; }
+
   /// Refuses anything that is left over.
   void needEnd(std::string_view name) const;
 

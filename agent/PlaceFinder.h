@@ -1,0 +1,60 @@
+// Where the blocks and next hops of a configuration may lie in the hardware after a restart.
+//
+// A block is found by whoever points at it; nothing does yet, so the agent finds it by what its rows
+// hold: a block may lie where most of its rows would be as they are, and all of them exist. Next
+// hops that no block leads to are found in the same way. What is found is a suggestion: the tables
+// compare before they believe it, and rewrite in place what has changed.
+
+#pragma once
+
+#include <map>
+#include <optional>
+#include <set>
+#include <tuple>
+#include <unordered_map>
+
+#include "agent/Chain.h"
+
+namespace DlbAgent {
+
+template <class T>
+using HeldRows = std::map<U32, typename T::Entry>;
+
+class PlaceFinder {
+ public:
+  PlaceFinder(WantedChain const& wanted, HeldRows<NextHopTable> const& nextHops,
+              HeldRows<MemberTable> const& members);
+
+  /// The first row of each block that was found, by the block's name.
+  std::map<std::string, U32> const& blocks() const { return blocks_; }
+  /// Where the hardware holds a next hop of that value; empty if nowhere.
+  std::vector<U32> nextHops(NextHopTable::Entry const& value) const;
+
+ private:
+  /// The value of a next hop, as something that can be sorted.
+  using HopValue = std::tuple<U16, U64, U16>;
+  /// What a row says, without the hardware's own numbers: its next hop and its weight. A next hop
+  /// that is only wanted and one that is only held look alike, as nothing: the one may have been the
+  /// other before it changed.
+  using RowValue = std::pair<std::optional<HopValue>, U8>;
+
+  static HopValue valueOf(NextHopTable::Entry const& nextHop) {
+    return {nextHop.port, nextHop.mac.value(), nextHop.vlan};
+  }
+  RowValue valueOf(NextHopTable::Entry const& nextHop, U8 weightIdx) const {
+    auto const value = valueOf(nextHop);
+    return {inPlace_.contains(value) ? std::optional(value) : std::nullopt, weightIdx};
+  }
+  std::optional<U32> placeOf(std::vector<WantedRow> const& rows) const;
+  bool isRunOfRows(U32 first, std::size_t rows) const;
+
+  WantedChain const& wanted_;
+  HeldRows<NextHopTable> const& nextHops_;
+  HeldRows<MemberTable> const& members_;
+  std::set<HopValue> inPlace_;  ///< values of next hops that are wanted and held
+  std::map<RowValue, std::vector<U32>> rowsOf_;
+  std::set<U32> taken_;  ///< rows of blocks that were found
+  std::map<std::string, U32> blocks_;
+};
+
+}  // namespace DlbAgent
