@@ -34,7 +34,9 @@ Block::Rows& Block::own() {
 }
 
 Block::Rows& Block::ownChanging() {
+  static U64 identities = 0;
   auto& rows = own();
+  rows.identity = ++identities;
   rows.hashesKept = 0;
   return rows;
 }
@@ -80,7 +82,7 @@ U32 Block::hash(U32 seed) const {
 }
 
 bool Block::isEq(Block const& a, Block const& b) {
-  if (&a == &b || a.rows_ == b.rows_) return true;
+  if (areOneIdentity(a, b)) return true;
   if (a.getBlockSize() != b.getBlockSize()) return false;
   for (Walk inA(a.entryInternal()), inB(b.entryInternal()); inA; ++inA, ++inB)
     if (inA.currNode()->key() != inB.currNode()->key() ||
@@ -90,7 +92,7 @@ bool Block::isEq(Block const& a, Block const& b) {
 }
 
 int operator<=>(Block const& a, Block const& b) {
-  if (&a == &b || a.rows_ == b.rows_) return 0;
+  if (Block::areOneIdentity(a, b)) return 0;
   auto const order = [](auto const& x, auto const& y) { return (x > y) - (x < y); };
   if (int const byCount = order(a.getBlockSize(), b.getBlockSize())) return byCount;
   for (Walk inA(a.entryInternal()), inB(b.entryInternal()); inA; ++inA, ++inB) {

@@ -96,7 +96,7 @@ class DlbEcmpMember1EntryBlock final : public Asic::EntryBase {
 
   /// The rows held.
   U32 getBlockSize() const override { return entryInternal().count(); }
-  /// Of offsets and the identities of rows, in the order of the map.
+  /// Of offsets and rows, in the order of the map.
   U32 hash(U32 seed) const;
 
   /// The same object, or the same rows at the same offsets.
@@ -128,13 +128,18 @@ class DlbEcmpMember1EntryBlock final : public Asic::EntryBase {
     static Zarn::AllocTrackTypeInfo memAllocationTracker_;
 
     Rows() = default;
-    Rows(Rows const& other) : map(other.map), hashes(other.hashes), hashesKept(other.hashesKept) {}
+    Rows(Rows const& other)
+        : map(other.map),
+          identity(other.identity),
+          hashes(other.hashes),
+          hashesKept(other.hashesKept) {}
     void useTake() { ++uses; }
     void useDrop() {
       if (--uses == 0) delete this;
     }
 
     EntryInternalMap map{1, false};
+    U64 identity = 0;  ///< rows of one number are equal; a copy keeps it until its identity changes
     std::array<Hash, 4> hashes{};
     U8 hashesKept = 0;
     U8 hashToReplace = 0;
@@ -147,6 +152,11 @@ class DlbEcmpMember1EntryBlock final : public Asic::EntryBase {
   /// The same when the block's identity is about to change.
   Rows& ownChanging();
   U32 hashOfRows(U32 seed) const;
+  /// Whether the two are known to be equal without a look at their rows.
+  static bool areOneIdentity(DlbEcmpMember1EntryBlock const& a, DlbEcmpMember1EntryBlock const& b) {
+    return &a == &b || a.rows_ == b.rows_ ||
+           (a.rows_ && b.rows_ && a.rows_->identity == b.rows_->identity);
+  }
 
   Vell::Ptr<Rows> rows_;  ///< null: no rows
 };
