@@ -10,7 +10,8 @@ namespace Asic {
 
 GenericIndexAllocator::~GenericIndexAllocator() {
   nodeFlagSet(freedAtZeroFlag, false);
-  auto const records = std::exchange(records_, {});
+  auto const records = std::move(records_);  // their ends find an allocator without keys
+  byIndex_.clear();
 }
 
 // ---- tables ----
@@ -26,9 +27,10 @@ void GenericIndexAllocator::tableAttrDel(SwTable const& table) {
   auto const left = tableAttr_.extract(&table);
   if (left.empty()) return;
   std::vector<Index> orphans;
-  for (auto const& [hash, record] : records_)
-    if (record->type == left.mapped().keyType && !isHeldBeside(*record, nullptr))
-      orphans.push_back(record->first);
+  records_.forEach([&](IndexRecord const& record) {
+    if (record.type == left.mapped().keyType && !isHeldBeside(record, nullptr))
+      orphans.push_back(record.first);
+  });
   for (auto const index : orphans) markIndexAvailable(index, left.mapped().keyType);
 }
 
@@ -40,7 +42,7 @@ void GenericIndexAllocator::sizeIs(U32 indices) {
 }
 
 /// Whether a table has the record's key: any but `asking`, if that is given.
-bool GenericIndexAllocator::isHeldBeside(Record const& record, SwTable const* asking) const {
+bool GenericIndexAllocator::isHeldBeside(IndexRecord const& record, SwTable const* asking) const {
   return std::ranges::any_of(tableAttr_, [&](auto const& each) {
     return each.first != asking && each.second.keyType == record.type &&
            each.second.holds(record.key);
@@ -56,27 +58,22 @@ IndexKeyType const& GenericIndexAllocator::keysOf(Vell::ZarnType type) const {
   return *found->second;
 }
 
-U64 GenericIndexAllocator::hashOf(Vell::ZarnType type, IndexKeyType const& keys, void const* key) {
-  return U64{keys.hash(key, type.number)};
-}
-
-auto GenericIndexAllocator::find(Vell::ZarnType type, void const* key) const
-    -> Records::const_iterator {
+auto GenericIndexAllocator::hashed(Vell::ZarnType type, void const* key) const -> Hashed {
   auto const& keys = keysOf(type);
-  auto const [first, last] = records_.equal_range(hashOf(type, keys, key));
-  auto const found = std::find_if(first, last, [&](auto const& each) {
-    return each.second->type == type && keys.isEq(each.second->key, key);
-  });
-  return found == last ? records_.end() : found;
+  return {type, &keys, key, keys.hash(key, type.number)};
 }
 
-auto GenericIndexAllocator::recordAt(Index index) const -> Record const* {
+IndexRecord const* GenericIndexAllocator::find(Hashed const& key) const {
+  return records_.find(key.type, key.key, key.hash);
+}
+
+IndexRecord const* GenericIndexAllocator::recordAt(Index index) const {
   return index.value() < byIndex_.size() ? byIndex_[index.value()] : nullptr;
 }
 
 Index GenericIndexAllocator::indexForKey(Vell::ZarnType keyType, void const* key) const {
-  auto const found = find(keyType, key);
-  return found == records_.end() ? Index() : found->second->first;
+  auto const* const found = find(hashed(keyType, key));
+  return found ? found->first : Index();
 }
 
 auto GenericIndexAllocator::keyForIndex(Index index, Vell::ZarnType) const -> KeyForIndex {
@@ -105,49 +102,49 @@ bool GenericIndexAllocator::isIndexVerticallyShared(Index index, Vell::ZarnType,
 // ---- indices ----
 
 Index GenericIndexAllocator::newRun(Vell::ZarnType keyType, void const* key, U32 count) {
-  if (auto const held = indexForKey(keyType, key); !held.isExhausted()) return held;
+  auto const wanted = hashed(keyType, key);
+  if (auto const* const held = find(wanted)) return held->first;
   if (count == 0) return {};
   auto const first = take(count);
-  if (!first.isExhausted()) enter(keyType, key, first, count);
+  if (!first.isExhausted()) enter(wanted, first, count);
   return first;
 }
 
 bool GenericIndexAllocator::requestIndexForKey(Index index, Vell::ZarnType keyType,
                                                void const* key) {
-  if (auto const held = indexForKey(keyType, key); !held.isExhausted()) return held == index;
+  auto const wanted = hashed(keyType, key);
+  if (auto const* const held = find(wanted)) return held->first == index;
   U32 const count = getBlockSize(keyType, key);
   if (count == 0 || index.value() >= size_ || count > size_ - index.value()) return false;
   if (!takeAt(index, count)) return false;
-  enter(keyType, key, index, count);
+  enter(wanted, index, count);
   return true;
 }
 
-void GenericIndexAllocator::enter(Vell::ZarnType type, void const* key, Index first, U32 count) {
-  auto const& keys = keysOf(type);
-  auto record = std::make_unique<Record>(type, &keys, key, first, count);
+void GenericIndexAllocator::enter(Hashed const& key, Index first, U32 count) {
+  auto record = std::make_unique<IndexRecord>(key.type, key.keys, key.key, key.hash, first, count);
   U64 const end = U64{first.value()} + count;
   if (byIndex_.size() < end) byIndex_.resize(std::max(end, byIndex_.size() * U64{2}));
   std::fill_n(byIndex_.begin() + first.value(), count, record.get());
   used_ += count;
-  records_.emplace(hashOf(type, keys, key), std::move(record));
+  records_.insert(std::move(record));
 }
 
-void GenericIndexAllocator::release(Records::const_iterator at) {
-  auto const node = records_.extract(at);
-  auto const& record = *node.mapped();
-  std::fill_n(byIndex_.begin() + record.first.value(), record.count, nullptr);
-  used_ -= record.count;
-  giveBack(record.first, record.count);
+void GenericIndexAllocator::release(IndexRecord const& gone) {
+  auto const record = records_.extract(gone);
+  std::fill_n(byIndex_.begin() + record->first.value(), record->count, nullptr);
+  used_ -= record->count;
+  giveBack(record->first, record->count);
 }
 
 void GenericIndexAllocator::markIndexAvailable(Index index, Vell::ZarnType) {
-  if (auto const* const record = recordAt(index)) release(find(record->type, record->key));
+  if (auto const* const record = recordAt(index)) release(*record);
 }
 
 void GenericIndexAllocator::releaseIndexFromTable(Vell::ZarnType keyType, void const* key,
                                                   SwTable const& table) {
-  auto const found = find(keyType, key);
-  if (found != records_.end() && !isHeldBeside(*found->second, &table)) release(found);
+  auto const* const found = find(hashed(keyType, key));
+  if (found && !isHeldBeside(*found, &table)) release(*found);
 }
 
 }  // namespace Asic

@@ -29,6 +29,7 @@
 
 #include "platform/asic/Index.h"
 #include "platform/asic/IndexKeyType.h"
+#include "platform/asic/IndexRecords.h"
 #include "platform/vell/Node.h"
 #include "platform/vell/Ptr.h"
 
@@ -124,23 +125,13 @@ class GenericIndexAllocator : public Vell::Node {
   bool hasUsedIndices() const { return used_ != 0; }
 
  private:
-  /// A key that holds indices.
-  struct Record {
+  /// A key with what is needed to look it up.
+  struct Hashed {
     Vell::ZarnType type;
     IndexKeyType const* keys;
-    void* key;
-    Index first;
-    U32 count;
-
-    Record(Vell::ZarnType keyType, IndexKeyType const* ops, void const* value, Index index, U32 run)
-        : type(keyType), keys(ops), key(ops->copy(value)), first(index), count(run) {}
-    Record(Record const&) = delete;
-    Record& operator=(Record const&) = delete;
-    ~Record() { keys->destroy(key); }
+    void const* key;
+    U32 hash;
   };
-  using RecordPtr = std::unique_ptr<Record>;
-  /// By the hash of the key; keys of one type and hash are compared.
-  using Records = std::unordered_multimap<U64, RecordPtr>;
 
   // What the free indices are kept in.
 
@@ -155,17 +146,17 @@ class GenericIndexAllocator : public Vell::Node {
   virtual U32 runOf(Vell::ZarnType, IndexKeyType const&, void const*) const { return 1; }
 
   IndexKeyType const& keysOf(Vell::ZarnType type) const;
-  static U64 hashOf(Vell::ZarnType type, IndexKeyType const& keys, void const* key);
-  Records::const_iterator find(Vell::ZarnType type, void const* key) const;
-  Record const* recordAt(Index index) const;
-  void enter(Vell::ZarnType type, void const* key, Index first, U32 count);
-  void release(Records::const_iterator at);
-  bool isHeldBeside(Record const& record, SwTable const* asking) const;
+  Hashed hashed(Vell::ZarnType type, void const* key) const;
+  IndexRecord const* find(Hashed const& key) const;
+  IndexRecord const* recordAt(Index index) const;
+  void enter(Hashed const& key, Index first, U32 count);
+  void release(IndexRecord const& record);
+  bool isHeldBeside(IndexRecord const& record, SwTable const* asking) const;
 
   std::unordered_map<SwTable const*, TableAttr> tableAttr_;
   std::map<std::pair<void const*, U32>, IndexKeyType const*> keyTypes_;
-  Records records_;
-  std::vector<Record const*> byIndex_;  ///< as long as the highest index that was ever held
+  IndexRecords records_;
+  std::vector<IndexRecord const*> byIndex_;  ///< as long as the highest index that was ever held
   U32 used_ = 0;
   U32 size_ = 0;
   bool initialized_ = false;
