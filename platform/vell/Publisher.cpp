@@ -59,7 +59,11 @@ void Subscription::end() {
   auto const board = watcher->board.lock();
   if (!board) return;
   --board->live;
-  if (board->depth == 0) board->sweep();
+  if (board->depth != 0) return;  // it may be running
+  // What it had captured ends now; its place goes when most places are empty, so that ending many
+  // watchers one by one costs each of them little.
+  auto const callback = std::exchange(watcher->callback, {});
+  if (2 * board->live <= board->watchers.size()) board->sweep();
 }
 
 Subscription Publisher::watch(U32 fieldId, Callback callback) {
