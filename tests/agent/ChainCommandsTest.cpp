@@ -99,7 +99,8 @@ TEST_F(ChainCommandsTest, everyErrorIsToldAtOnceWithItsPath) {
       "memberBlocks": {"b9": {"rows": [{"nextHop": "nh1"}, {"nextHop": "nh2", "weight": 1},
                                        {"weightIdx": 256}, 5], "row": []},
                        "b8": {"rows": {}}},
-      "nextHops": {"nh1": {"port": 65536, "mac": "02:00", "vlan": "0x10"}, "nh3": 7},
+      "nextHops": {"nh1": {"port": 65536, "mac": "02:00", "vlan": "0x10"}, "nh3": 7,
+                   "nh4": {"port": 1, "mac": "02:00:00:00:00:01", "vlan": 4095}},
       "nexthops": {}})");
   auto const outcome = agent("run bad.json");
   EXPECT_EQ(outcome.code, 1);
@@ -111,6 +112,7 @@ TEST_F(ChainCommandsTest, everyErrorIsToldAtOnceWithItsPath) {
         "memberBlocks.b8.rows: must be a list of rows, not an object",
         "nextHops.nh1.port: 65536 does not fit in 16 bits",
         "nextHops.nh1.mac: an address is six bytes, as \"02:00:00:00:00:01\"",
+        "nextHops.nh4.vlan: must be a VLAN from 1 to 4094, or 0 for untagged, not 4095",
         "nextHops.nh3: must be an object of fields, not 7", "nexthops: no such section; did you",
         "memberBlocks.b9.rows[1].nextHop: no next hop named \"nh2\"; "})
     EXPECT_THAT(outcome.err, HasSubstr(line));
