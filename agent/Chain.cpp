@@ -9,8 +9,6 @@
 namespace DlbAgent {
 namespace {
 
-constexpr U16 lastVlan = 4094;  // an id has 12 bits; IEEE 802.1Q reserves 4095
-
 /// The members of an object; a problem and none if it is something else.
 JsonValue::Object const& membersOf(std::string_view path, JsonValue const& value,
                                    std::string_view what, Problems& problems) {
@@ -62,14 +60,8 @@ std::vector<WantedRow> readRows(std::string const& path, JsonValue const& value,
 void readNextHops(std::string const& path, JsonValue const& value, Problems& problems,
                   WantedChain& chain) {
   for (auto const& [name, fields] : membersOf(path, value, "next hops by name", problems))
-    if (auto const record = readEntry(nextHopType(), pathTo(path, name), fields, problems)) {
-      auto& nextHop = chain.nextHops[name];
-      nextHop = Asic::EntryReflection<NextHopTable::Entry>::fromValue(*record);
-      if (nextHop.vlan > lastVlan)
-        problems.add(pathTo(pathTo(path, name), "vlan"),
-                     fmt::format("must be a VLAN from 1 to {}, or 0 for untagged, not {}", lastVlan,
-                                 nextHop.vlan));
-    }
+    if (auto const record = readEntry(nextHopType(), pathTo(path, name), fields, problems))
+      chain.nextHops[name] = Asic::EntryReflection<NextHopTable::Entry>::fromValue(*record);
 }
 
 void readMemberBlocks(std::string const& path, JsonValue const& value, Problems& problems,

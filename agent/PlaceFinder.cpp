@@ -16,10 +16,10 @@ constexpr std::size_t mostOccurrences = 64;
 PlaceFinder::PlaceFinder(WantedChain const& wanted, HeldRows<NextHopTable> const& nextHops,
                          HeldRows<MemberTable> const& members)
     : wanted_(wanted), nextHops_(nextHops), members_(members) {
-  std::set<HopValue> isWanted;
-  for (auto const& each : wanted.nextHops) isWanted.insert(valueOf(each.second));
+  std::set<NextHopTable::Entry> isWanted;
+  for (auto const& each : wanted.nextHops) isWanted.insert(each.second);
   for (auto const& each : nextHops)
-    if (isWanted.contains(valueOf(each.second))) inPlace_.insert(valueOf(each.second));
+    if (isWanted.contains(each.second)) inPlace_.insert(each.second);
   for (auto const& [row, entry] : members)
     if (auto const nextHop = nextHops.find(entry.ecmpNextHopEntry); nextHop != nextHops.end())
       rowsOf_[valueOf(nextHop->second, entry.weightIdx)].push_back(row);

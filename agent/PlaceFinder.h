@@ -10,7 +10,6 @@
 #include <map>
 #include <optional>
 #include <set>
-#include <tuple>
 #include <unordered_map>
 
 #include "agent/Chain.h"
@@ -31,19 +30,13 @@ class PlaceFinder {
   std::vector<U32> nextHops(NextHopTable::Entry const& value) const;
 
  private:
-  /// The value of a next hop, as something that can be sorted.
-  using HopValue = std::tuple<U16, U64, U16>;
   /// What a row says, without the hardware's own numbers: its next hop and its weight. A next hop
   /// that is only wanted and one that is only held look alike, as nothing: the one may have been the
   /// other before it changed.
-  using RowValue = std::pair<std::optional<HopValue>, U8>;
+  using RowValue = std::pair<std::optional<NextHopTable::Entry>, U8>;
 
-  static HopValue valueOf(NextHopTable::Entry const& nextHop) {
-    return {nextHop.port, nextHop.mac.value(), nextHop.vlan};
-  }
   RowValue valueOf(NextHopTable::Entry const& nextHop, U8 weightIdx) const {
-    auto const value = valueOf(nextHop);
-    return {inPlace_.contains(value) ? std::optional(value) : std::nullopt, weightIdx};
+    return {inPlace_.contains(nextHop) ? std::optional(nextHop) : std::nullopt, weightIdx};
   }
   std::optional<U32> placeOf(std::vector<WantedRow> const& rows) const;
   bool isRunOfRows(U32 first, std::size_t rows) const;
@@ -51,7 +44,7 @@ class PlaceFinder {
   WantedChain const& wanted_;
   HeldRows<NextHopTable> const& nextHops_;
   HeldRows<MemberTable> const& members_;
-  std::set<HopValue> inPlace_;  ///< values of next hops that are wanted and held
+  std::set<NextHopTable::Entry> inPlace_;  ///< values of next hops that are wanted and held
   std::map<RowValue, std::vector<U32>> rowsOf_;
   std::set<U32> taken_;  ///< rows of blocks that were found
   std::map<std::string, U32> blocks_;

@@ -18,6 +18,7 @@
 #include <string_view>
 
 #include "forwarding/MacAddress.h"
+#include "forwarding/VlanId.h"
 #include "frame/FieldEntry.h"
 #include "frame/HandleTable.h"
 #include "frame/SwBlockTable.h"
@@ -66,7 +67,7 @@ struct NextHopSheet {
    public:
     U16 port = 0;    ///< the port that packets leave through
     MacAddress mac;  ///< their destination address
-    U16 vlan = 0;    ///< their VLAN; 0: untagged
+    VlanId vlan;     ///< their VLAN; 0: untagged
 
     static constexpr auto fields() {
       return Zarn::fieldList(

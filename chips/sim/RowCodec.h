@@ -18,7 +18,6 @@
 
 #include "chips/sim/Fingerprint.h"
 #include "containers/MapField.h"
-#include "forwarding/MacAddress.h"
 #include "platform/vell/Assert.h"
 #include "platform/zarn/Fields.h"
 
@@ -76,13 +75,14 @@ struct FieldCodec<Member> {
   static std::string misfit(std::string_view, Member) { return {}; }
 };
 
-template <>
-struct FieldCodec<Forwarding::MacAddress> {
-  using Address = Forwarding::MacAddress;
-  static constexpr U32 bits = Address::bits;
-  static void pack(BitWriter& row, Address address) { row.put(address.value(), bits); }
-  static void unpack(BitReader& row, Address& address) { address = Address(row.take(bits)); }
-  static std::string misfit(std::string_view, Address) { return {}; }
+/// A class over a number of so many bits.
+template <class Member>
+requires std::same_as<decltype(Member::bits), U32 const>
+struct FieldCodec<Member> {
+  static constexpr U32 bits = Member::bits;
+  static void pack(BitWriter& row, Member value) { row.put(value.value(), bits); }
+  static void unpack(BitReader& row, Member& value) { value = Member(row.take(bits)); }
+  static std::string misfit(std::string_view, Member) { return {}; }
 };
 
 /// A pointer is the software's own and takes nothing of a row.

@@ -112,7 +112,7 @@ TEST_F(ChainCommandsTest, everyErrorIsToldAtOnceWithItsPath) {
         "memberBlocks.b8.rows: must be a list of rows, not an object",
         "nextHops.nh1.port: 65536 does not fit in 16 bits",
         "nextHops.nh1.mac: an address is six bytes, as \"02:00:00:00:00:01\"",
-        "nextHops.nh4.vlan: must be a VLAN from 1 to 4094, or 0 for untagged, not 4095",
+        "nextHops.nh4.vlan: a VLAN is 1 to 4094, or 0 for untagged, not 4095",
         "nextHops.nh3: must be an object of fields, not 7", "nexthops: no such section; did you",
         "memberBlocks.b9.rows[1].nextHop: no next hop named \"nh2\"; "})
     EXPECT_THAT(outcome.err, HasSubstr(line));
