@@ -11,9 +11,11 @@
 namespace DlbAgent {
 namespace {
 
+// Entries that have handles are the chain's affair, by name.
 bool isTable(Vell::TypeData const& type) {
-  return type.functions.makeNode && type.attribute("entryCommit") &&
-         type.attribute("resolvedEntry") && type.attribute("syncedEntry");
+  return !type.attribute("entryHandle") && type.functions.makeNode &&
+         type.attribute("entryCommit") && type.attribute("resolvedEntry") &&
+         type.attribute("syncedEntry");
 }
 
 Vell::TypeData const* entryOf(Vell::TypeData const& table, Vell::ModuleInspectData const& module) {

@@ -2,7 +2,7 @@
 // that configures, shows and clears names a table: what a library announces is served alike.
 //
 // A table is a class that can be made and has the attributes `entryCommit`, `resolvedEntry` and
-// `syncedEntry`; its entries are of the class TABLE::Entry of the same module.
+// `syncedEntry`, and no handles; its entries are of the class TABLE::Entry of the same module.
 //
 // Threading: immutable once made.
 

@@ -4,6 +4,8 @@
 
 template class Asic::DirectTable<TessarLoadBalance::DlbControlTable,
                                  TessarLoadBalance::DlbControlSheet>;
+template class Asic::ResolvedEntries<TessarLoadBalance::DlbControlTable,
+                                     TessarLoadBalance::DlbControlSheet>;
 
 namespace TessarLoadBalance {
 

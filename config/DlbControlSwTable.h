@@ -51,3 +51,5 @@ Vell::Ptr<DlbControlTable> dlbControlTableFactory();
 
 extern template class Asic::DirectTable<TessarLoadBalance::DlbControlTable,
                                         TessarLoadBalance::DlbControlSheet>;
+extern template class Asic::ResolvedEntries<TessarLoadBalance::DlbControlTable,
+                                            TessarLoadBalance::DlbControlSheet>;

@@ -4,6 +4,8 @@
 
 template class Asic::DirectTable<TessarLoadBalance::DlbEcmpControlTable,
                                  TessarLoadBalance::DlbEcmpControlSheet>;
+template class Asic::ResolvedEntries<TessarLoadBalance::DlbEcmpControlTable,
+                                     TessarLoadBalance::DlbEcmpControlSheet>;
 
 namespace TessarLoadBalance {
 

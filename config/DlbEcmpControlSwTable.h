@@ -40,3 +40,5 @@ Vell::Ptr<DlbEcmpControlTable> dlbEcmpControlTableFactory();
 
 extern template class Asic::DirectTable<TessarLoadBalance::DlbEcmpControlTable,
                                         TessarLoadBalance::DlbEcmpControlSheet>;
+extern template class Asic::ResolvedEntries<TessarLoadBalance::DlbEcmpControlTable,
+                                            TessarLoadBalance::DlbEcmpControlSheet>;

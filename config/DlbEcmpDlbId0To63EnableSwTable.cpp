@@ -4,6 +4,8 @@
 
 template class Asic::DirectTable<TessarLoadBalance::DlbEcmpDlbId0To63EnableTable,
                                  TessarLoadBalance::DlbEcmpDlbId0To63EnableSheet>;
+template class Asic::ResolvedEntries<TessarLoadBalance::DlbEcmpDlbId0To63EnableTable,
+                                     TessarLoadBalance::DlbEcmpDlbId0To63EnableSheet>;
 
 namespace TessarLoadBalance {
 

@@ -39,3 +39,5 @@ Vell::Ptr<DlbEcmpDlbId0To63EnableTable> dlbEcmpDlbId0To63EnableTableFactory();
 
 extern template class Asic::DirectTable<TessarLoadBalance::DlbEcmpDlbId0To63EnableTable,
                                         TessarLoadBalance::DlbEcmpDlbId0To63EnableSheet>;
+extern template class Asic::ResolvedEntries<TessarLoadBalance::DlbEcmpDlbId0To63EnableTable,
+                                            TessarLoadBalance::DlbEcmpDlbId0To63EnableSheet>;

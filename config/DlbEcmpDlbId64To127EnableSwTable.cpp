@@ -4,6 +4,8 @@
 
 template class Asic::DirectTable<TessarLoadBalance::DlbEcmpDlbId64To127EnableTable,
                                  TessarLoadBalance::DlbEcmpDlbId64To127EnableSheet>;
+template class Asic::ResolvedEntries<TessarLoadBalance::DlbEcmpDlbId64To127EnableTable,
+                                     TessarLoadBalance::DlbEcmpDlbId64To127EnableSheet>;
 
 namespace TessarLoadBalance {
 

@@ -39,3 +39,5 @@ Vell::Ptr<DlbEcmpDlbId64To127EnableTable> dlbEcmpDlbId64To127EnableTableFactory(
 
 extern template class Asic::DirectTable<TessarLoadBalance::DlbEcmpDlbId64To127EnableTable,
                                         TessarLoadBalance::DlbEcmpDlbId64To127EnableSheet>;
+extern template class Asic::ResolvedEntries<TessarLoadBalance::DlbEcmpDlbId64To127EnableTable,
+                                            TessarLoadBalance::DlbEcmpDlbId64To127EnableSheet>;

@@ -4,6 +4,8 @@
 
 template class Asic::DirectTable<TessarLoadBalance::DlbEcmpFlowsetTable,
                                  TessarLoadBalance::DlbEcmpFlowsetSheet>;
+template class Asic::ResolvedEntries<TessarLoadBalance::DlbEcmpFlowsetTable,
+                                     TessarLoadBalance::DlbEcmpFlowsetSheet>;
 
 namespace TessarLoadBalance {
 

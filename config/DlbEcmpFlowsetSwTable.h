@@ -42,3 +42,5 @@ Vell::Ptr<DlbEcmpFlowsetTable> dlbEcmpFlowsetTableFactory();
 
 extern template class Asic::DirectTable<TessarLoadBalance::DlbEcmpFlowsetTable,
                                         TessarLoadBalance::DlbEcmpFlowsetSheet>;
+extern template class Asic::ResolvedEntries<TessarLoadBalance::DlbEcmpFlowsetTable,
+                                            TessarLoadBalance::DlbEcmpFlowsetSheet>;

@@ -4,6 +4,8 @@
 
 template class Asic::DirectTable<TessarLoadBalance::DlbEcmpGroupTable,
                                  TessarLoadBalance::DlbEcmpGroupSheet>;
+template class Asic::ResolvedEntries<TessarLoadBalance::DlbEcmpGroupTable,
+                                     TessarLoadBalance::DlbEcmpGroupSheet>;
 
 namespace TessarLoadBalance {
 

@@ -87,3 +87,5 @@ Vell::Ptr<DlbEcmpGroupTable> dlbEcmpGroupTableFactory();
 
 extern template class Asic::DirectTable<TessarLoadBalance::DlbEcmpGroupTable,
                                         TessarLoadBalance::DlbEcmpGroupSheet>;
+extern template class Asic::ResolvedEntries<TessarLoadBalance::DlbEcmpGroupTable,
+                                            TessarLoadBalance::DlbEcmpGroupSheet>;

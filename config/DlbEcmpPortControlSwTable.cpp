@@ -4,6 +4,8 @@
 
 template class Asic::DirectTable<TessarLoadBalance::DlbEcmpPortControlTable,
                                  TessarLoadBalance::DlbEcmpPortControlSheet>;
+template class Asic::ResolvedEntries<TessarLoadBalance::DlbEcmpPortControlTable,
+                                     TessarLoadBalance::DlbEcmpPortControlSheet>;
 
 namespace TessarLoadBalance {
 

@@ -48,3 +48,5 @@ Vell::Ptr<DlbEcmpPortControlTable> dlbEcmpPortControlTableFactory();
 
 extern template class Asic::DirectTable<TessarLoadBalance::DlbEcmpPortControlTable,
                                         TessarLoadBalance::DlbEcmpPortControlSheet>;
+extern template class Asic::ResolvedEntries<TessarLoadBalance::DlbEcmpPortControlTable,
+                                            TessarLoadBalance::DlbEcmpPortControlSheet>;

@@ -4,6 +4,8 @@
 
 template class Asic::DirectTable<TessarLoadBalance::DlbEcmpQualityMapTable,
                                  TessarLoadBalance::DlbEcmpQualityMapSheet>;
+template class Asic::ResolvedEntries<TessarLoadBalance::DlbEcmpQualityMapTable,
+                                     TessarLoadBalance::DlbEcmpQualityMapSheet>;
 
 namespace TessarLoadBalance {
 

@@ -40,3 +40,5 @@ Vell::Ptr<DlbEcmpQualityMapTable> dlbEcmpQualityMapTableFactory();
 
 extern template class Asic::DirectTable<TessarLoadBalance::DlbEcmpQualityMapTable,
                                         TessarLoadBalance::DlbEcmpQualityMapSheet>;
+extern template class Asic::ResolvedEntries<TessarLoadBalance::DlbEcmpQualityMapTable,
+                                            TessarLoadBalance::DlbEcmpQualityMapSheet>;

@@ -4,6 +4,8 @@
 
 template class Asic::DirectTable<TessarLoadBalance::DlbEcmpQuantizationThresholdTable,
                                  TessarLoadBalance::DlbEcmpQuantizationThresholdSheet>;
+template class Asic::ResolvedEntries<TessarLoadBalance::DlbEcmpQuantizationThresholdTable,
+                                     TessarLoadBalance::DlbEcmpQuantizationThresholdSheet>;
 
 namespace TessarLoadBalance {
 

@@ -45,3 +45,5 @@ Vell::Ptr<DlbEcmpQuantizationThresholdTable> dlbEcmpQuantizationThresholdTableFa
 
 extern template class Asic::DirectTable<TessarLoadBalance::DlbEcmpQuantizationThresholdTable,
                                         TessarLoadBalance::DlbEcmpQuantizationThresholdSheet>;
+extern template class Asic::ResolvedEntries<TessarLoadBalance::DlbEcmpQuantizationThresholdTable,
+                                            TessarLoadBalance::DlbEcmpQuantizationThresholdSheet>;

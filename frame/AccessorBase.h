@@ -44,6 +44,8 @@ class AccessorBase {
   Vell::Ptr<typename T::Util> utilIfExists() const { return swTable_->util(); }
 
   void doInitComplete();
+  /// Deletes from the hardware what nobody claimed.
+  void purgeStaleEntries();
 
   // For the accessor's and the table's own operations alike.
 
@@ -65,10 +67,17 @@ class AccessorBase {
   void beginSyncEntries() const;
   /// Traces the summary of the reconciliation, the last step of every purge.
   void traceStatistics(std::string_view operation) const;
+  /// The tracker operation of a row's delete, by what its key held.
+  IndexUserTracker::OpType trackerOfDelete() const;
+
+  /// The generic logic that this is a part of.
+  SwTable::Accessor<T>& self() { return static_cast<SwTable::Accessor<T>&>(*this); }
 
   T* swTable_;
 
  private:
+  void syncedEntryRemoveAll();
+
   /// One trace handle for each table type. It stays to the end of the process: a table that is held
   /// by a static pointer still traces when it goes.
   static Zarn::TraceHandle& _defaultTraceHandle() {
@@ -89,6 +98,38 @@ template <class T>
 void AccessorBase<T>::beginSyncEntries() const {
   trace(traceLife, "syncEntries", ": swTableInstPtr:", static_cast<void const*>(swTable_));
   VELL_ASSERT(swTable_->hwTable(), "hwTable()", T::names.qualified);
+}
+
+template <class T>
+void AccessorBase<T>::purgeStaleEntries() {
+  syncedEntryRemoveAll();
+  if (utilIfExists()) IndexUserTracker::Stub::recoveryEnded(swTable_->hwTable());
+  traceStatistics("purgeStaleEntries");
+}
+
+template <class T>
+void AccessorBase<T>::syncedEntryRemoveAll() {
+  message<"syncedEntryRemoveAll">();
+  trace(traceKey, "syncedEntryRemoveAll");
+  if (!utilIfExists() || swTable_->syncedEntryMap().count() == 0) {
+    trace(traceKey, "syncedEntryRemoveAll", " No stale entries in syncedEntryColl");
+    return;
+  }
+  swTable_->resolvedKeyPriorIs(SwTable::KeyPrior::noKey);
+  swTable_->reconcilingEntryIs(true);
+  self().handleStaleEntries();
+  swTable_->syncedEntryDelAll();
+  swTable_->reconcilingEntryIs(false);
+}
+
+template <class T>
+IndexUserTracker::OpType AccessorBase<T>::trackerOfDelete() const {
+  using enum SwTable::KeyPrior;
+  auto const prior = swTable_->resolvedKeyPrior();
+  if (swTable_->reconcilingEntry() || prior == value) return IndexUserTracker::OpType::userRemove;
+  VELL_ASSERT(prior == noValue, "false", T::names.qualified,
+              ": a key was removed without its prior being set");
+  return IndexUserTracker::OpType::userRemoveInactive;
 }
 
 template <class T>

@@ -13,64 +13,6 @@ namespace Asic {
 // ---- programming ----
 
 template <class T>
-void BlockAccessor<T>::handleEntry(Key const& key) {
-  this->template message<"handleEntry">();
-  trace(traceKey, "handleEntry", " key: ", key,
-        ", configReplayComplete: ", swTable_->configReplayComplete());
-  if (!swTable_->resolvedHas(key))
-    removeHwEntry(key);
-  else if (swTable_->configReplayComplete())
-    programHwEntry(key, EntryState::inProgress);
-  else
-    replayEntry(key);
-}
-
-template <class T>
-void BlockAccessor<T>::replayEntry(Key const& key) {
-  using enum ReconciliationStatus;
-  auto const status = reconcileSyncedEntry(key);
-  trace(traceKey, "handleEntry", ": reconcileStatus: ", status);
-  // Taken after the comparison, which may have given the key its index.
-  auto const hwIndex = this->doRetrieveHwIndex(key).value();
-  switch (status) {
-    case reconcileRewritten:
-      adoptIndex(key, hwIndex, status);
-      programHwEntry(key, EntryState::indexReconciled);
-      syncedRowsDel(hwIndex, T::blockSizeOf(key));
-      break;
-    case reconcileMatched:
-      adoptIndex(key, hwIndex, status);
-      syncedRowsDel(hwIndex, T::blockSizeOf(key));
-      break;
-    case reconcileNone:
-      // It waits for a suggestion, or for the end of the replay, in the state that both look for.
-      if (Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key))
-        handle->entryStateIs(EntryState::unresolved);
-      return;
-    case reconcileAdded:
-      programHwEntry(key, EntryState::inProgress);
-      break;
-    default:
-      VELL_ASSERT(false, "false", T::names.qualified, ": a replay cannot end in ", status);
-  }
-  swTable_->reconcilingEntryIs(false);
-  swTable_->updateStatistic(status);
-}
-
-/// Binds the handle to the place where the hardware holds its entry.
-template <class T>
-void BlockAccessor<T>::adoptIndex(Key const& key, Index hwIndex, ReconciliationStatus status) {
-  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
-  if (!handle) return;
-  swTable_->indexHelperDel(*handle);
-  handle->hwIndexIs(hwIndex);
-  if (status != ReconciliationStatus::reconcileMatched) return;
-  handle->entryStateIs(EntryState::indexReconciled);
-  handle->resolvedEntryStateIs(EntryState::indexReconciled);
-  this->doCompleteEntryHandleForTesting(key);
-}
-
-template <class T>
 void BlockAccessor<T>::syncedRowsDel(Index hwIndex, U32 rows) {
   for (U32 i = 0; i < rows; ++i) swTable_->syncedEntryDel(hwIndex.value() + i);
 }
@@ -190,29 +132,6 @@ void BlockAccessor<T>::markFailedNeededEntry(Record& record) {
 }
 
 // ---- suggestions ----
-
-template <class T>
-void BlockAccessor<T>::handleIndexSuggestions(EntryHandle& handle, IndexSet const& indices) {
-  VELL_ASSERT(handle.entryState() == EntryState::unresolved, "eh->entryState() == unresolved()",
-              T::names.qualified, " key ", handle.key(), " state ", handle.entryState());
-  VELL_ASSERT(!swTable_->configReplayComplete(), "swTable_->configReplayInProgress()",
-              T::names.qualified, ": suggestions are for the replay");
-  constexpr std::string_view name = "handleIndexSuggestions";
-  trace(traceKey, name, ": eh:", static_cast<void const*>(&handle), ", key:", handle.key(),
-        ", numSuggestions:", indices.size());
-  Vell::Ptr<EntryHandle> const held(&handle);
-  auto const util = this->utilIfExists();
-  VELL_ASSERT(util, "util", T::names.qualified, ": a suggestion, and no hooks that found rows");
-  auto const helper = swTable_->indexHelperIs(handle);
-  for (auto const value : indices) {
-    if (handle.entryState() != EntryState::unresolved) return;  // settled by what was called
-    auto const index = util->dependentFieldValueToHwIndex(value);
-    if (helper->indexHas(index)) continue;  // dealt with
-    helper->indexIs(index);
-    trace(traceKey, name, ": hwIndex:", index);
-    if (processIndexSuggestion(handle, index)) return;
-  }
-}
 
 /// True if the suggestion settled the entry's index.
 template <class T>
@@ -338,96 +257,7 @@ Index BlockAccessor<T>::reconcileUsingIndexHelper(Key const& key, Compare compar
   return {};
 }
 
-/// Visits the handles that are there now; each is held while it is visited.
-template <class T>
-template <class Visitor>
-void BlockAccessor<T>::forEachHandle(Visitor&& visitor) {
-  for (Zarn::HashMap2018IteratorGeneric at(swTable_->entryHandleMap()); at; at.advance()) {
-    Vell::Ptr<EntryHandle> const handle = at.currNodeMaybeStale()->value_;
-    visitor(*handle);
-  }
-}
-
-template <class T>
-bool BlockAccessor<T>::awaitsIndex(EntryHandle const& handle) const {
-  return handle.entryState() == EntryState::unresolved && swTable_->resolvedHas(handle.key());
-}
-
-template <class T>
-void BlockAccessor<T>::doInitComplete() {
-  AccessorBase<T>::doInitComplete();
-  // First those that have candidates, so that no new index takes one of them away.
-  forEachHandle([this](EntryHandle& handle) {
-    if (awaitsIndex(handle) && swTable_->indexHelper(handle)) settleCandidates(handle);
-  });
-  forEachHandle([this](EntryHandle& handle) {
-    if (awaitsIndex(handle)) programAsAdded(handle.key());
-  });
-  swTable_->reconcilingEntryIs(false);
-}
-
-template <class T>
-void BlockAccessor<T>::settleCandidates(EntryHandle& handle) {
-  auto const hwIndex = this->doRetrieveHwIndex(handle.key()).value();
-  hwIndex.isExhausted() ? placeAtCandidate(handle) : placeAtKnownIndex(handle, hwIndex);
-  swTable_->indexHelperDel(handle);
-}
-
-/// Overwrites the first candidate that the allocator accepts, whatever the hardware holds there.
-template <class T>
-void BlockAccessor<T>::placeAtCandidate(EntryHandle& handle) {
-  auto const key = handle.key();
-  auto const index = reconcileUsingIndexHelper(key, Compare::no);
-  if (index.isExhausted()) return;
-  handle.hwIndexIs(index);
-  programHwEntry(key, EntryState::indexReconciled);
-  swTable_->updateStatistic(ReconciliationStatus::reconcileRewritten);
-}
-
-template <class T>
-void BlockAccessor<T>::placeAtKnownIndex(EntryHandle& handle, Index hwIndex) {
-  auto const key = handle.key();
-  handle.hwIndexIs(hwIndex);
-  if (swTable_->syncedEntryMap().lookup(hwIndex)) {
-    programHwEntry(key, EntryState::indexReconciled);
-    swTable_->updateStatistic(ReconciliationStatus::reconcileRewritten);
-  } else {
-    programAsAdded(key);
-  }
-  syncedRowsDel(hwIndex, T::blockSizeOf(key));
-}
-
-template <class T>
-void BlockAccessor<T>::programAsAdded(Key const& key) {
-  auto const copied = key;
-  swTable_->resolvedKeyPriorIs(SwTable::KeyPrior::noKey);
-  programHwEntry(copied, EntryState::inProgress);
-  swTable_->updateStatistic(ReconciliationStatus::reconcileAdded);
-}
-
 // ---- purge ----
-
-template <class T>
-void BlockAccessor<T>::purgeStaleEntries() {
-  syncedEntryRemoveAll();
-  if (this->utilIfExists()) IndexUserTracker::Stub::recoveryEnded(swTable_->hwTable());
-  this->traceStatistics("purgeStaleEntries");
-}
-
-template <class T>
-void BlockAccessor<T>::syncedEntryRemoveAll() {
-  this->template message<"syncedEntryRemoveAll">();
-  trace(traceKey, "syncedEntryRemoveAll");
-  if (!this->utilIfExists() || swTable_->syncedEntryMap().empty()) {
-    trace(traceKey, "syncedEntryRemoveAll", " No stale entries in syncedEntryColl");
-    return;
-  }
-  swTable_->resolvedKeyPriorIs(SwTable::KeyPrior::noKey);
-  swTable_->reconcilingEntryIs(true);
-  handleStaleEntries();
-  swTable_->syncedEntryDelAll();
-  swTable_->reconcilingEntryIs(false);
-}
 
 template <class T>
 void BlockAccessor<T>::handleStaleEntries() noexcept {

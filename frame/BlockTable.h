@@ -147,6 +147,7 @@ class BlockTable : public HandleTable<T, Sheet> {
   bool resolvedHas(EntryBlock const& key) const {
     return resolvedEntryBlock_.lookupNodeG(key) != nullptr;
   }
+  bool hasValue(EntryBlock const& key) const { return resolvedHas(key); }
   U32 resolvedCount() const { return resolvedEntryBlock_.count(); }
   Rows resolvedRows(EntryBlock const& key) const;
   void resolvedIs(UnresolvedEntryBlock const& record) { resolvedEntryBlockIs(record.entryBlock()); }

@@ -101,17 +101,12 @@ auto BlockTable<T, Sheet>::entryBlockCommit(EntryBlock const& entryBlock) -> Han
 
 template <class T, class Sheet>
 auto BlockTable<T, Sheet>::entryBlockRef(EntryBlock const& entryBlock) -> HandlePtr {
-  using enum SwTableBase::EntryType;
   AccessorT::template message<"entryBlockRef">();
   validateEntryBlockSize(entryBlock);
   SwTable::OperationScope const scope(*this);
   if (auto const known = knownHandle(entryBlock, "entryBlockRef")) return known;
   Vell::Ptr<EntryHandle> const eh = this->entryHandleIs(entryBlock, &this->table());
-  if (eh->entryType() == unset || eh->entryType() == inDeletion) {
-    eh->entryTypeIs(referenceOnly);
-    eh->tableUseIs(EntryHandle::TableUse::uncounted);
-    eh->blockSizeIs(0);
-  }
+  if (eh->referenced()) eh->blockSizeIs(0);
   return startNewBlock(*eh);
 }
 

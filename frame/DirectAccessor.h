@@ -38,7 +38,7 @@ class DirectAccessor : public AccessorBase<T> {
 
   void syncEntries() noexcept;
   void autoCommitSyncedEntries();
-  void purgeStaleEntries();
+  void handleStaleEntries() noexcept;
 
   /// Removes one key; `resolvedKeyPrior` is set by a look-up.
   void deleteResolvedEntry(Key key);
@@ -60,16 +60,13 @@ class DirectAccessor : public AccessorBase<T> {
   void removeHwEntry(Key key);
   void hwTableEntryIs(Util const& util, Key key);
   void hwTableEntryDel(Util const& util, Key key);
-  void syncedEntryRemoveAll();
-  void handleStaleEntries() noexcept;
   void traceHwIndex(Key key) const;
   /// The key's value, from the node at hand if nothing was called since it was looked up.
   Zarn::Optional<Entry> wantedValue(Key key) const;
   /// The key names no hardware entry. Never true of a structured key.
   static bool isExhausted(Key key);
-  /// The tracker operation of a write, if any, and of a delete.
+  /// The tracker operation of a write, if any.
   Zarn::Optional<Tracker> trackerOfWrite(bool hasValue) const;
-  Tracker trackerOfDelete() const;
 
   Node const* node_ = nullptr;  ///< of the key in hand; null once anything was called
 };

@@ -137,7 +137,7 @@ void DirectAccessor<T>::hwTableEntryIs(Util const& util, Key key) {
 template <class T>
 void DirectAccessor<T>::hwTableEntryDel(Util const& util, Key key) {
   trace(traceKey, "hwTableEntryDel", ": Deleting entry at key:", key);
-  util.updateHwIndexRefCountTracker(swTable_->hwTable(), key, trackerOfDelete());
+  util.updateHwIndexRefCountTracker(swTable_->hwTable(), key, this->trackerOfDelete());
   if (swTable_->entryHas(key)) return;  // the hook committed the key: its row is wanted again
   util.hwTableEntryDel(*swTable_, key);
 }
@@ -154,16 +154,6 @@ auto DirectAccessor<T>::trackerOfWrite(bool hasValue) const -> Zarn::Optional<Tr
   VELL_ASSERT(prior == value, "false", T::names.qualified,
               ": an empty value was stored over a key that held none");
   return Tracker::userDeactivate;
-}
-
-template <class T>
-auto DirectAccessor<T>::trackerOfDelete() const -> Tracker {
-  using enum SwTable::KeyPrior;
-  auto const prior = swTable_->resolvedKeyPrior();
-  if (swTable_->reconcilingEntry() || prior == value) return Tracker::userRemove;
-  VELL_ASSERT(prior == noValue, "false", T::names.qualified,
-              ": a key was removed without its prior being set");
-  return Tracker::userRemoveInactive;
 }
 
 // ---- restart ----
@@ -186,28 +176,6 @@ void DirectAccessor<T>::autoCommitSyncedEntries() {
     swTable_->resolvedKeyPriorIs(swTable_->keyPrior(key));
     swTable_->resolvedEntryIs(key, entry);
   }
-}
-
-template <class T>
-void DirectAccessor<T>::purgeStaleEntries() {
-  syncedEntryRemoveAll();
-  if (this->utilIfExists()) IndexUserTracker::Stub::recoveryEnded(swTable_->hwTable());
-  this->traceStatistics("purgeStaleEntries");
-}
-
-template <class T>
-void DirectAccessor<T>::syncedEntryRemoveAll() {
-  this->template message<"syncedEntryRemoveAll">();
-  trace(traceKey, "syncedEntryRemoveAll");
-  if (!this->utilIfExists() || swTable_->syncedEntryMap().count() == 0) {
-    trace(traceKey, "syncedEntryRemoveAll", " No stale entries in syncedEntryColl");
-    return;
-  }
-  swTable_->resolvedKeyPriorIs(SwTable::KeyPrior::noKey);
-  swTable_->reconcilingEntryIs(true);
-  handleStaleEntries();
-  swTable_->syncedEntryDelAll();
-  swTable_->reconcilingEntryIs(false);
 }
 
 template <class T>

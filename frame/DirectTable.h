@@ -2,16 +2,10 @@
 // client knows. `T` is the concrete table, `Sheet` its data sheet.
 //
 // Invariants
-//  1. `resolvedEntry` is what clients want the hardware to hold; a key may be there without a
-//     value.
-//  2. A change of `resolvedEntry` is stored first, then carried to the hardware, then told to the
-//     watchers, all inside the call. A change that changes nothing does none of it.
-//  3. `syncedEntry` is what the hardware was found to hold and no commit has claimed; only a
+//  1. `resolvedEntry` is what clients want the hardware to hold (frame/ResolvedEntries.h).
+//  2. `syncedEntry` is what the hardware was found to hold and no commit has claimed; only a
 //     plug-in's sync fills it.
-//  4. No operation reports a failure.
-//
-// Everything may call back: keys are taken by value, old values are told from local copies, and no
-// reference into a collection is kept across a call.
+//  3. No operation reports a failure.
 //
 // Threading: the thread of the owning agent.
 
@@ -19,7 +13,7 @@
 
 #include "containers/HashMap2018.h"
 #include "containers/HashMap2018Iterator.h"
-#include "frame/EntryIterator.h"
+#include "frame/ResolvedEntries.h"
 #include "frame/Sheet.h"
 #include "frame/TableUtil.h"
 #include "frame/Trait.h"
@@ -35,15 +29,17 @@ template <class T>
 struct DirectTableReflection;
 
 template <class T, DirectSheet Sheet>
-class DirectTable : public SwKnownIndexTable, public Bruvel::Allocated<T> {
+class DirectTable : public SwKnownIndexTable,
+                    public ResolvedEntries<T, Sheet>,
+                    public Bruvel::Allocated<T> {
+  using Resolved = ResolvedEntries<T, Sheet>;
+
  public:
   using Key = typename Sheet::Key;
   using UtilKey = Key;  ///< what the chip hooks are told
   using Entry = typename Sheet::Entry;
   using Util = TableUtil<T>;
   using UtilLoader = TableUtilLoader<T>;
-  using ResolvedEntryMap =
-      Zarn::HashMap2018<Zarn::HN<Key, Zarn::Optional<Entry>, Sheet::maps.resolvedEntry>>;
   using SyncedEntryMap = Zarn::HashMap2018<Zarn::HN<Key, Entry, Sheet::maps.syncedEntry>>;
 
   static constexpr TableNames names = Sheet::names;
@@ -66,18 +62,10 @@ class DirectTable : public SwKnownIndexTable, public Bruvel::Allocated<T> {
 
   // What clients ask.
 
-  /// Whether `resolvedEntry` has the key, with or without a value.
-  bool entryHas(Key key) const { return resolvedEntry_.lookupNodeG(key) != nullptr; }
-  /// The key's value; a default entry if the key is absent or has none.
-  Entry entry(Key key) const { return resolvedEntry(key).value_or(Entry{}); }
-  /// The key's value; empty if the key is absent or has none.
-  Zarn::Optional<Entry> resolvedEntry(Key key) const;
   /// The synced value; a default entry if the key is absent.
   Entry syncedEntry(Key key) const;
-  /// What the key holds now, as an operation notes it before it changes anything.
-  KeyPrior keyPrior(Key key) const { return keyPrior(resolvedEntry_.lookupNodeG(key)); }
   /// Keys in `resolvedEntry`, those without a value included.
-  U32 entrys() const { return resolvedEntry_.count(); }
+  U32 entrys() const { return this->resolvedEntryMap().count(); }
   /// Valid indices of the hardware table; 0 and 0xFFFFFFFF without chip hooks.
   U32 minIndex() const requires Trait::isKnownIndexTable<T> {
     return util() ? util()->minIndex() : 0;
@@ -86,12 +74,6 @@ class DirectTable : public SwKnownIndexTable, public Bruvel::Allocated<T> {
     return util() ? util()->maxIndex() : 0xFFFFFFFF;
   }
   Util* util() const { return static_cast<Util*>(SwTable::util()); }
-  /// The first key with a value, or the given key if it has one and the end otherwise. Walks on in
-  /// map order and survives every change of the table.
-  EntryIteratorConst<T> entryIteratorConst() const { return EntryIteratorConst<T>(table()); }
-  EntryIteratorConst<T> entryIteratorConst(Key key) const {
-    return EntryIteratorConst<T>(table(), key);
-  }
 
   // What clients do.
 
@@ -104,20 +86,14 @@ class DirectTable : public SwKnownIndexTable, public Bruvel::Allocated<T> {
   /// Takes over what the hardware was found to hold. Nothing once the replay is complete.
   void autoCommitSyncedEntries();
 
-  // The collections, for chip plug-ins and the generic logic. Whoever calls the first two sets
-  // `resolvedKeyPrior` before.
+  // What sync found, for chip plug-ins and the generic logic.
 
-  void resolvedEntryIs(Key key, Zarn::Optional<Entry> const& value);
-  /// Removes the key and gives what it held.
-  Zarn::Optional<Entry> resolvedEntryDel(Key key);
-  void resolvedEntryDelAll();
   void syncedEntryIs(Key key, Entry const& entry);
   /// Removes the key and gives what it held; a default entry if it was absent.
   Entry syncedEntryDel(Key key);
   /// Empties the collection; tells each removal if anybody watches.
   void syncedEntryDelAll();
 
-  ResolvedEntryMap const& resolvedEntryMap() const { return resolvedEntry_; }
   SyncedEntryMap const& syncedEntryMap() const { return syncedEntry_; }
 
   // What the framework calls.
@@ -144,19 +120,10 @@ class DirectTable : public SwKnownIndexTable, public Bruvel::Allocated<T> {
 
   T& table() { return static_cast<T&>(*this); }
   T const& table() const { return static_cast<T const&>(*this); }
-  /// Carries a change of the key to the hardware; `node` is its node, or null if it was removed.
-  void handleEntry(Key key, typename ResolvedEntryMap::Node const* node);
   /// Tells the watchers that the element at `key` of the collection `fieldId` changed.
   void publish(U32 fieldId, Key key, void const* previous);
   void cleanup();
-  static KeyPrior keyPrior(typename ResolvedEntryMap::Node const* node);
-  /// Whether `node`, which may be null, holds just that value, or none if `value` is null.
-  static bool holds(typename ResolvedEntryMap::Node const* node, Entry const* value);
-  /// Stores another value, or none, at a key whose node was just looked up; the rest of
-  /// `resolvedEntryIs`.
-  void storeResolved(typename ResolvedEntryMap::Node* node, Key key, Entry const* value);
 
-  ResolvedEntryMap resolvedEntry_{1, false};
   SyncedEntryMap syncedEntry_{1, false};
 };
 

@@ -6,6 +6,7 @@
 #include "frame/DirectAccessorDefinitions.h"
 #include "frame/DirectTable.h"
 #include "frame/DirectTableReflection.h"
+#include "frame/ResolvedEntriesDefinitions.h"
 
 namespace Asic {
 
@@ -28,21 +29,9 @@ Vell::ModuleInspectData& DirectTable<T, Sheet>::module() {
 }
 
 template <class T, DirectSheet Sheet>
-auto DirectTable<T, Sheet>::resolvedEntry(Key key) const -> Zarn::Optional<Entry> {
-  auto const* node = resolvedEntry_.lookupNodeG(key);
-  return node ? node->value_ : Zarn::Optional<Entry>{};
-}
-
-template <class T, DirectSheet Sheet>
 auto DirectTable<T, Sheet>::syncedEntry(Key key) const -> Entry {
   auto const* node = syncedEntry_.lookupNodeG(key);
   return node ? node->value_ : Entry{};
-}
-
-template <class T, DirectSheet Sheet>
-auto DirectTable<T, Sheet>::keyPrior(typename ResolvedEntryMap::Node const* node) -> KeyPrior {
-  if (!node) return KeyPrior::noKey;
-  return node->value_ ? KeyPrior::value : KeyPrior::noValue;
 }
 
 // The look-up serves both the prior and the store: nothing is called between the two. The entry is
@@ -50,71 +39,22 @@ auto DirectTable<T, Sheet>::keyPrior(typename ResolvedEntryMap::Node const* node
 // before anything can change what `entry` refers to.
 template <class T, DirectSheet Sheet>
 void DirectTable<T, Sheet>::entryCommit(Key key, Entry const& entry) {
-  auto* const node = resolvedEntry_.lookupNodeG(key);
-  auto const prior = keyPrior(node);
-  if (holds(node, &entry)) {
+  auto* const node = this->resolvedNode(key);
+  auto const prior = Resolved::keyPrior(node);
+  if (this->holds(node, &entry)) {
     // The field belongs to the operation that this one runs inside of, if it does.
     if (!this->operationInProgress()) this->resolvedKeyPriorIs(prior);
     return;
   }
   OperationScope const scope(*this);
   this->resolvedKeyPriorIs(prior);
-  storeResolved(node, key, &entry);
-}
-
-template <class T, DirectSheet Sheet>
-void DirectTable<T, Sheet>::resolvedEntryIs(Key key, Zarn::Optional<Entry> const& value) {
-  auto* const node = resolvedEntry_.lookupNodeG(key);
-  Entry const* const entry = value ? &*value : nullptr;
-  if (holds(node, entry)) return;
-  OperationScope const scope(*this);
-  storeResolved(node, key, entry);
-}
-
-template <class T, DirectSheet Sheet>
-bool DirectTable<T, Sheet>::holds(typename ResolvedEntryMap::Node const* node, Entry const* value) {
-  if (!node || node->value_.has_value() != (value != nullptr)) return false;
-  return !value || *node->value_ == *value;
-}
-
-template <class T, DirectSheet Sheet>
-void DirectTable<T, Sheet>::storeResolved(typename ResolvedEntryMap::Node* node, Key key,
-                                          Entry const* value) {
-  Zarn::Optional<Entry> old;
-  if (node) {
-    // `value` is not what the node holds, or `holds` had said so, and so does not lie in it.
-    old = std::move(node->value_);
-    value ? void(node->value_ = *value) : node->value_.reset();
-  } else {
-    auto stored = value ? Zarn::Optional<Entry>(*value) : Zarn::Optional<Entry>();
-    node = resolvedEntry_.newMemberG(key, {std::move(stored), key});
-  }
-  // The collection holds the new state; watchers hear of it after the hardware.
-  handleEntry(key, node);
-  publish(resolvedEntryField, key, &old);
+  this->storeResolved(node, key, &entry);
 }
 
 template <class T, DirectSheet Sheet>
 void DirectTable<T, Sheet>::entryRemove(Key key) {
   OperationScope const scope(*this);
   AccessorT(table()).deleteResolvedEntry(key);
-}
-
-template <class T, DirectSheet Sheet>
-auto DirectTable<T, Sheet>::resolvedEntryDel(Key key) -> Zarn::Optional<Entry> {
-  OperationScope const scope(*this);
-  typename ResolvedEntryMap::Node removed;
-  if (!resolvedEntry_.deleteMemberG(key, &removed)) return {};
-  handleEntry(key, nullptr);
-  publish(resolvedEntryField, key, &removed.value_);
-  return std::move(removed.value_);
-}
-
-template <class T, DirectSheet Sheet>
-void DirectTable<T, Sheet>::resolvedEntryDelAll() {
-  OperationScope const scope(*this);
-  for (Zarn::HashMap2018IteratorGeneric at(resolvedEntry_); at; at.advance())
-    resolvedEntryDel(at.currNodeMaybeStale()->key());
 }
 
 template <class T, DirectSheet Sheet>
@@ -146,11 +86,6 @@ void DirectTable<T, Sheet>::syncedEntryDelAll() {
   }
   for (Zarn::HashMap2018IteratorGeneric at(syncedEntry_); at; at.advance())
     syncedEntryDel(at.currNodeMaybeStale()->key());
-}
-
-template <class T, DirectSheet Sheet>
-void DirectTable<T, Sheet>::handleEntry(Key key, typename ResolvedEntryMap::Node const* node) {
-  AccessorT(table()).handleEntry(key, node);
 }
 
 template <class T, DirectSheet Sheet>

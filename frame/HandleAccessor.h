@@ -2,11 +2,17 @@
 // user has gone, what the handles' hooks do, the shared allocator, and the end of the table. What an
 // entry's key means in the hardware is the affair of the classes derived from this one.
 //
+// Of a class derived from this one it calls `programHwEntry`, `removeHwEntry`, `reconcileSyncedEntry`,
+// `reconcileUsingIndexHelper`, `processIndexSuggestion`, `syncedRowsDel` and `handleStaleEntries`.
+//
 // Invariants
 //  1. Removing an entry takes back the table's claim and no more; its rows go when the last use of
 //     its handle goes, inside the call that dropped it.
 //  2. An entry that is committed anew while it leaves, from a watcher of that, stays.
 //  3. No walk over the handles lets one of them go before it has ended.
+//  4. During replay an entry is written only where the allocator, or a candidate that another table
+//     suggested, says that it was, or when no row was found at all; anything else waits for the end
+//     of the replay.
 
 #pragma once
 
@@ -30,8 +36,15 @@ class HandleAccessor : public AccessorBase<T> {
 
   /// Traces a new state; a state that an entry in deletion must not fall back to stops the process.
   void handleEntryState(EntryHandle const& handle, Key const& key) const;
+  /// The outcome of a write: watchers of the entry hear of it.
+  void handleResolvedEntryState(EntryHandle& handle) const;
   /// The index that a dependent row must write.
   Index hwIndexForDependentField(EntryHandle const& handle) const;
+
+  // One key.
+
+  /// Carries a change of the key's resolved value to the hardware.
+  void handleEntry(Key const& key);
 
   // Removal.
 
@@ -44,6 +57,14 @@ class HandleAccessor : public AccessorBase<T> {
   /// Ends the table.
   void cleanup();
 
+  // Restart.
+
+  /// Takes candidates for the place of the handle's entry, as values of a dependent field.
+  void handleIndexSuggestions(EntryHandle& handle, IndexSet const& indices);
+  /// Whether a candidate has to hold the entry already, or is overwritten.
+  enum class Compare : bool { no, yes };
+  void doInitComplete();
+
   // Indices.
 
   /// Joins the shared allocator of the table's kind.
@@ -54,20 +75,35 @@ class HandleAccessor : public AccessorBase<T> {
   /// PUBLISH_ENTRY_HANDLE_PROGRAMMED_STATE is a number other than 0, as first read.
   void doCompleteEntryHandleForTesting(Key const& key);
 
+  /// Removes the record and the value of the key, as `cleanup` of its handle does.
+  bool removeEntryOf(EntryHandle& handle, Key const& key);
+
  protected:
   using AccessorBase<T>::swTable_;
+  using AccessorBase<T>::self;
 
   /// A watcher may commit once more what is going; one that never stops is at fault.
   static constexpr U32 mostCleanupWalks = 100;
+
+  /// Binds the handle to the place where the hardware holds its entry.
+  void adoptIndex(Key const& key, Index hwIndex, ReconciliationStatus status);
+  /// Visits the handles that are there now; each is held while it is visited.
+  template <class Visitor>
+  void forEachHandle(Visitor&& visitor);
 
   void traceHwIndex(Index hwIndex) const {
     trace(traceKey, "traceHwIndex", " Acquired hwIndex : ", hwIndex);
   }
 
  private:
+  void replayEntry(Key const& key);
+  bool awaitsIndex(EntryHandle const& handle) const;
+  void settleCandidates(EntryHandle& handle);
+  void placeAtCandidate(EntryHandle& handle);
+  void placeAtKnownIndex(EntryHandle& handle, Index hwIndex);
+  void programAsAdded(Key const& key);
   static bool publishEntryHandleProgrammedState();
   void entryHandleRemoveAll();
-  bool removeEntryOf(EntryHandle& handle, Key const& key);
   void leaveAllocator();
 };
 

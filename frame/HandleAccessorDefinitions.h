@@ -17,26 +17,166 @@ template <class T>
 void HandleAccessor<T>::handleEntryState(EntryHandle const& handle, Key const& key) const {
   using enum SwTableBase::EntryState;
   auto const state = handle.entryState();
-  trace(traceLife, "handleEntryState", " entryhandle state: ", state, " at key : ", key);
+  trace(traceLife, "handleEntryState", " entryhandle state: ", state,
+        " at key : ", T::keyText(key));
   switch (state) {
     case frameworkComplete:
     case failedNeededEntry:
     case failedNoIndex:
       VELL_ASSERT(handle.entryType() != SwTableBase::EntryType::inDeletion,
                   "entryHandle->entryType() != EntryHandle::inDeletion()", T::names.qualified,
-                  " key ", key, " state ", state);
+                  " key ", T::keyText(key), " state ", state);
       break;
     default:
       VELL_ASSERT(state <= failedNoIndex, "0", T::names.qualified, ": an entry state ",
                   static_cast<U32>(state), " that does not exist");
   }
-  trace(traceLife, "handleEntryState", " entryhandle state: COMPLETE  ", state, " at key : ", key);
+  trace(traceLife, "handleEntryState", " entryhandle state: COMPLETE  ", state,
+        " at key : ", T::keyText(key));
+}
+
+template <class T>
+void HandleAccessor<T>::handleResolvedEntryState(EntryHandle& handle) const {
+  handle.entryStateIs(handle.resolvedEntryState());
 }
 
 template <class T>
 Index HandleAccessor<T>::hwIndexForDependentField(EntryHandle const& handle) const {
   auto const util = this->utilIfExists();
   return util ? util->hwIndexForDependentField(handle) : handle.hwIndex();
+}
+
+// ---- one key ----
+
+template <class T>
+void HandleAccessor<T>::handleEntry(Key const& key) {
+  this->template message<"handleEntry">();
+  trace(traceKey, "handleEntry", " key: ", T::keyText(key),
+        ", configReplayComplete: ", swTable_->configReplayComplete());
+  if (!swTable_->resolvedHas(key))
+    self().removeHwEntry(key);
+  else if (swTable_->configReplayComplete())
+    self().programHwEntry(key, SwTableBase::EntryState::inProgress);
+  else
+    replayEntry(key);
+}
+
+template <class T>
+void HandleAccessor<T>::replayEntry(Key const& key) {
+  using enum ReconciliationStatus;
+  auto const status = self().reconcileSyncedEntry(key);
+  trace(traceKey, "handleEntry", ": reconcileStatus: ", status);
+  // Taken after the comparison, which may have given the key its index.
+  auto const hwIndex = doRetrieveHwIndex(key).value();
+  switch (status) {
+    case reconcileRewritten:
+      adoptIndex(key, hwIndex, status);
+      self().programHwEntry(key, SwTableBase::EntryState::indexReconciled);
+      self().syncedRowsDel(hwIndex, T::blockSizeOf(key));
+      break;
+    case reconcileMatched:
+      adoptIndex(key, hwIndex, status);
+      self().syncedRowsDel(hwIndex, T::blockSizeOf(key));
+      break;
+    case reconcileNone:
+      // It waits for a suggestion, or for the end of the replay, in the state that both look for.
+      if (Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
+          handle && hwIndex.isExhausted())
+        handle->entryStateIs(SwTableBase::EntryState::unresolved);
+      return;
+    case reconcileAdded:
+      self().programHwEntry(key, SwTableBase::EntryState::inProgress);
+      break;
+    default:
+      VELL_ASSERT(false, "false", T::names.qualified, ": a replay cannot end in ", status);
+  }
+  swTable_->reconcilingEntryIs(false);
+  swTable_->updateStatistic(status);
+}
+
+// ---- suggestions, and the end of the replay ----
+
+template <class T>
+void HandleAccessor<T>::handleIndexSuggestions(EntryHandle& handle, IndexSet const& indices) {
+  VELL_ASSERT(handle.entryState() == SwTableBase::EntryState::unresolved,
+              "eh->entryState() == unresolved()", T::names.qualified, " key ",
+              T::keyText(handle.key()), " state ", handle.entryState());
+  VELL_ASSERT(!swTable_->configReplayComplete(), "swTable_->configReplayInProgress()",
+              T::names.qualified, ": suggestions are for the replay");
+  constexpr std::string_view name = "handleIndexSuggestions";
+  trace(traceKey, name, ": eh:", static_cast<void const*>(&handle),
+        ", key:", T::keyText(handle.key()), ", numSuggestions:", indices.size());
+  Vell::Ptr<EntryHandle> const held(&handle);
+  auto const util = this->utilIfExists();
+  VELL_ASSERT(util, "util", T::names.qualified, ": a suggestion, and no hooks that found rows");
+  auto const helper = swTable_->indexHelperIs(handle);
+  for (auto const value : indices) {
+    if (handle.entryState() != SwTableBase::EntryState::unresolved)
+      return;  // settled by what was called
+    auto const index = util->dependentFieldValueToHwIndex(value);
+    if (helper->indexHas(index)) continue;  // dealt with
+    helper->indexIs(index);
+    trace(traceKey, name, ": hwIndex:", index);
+    if (self().processIndexSuggestion(handle, index)) return;
+  }
+}
+
+template <class T>
+bool HandleAccessor<T>::awaitsIndex(EntryHandle const& handle) const {
+  return handle.entryState() == SwTableBase::EntryState::unresolved &&
+         swTable_->hasValue(handle.key());
+}
+
+template <class T>
+void HandleAccessor<T>::doInitComplete() {
+  AccessorBase<T>::doInitComplete();
+  // First those that have candidates, so that no new index takes one of them away.
+  forEachHandle([this](EntryHandle& handle) {
+    if (awaitsIndex(handle) && swTable_->indexHelper(handle)) settleCandidates(handle);
+  });
+  forEachHandle([this](EntryHandle& handle) {
+    if (awaitsIndex(handle)) programAsAdded(handle.key());
+  });
+  swTable_->reconcilingEntryIs(false);
+}
+
+template <class T>
+void HandleAccessor<T>::settleCandidates(EntryHandle& handle) {
+  auto const hwIndex = doRetrieveHwIndex(handle.key()).value();
+  hwIndex.isExhausted() ? placeAtCandidate(handle) : placeAtKnownIndex(handle, hwIndex);
+  swTable_->indexHelperDel(handle);
+}
+
+/// Overwrites the first candidate that the allocator accepts, whatever the hardware holds there.
+template <class T>
+void HandleAccessor<T>::placeAtCandidate(EntryHandle& handle) {
+  auto const key = handle.key();
+  auto const index = self().reconcileUsingIndexHelper(key, Compare::no);
+  if (index.isExhausted()) return;
+  handle.hwIndexIs(index);
+  self().programHwEntry(key, SwTableBase::EntryState::indexReconciled);
+  swTable_->updateStatistic(ReconciliationStatus::reconcileRewritten);
+}
+
+template <class T>
+void HandleAccessor<T>::placeAtKnownIndex(EntryHandle& handle, Index hwIndex) {
+  auto const key = handle.key();
+  handle.hwIndexIs(hwIndex);
+  if (swTable_->syncedEntryMap().lookup(hwIndex)) {
+    self().programHwEntry(key, SwTableBase::EntryState::indexReconciled);
+    swTable_->updateStatistic(ReconciliationStatus::reconcileRewritten);
+  } else {
+    programAsAdded(key);
+  }
+  for (U32 i = 0; i < T::blockSizeOf(key); ++i) swTable_->syncedEntryDel(hwIndex.value() + i);
+}
+
+template <class T>
+void HandleAccessor<T>::programAsAdded(Key const& key) {
+  auto const copied = key;
+  swTable_->resolvedKeyPriorIs(SwTable::KeyPrior::noKey);
+  self().programHwEntry(copied, SwTableBase::EntryState::inProgress);
+  swTable_->updateStatistic(ReconciliationStatus::reconcileAdded);
 }
 
 // ---- removal ----
@@ -50,16 +190,17 @@ void HandleAccessor<T>::entryRemove(Key const& key) {
   static constinit Fennlog::Site site("{}: {} entryType: {}, refCnt: {}", T::names.brief(),
                                       "entryRemove");
   Fennlog::write(site, type, refCnt);
-  trace(traceClient, "entryRemove", ": key:", key, ", entryType:", type, ", refCnt:", refCnt);
+  trace(traceClient, "entryRemove", ": key:", T::keyText(key), ", entryType:", type,
+        ", refCnt:", refCnt);
   if (!handle || handle->entryType() == referenceOnly || handle->entryType() == inDeletion) {
-    trace(traceClient, "entryRemove", " : Found no committed entry at key : ", key);
+    trace(traceClient, "entryRemove", " : Found no committed entry at key : ", T::keyText(key));
     return;
   }
   if (handle->entryType() == unset) {
     swTable_->entryHandleDel(key);
     return;
   }
-  trace(traceClient, "entryRemove", " : Removing entry at key : ", key);
+  trace(traceClient, "entryRemove", " : Removing entry at key : ", T::keyText(key));
   auto const commits = handle->commits();
   // First of all, so that an entry that waits can resolve no more.
   swTable_->unresolvedDel(key);
@@ -78,7 +219,7 @@ bool HandleAccessor<T>::removeEntryOf(EntryHandle& handle, Key const& key) {
   if (waited && isKnown()) return true;
   VELL_ASSERT(handle.entryType() == SwTableBase::EntryType::referenceOnly,
               "eh->entryType() == EntryHandle::referenceOnly()", "unexpected entryType ",
-              handle.entryType(), " of ", T::names.qualified, " key ", key);
+              handle.entryType(), " of ", T::names.qualified, " key ", T::keyText(key));
   swTable_->resolvedDel(key);
   return isKnown();
 }
@@ -90,10 +231,10 @@ void HandleAccessor<T>::cleanup(EntryHandle& handle) {
   Fennlog::write(site, reinterpret_cast<std::uintptr_t>(&handle));
   auto const key = handle.key();
   trace(traceLife, "cleanup", " : entryhandle cleanup, eh : ", static_cast<void const*>(&handle),
-        ", key :", key, ", refCnt:", handle.useCount());
+        ", key :", T::keyText(key), ", refCnt:", handle.useCount());
   // A handle that is not the table's own for its key has nothing to remove.
   if (swTable_->entryHandle(key).get() != &handle) return;
-  for (U32 walks = 0; removeEntryOf(handle, key); ++walks) {
+  for (U32 walks = 0; self().removeEntryOf(handle, key); ++walks) {
     VELL_ASSERT(walks < mostCleanupWalks, "walks < mostCleanupWalks", T::names.qualified,
                 ": its watchers bring an entry back without end while it goes");
     if (handle.entryType() == SwTableBase::EntryType::committed) return;
@@ -138,7 +279,11 @@ void HandleAccessor<T>::cleanup() {
     handle->swTableIs(nullptr);
     handle->doAmendReferences();
   }
-  swTable_->resolvedDelAll();
+  for (U32 walks = 0; swTable_->resolvedCount() != 0; ++walks) {
+    VELL_ASSERT(walks < mostCleanupWalks, "walks < mostCleanupWalks", T::names.qualified,
+                ": its watchers commit without end while the table goes");
+    swTable_->resolvedDelAll();
+  }
   leaveAllocator();
   if (this->utilIfExists()) IndexUserTracker::Stub::deleteTracker(swTable_->hwTable(), 0, false);
 }
@@ -170,6 +315,28 @@ void HandleAccessor<T>::doInitAllocator() {
 template <class T>
 Zarn::Optional<Index> HandleAccessor<T>::doRetrieveHwIndex(Key const& key) const {
   return swTable_->indexAllocator()->indexForKey(T::keyType(), &key);
+}
+
+template <class T>
+void HandleAccessor<T>::adoptIndex(Key const& key, Index hwIndex, ReconciliationStatus status) {
+  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
+  if (!handle) return;
+  handle->trackedIs(true);
+  swTable_->indexHelperDel(*handle);
+  handle->hwIndexIs(hwIndex);
+  if (status != ReconciliationStatus::reconcileMatched) return;
+  handle->entryStateIs(SwTableBase::EntryState::indexReconciled);
+  handle->resolvedEntryStateIs(SwTableBase::EntryState::indexReconciled);
+  doCompleteEntryHandleForTesting(key);
+}
+
+template <class T>
+template <class Visitor>
+void HandleAccessor<T>::forEachHandle(Visitor&& visitor) {
+  for (Zarn::HashMap2018IteratorGeneric at(swTable_->entryHandleMap()); at; at.advance()) {
+    Vell::Ptr<EntryHandle> const handle = at.currNodeMaybeStale()->value_;
+    visitor(*handle);
+  }
 }
 
 template <class T>

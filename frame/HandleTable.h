@@ -116,6 +116,8 @@ class HandleTable : public Sheet::Base, public Bruvel::Allocated<T> {
   void syncedEntryIs(Index index, Entry const& entry);
   /// Removes the row and gives what it held; a default entry if there was none.
   Entry syncedEntryDel(Index index);
+  /// The same of the row at which a walk stands, without a search.
+  Entry syncedEntryDel(typename SyncedEntryMap::Iterator const& at);
   /// Empties the collection; tells each removal, in ascending order, if anybody watches.
   void syncedEntryDelAll();
   void indexAllocatorIs(Vell::Ptr<IndexAllocator> allocator);
@@ -127,11 +129,21 @@ class HandleTable : public Sheet::Base, public Bruvel::Allocated<T> {
   EntryHandleMap const& entryHandleMap() const { return entryHandle_; }
   SyncedEntryMap const& syncedEntryMap() const { return syncedEntry_; }
 
+  /// A key as traces show it.
+  static decltype(auto) keyText(Key const& key) {
+    if constexpr (requires { Sheet::keyText(key); })
+      return Sheet::keyText(key);
+    else
+      return static_cast<Key const&>(key);
+  }
+
   // Records of entries that wait, in tables that have any: these hide behind their own.
 
   bool unresolvedHas(Key const&) const { return false; }
   void unresolvedDel(Key const&) {}
   void unresolvedDelAll() {}
+  /// Gives up the response machine, in tables whose writes are acknowledged.
+  void endResponses() {}
 
   // What handles call.
 
@@ -153,7 +165,7 @@ class HandleTable : public Sheet::Base, public Bruvel::Allocated<T> {
  protected:
   using AccessorT = SwTable::Accessor<T>;
 
-  HandleTable() : Sheet::Base(Vell::String()) {}
+  explicit HandleTable(Vell::String name = {}) : Sheet::Base(std::move(name)) {}
   ~HandleTable() override = default;
   /// Ends the table while the hooks can still be given the whole of it. The concrete table's
   /// destructor calls it.
@@ -167,6 +179,7 @@ class HandleTable : public Sheet::Base, public Bruvel::Allocated<T> {
   }
 
  private:
+  Entry taken(Vell::Ptr<ZarnSyncedEntry> const& removed);
   void publishSynced(Index index, Entry const& previous);
 
   Vell::Ptr<IndexAllocator> indexAllocator_;

@@ -35,6 +35,7 @@ void HandleTable<T, Sheet>::tearDown() {
   {
     SwTable::OperationScope const scope(*this);
     AccessorT(table()).cleanup();
+    table().endResponses();
     entryHandleDelAll();
     table().unresolvedDelAll();
   }
@@ -83,11 +84,15 @@ auto HandleTable<T, Sheet>::swKeyFromHwIndex(Index hwIndex) const -> Zarn::Optio
 template <class T, class Sheet>
 auto HandleTable<T, Sheet>::entryHandleIs(Key const& key, T* swTable) -> Vell::Ptr<EntryHandle> {
   if (auto existing = entryHandle(key)) {
-    if (existing->swTable() != swTable)
+    // A handle that is leaving the collection stays if it is wanted again.
+    if (!existing->swTable())
+      existing->swTableIs(swTable);
+    else if (existing->swTable() != swTable)
       Zarn::Impl::throwMutatorReinstantiating(handleFields.swTable, swTable, existing->swTable());
     return existing;
   }
   Vell::Ptr<EntryHandle> handle = new EntryHandle(key, swTable);
+  handle->trackedIs(table().resolvedHas(key));
   HN_EntryHandle node;
   node.value_ = handle;
   entryHandle_.newMemberG(handle->key(), std::move(node));
@@ -136,9 +141,18 @@ void HandleTable<T, Sheet>::syncedEntryIs(Index index, Entry const& entry) {
 
 template <class T, class Sheet>
 auto HandleTable<T, Sheet>::syncedEntryDel(Index index) -> Entry {
-  auto const removed = syncedEntry_.memberDel(index);
+  return taken(syncedEntry_.memberDel(index));
+}
+
+template <class T, class Sheet>
+auto HandleTable<T, Sheet>::syncedEntryDel(typename SyncedEntryMap::Iterator const& at) -> Entry {
+  return taken(syncedEntry_.memberDel(*at));
+}
+
+template <class T, class Sheet>
+auto HandleTable<T, Sheet>::taken(Vell::Ptr<ZarnSyncedEntry> const& removed) -> Entry {
   if (!removed) return {};
-  publishSynced(index, removed->value_);
+  publishSynced(removed->key(), removed->value_);
   return removed->value_;
 }
 

@@ -36,7 +36,10 @@ void TableEntryHandle<T>::handleEntryState() {
 
 template <class T>
 void TableEntryHandle<T>::handleResolvedEntryState() {
-  this->entryStateIs(this->resolvedEntryState());
+  if (Vell::Ptr<T> const table = swTable_)
+    AccessorT(*table).handleResolvedEntryState(*this);
+  else
+    this->entryStateIs(this->resolvedEntryState());
 }
 
 template <class T>

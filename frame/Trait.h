@@ -30,6 +30,12 @@ inline constexpr bool isUnknownIndexTable = requires {
   typename T::IndexAllocator;
 };
 
+/// An entry takes rows that the table writes to the end by itself, as a block of them.
+template <class T>
+inline constexpr bool isBlockTable = requires {
+  typename T::Rows;
+};
+
 /// Entries need entries of other tables, and wait for them in records.
 template <class T>
 inline constexpr bool needsEntries = requires {

@@ -3,7 +3,8 @@
 //
 //   if the table only reads its hardware:                         ReadAccessor
 //   if the client knows the key (an index, or a structured key):  DirectAccessor
-//   if an allocator gives the index:                              BlockAccessor
+//   if an allocator gives the index, and an entry takes rows:     BlockAccessor
+//   if an allocator gives the index:                              GroupAccessor
 //
 // A table that needs something else is described by a trait; nothing tests for a concrete table.
 
@@ -11,6 +12,7 @@
 
 #include "frame/BlockAccessor.h"
 #include "frame/DirectAccessor.h"
+#include "frame/GroupAccessor.h"
 #include "frame/ReadAccessor.h"
 #include "frame/Trait.h"
 
@@ -24,7 +26,12 @@ concept DirectTableClass = Trait::writesHardware<T> &&
     (Trait::isKnownIndexTable<T> || Trait::isKeyTable<T>);
 
 template <class T>
-concept BlockTableClass = Trait::writesHardware<T> && Trait::isUnknownIndexTable<T>;
+concept BlockTableClass =
+    Trait::writesHardware<T> && Trait::isUnknownIndexTable<T> && Trait::isBlockTable<T>;
+
+template <class T>
+concept GroupTableClass =
+    Trait::writesHardware<T> && Trait::isUnknownIndexTable<T> && !Trait::isBlockTable<T>;
 
 /// Names the variant for `T`; a table class of no known kind does not compile.
 template <class T>
@@ -43,6 +50,11 @@ struct AccessorVariant<T> {
 template <BlockTableClass T>
 struct AccessorVariant<T> {
   using Type = BlockAccessor<T>;
+};
+
+template <GroupTableClass T>
+struct AccessorVariant<T> {
+  using Type = GroupAccessor<T>;
 };
 
 template <class T>

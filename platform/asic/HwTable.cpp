@@ -2,6 +2,7 @@
 
 #include "platform/asic/Chip.h"
 #include "platform/asic/ReadResponseSm.h"
+#include "platform/asic/WriteResponseSm.h"
 #include "platform/vell/ModuleInspectData.h"
 
 namespace Asic {
@@ -10,27 +11,51 @@ namespace {
 constexpr Vell::TypeData hwTableType{"Asic::HwTable", {}, {}};
 constexpr Vell::TypeData chipType{"Asic::Chip", {}, {}};
 constexpr Vell::TypeData readResponseSmType{"Asic::ReadResponseSm", {}, {}};
-constexpr Vell::TypeData const* types[] = {&hwTableType, &chipType, &readResponseSmType};
+constexpr Vell::TypeData writeResponseSmType{"Asic::WriteResponseSm", {}, {}};
+constexpr Vell::TypeData const* types[] = {&hwTableType, &chipType, &readResponseSmType,
+                                           &writeResponseSmType};
 constinit Vell::ModuleInspectData module("AsicHardware", types);
+
+/// Hands what has been taken by now to the machine that is active at that moment, by
+/// `handle(machine, response)`, which tells whether the response was of use.
+template <class Response, class Machine, class Handle>
+U64 deliver(HwTable& hwTable, std::deque<Response>& responses, Machine* const& active,
+            Handle const& handle) {
+  Vell::Ptr<HwTable> const held(&hwTable);
+  U64 delivered = 0;
+  // What comes meanwhile waits for the next time: a handler may ask again and again.
+  for (auto left = responses.size(); left > 0 && active && !responses.empty(); --left) {
+    auto const response = std::move(responses.front());
+    responses.pop_front();
+    Vell::Ptr<Machine> const machine(active);
+    delivered += handle(*machine, response);
+  }
+  return delivered;
+}
 
 }  // namespace
 
 Vell::ZarnType HwTable::typeData() const { return {&module, 0}; }
 Vell::ZarnType Chip::typeData() const { return {&module, 1}; }
 Vell::ZarnType ReadResponseSm::typeData() const { return {&module, 2}; }
+Vell::ZarnType WriteResponseSm::typeData() const { return {&module, 3}; }
 
 U64 HwTable::deliverReadResponses() {
-  Vell::Ptr<HwTable> const held(this);
-  U64 delivered = 0;
-  // What comes meanwhile waits for the next time: a handler may read again and again.
-  for (auto left = readResponses_.size(); left > 0 && readResponseSm_ && !readResponses_.empty();
-       --left, ++delivered) {
-    auto const response = std::move(readResponses_.front());
-    readResponses_.pop_front();
-    Vell::Ptr<ReadResponseSm> const machine(readResponseSm_);
-    machine->handleReadResponse(response);
-  }
-  return delivered;
+  return deliver(*this, readResponses_, readResponseSm_,
+                 [](ReadResponseSm& machine, ReadResponse const& response) {
+                   machine.handleReadResponse(response);
+                   return true;
+                 });
+}
+
+U64 HwTable::deliverWriteResponses() {
+  return deliver(*this, writeResponses_, writeResponseSm_,
+                 [this](WriteResponseSm& machine, WriteResponse const& response) {
+                   if (newestWrite(response.index) != response.write) return false;
+                   newestWrites_.erase(response.index.value());
+                   machine.handleWriteResponse(response);
+                   return true;
+                 });
 }
 
 }  // namespace Asic

@@ -10,14 +10,14 @@ Vell::Ptr<ReadResponseSm> ReadResponseSm::ReadResponseSmIs(SwTable* swTable) {
 
 ReadResponseSm::~ReadResponseSm() { hasNotificationActiveIs(false); }
 
-void ReadResponseSm::hasNotificationActiveIs(bool active) {
-  if (hwTable_ && hwTable_->readResponseSm() == this) hwTable_->readResponseSmIs(nullptr);
-  hwTable_ = active && swTable_ ? swTable_->hwTable() : nullptr;
-  if (hwTable_) hwTable_->readResponseSmIs(this);
+void ReadResponseSm::enter(HwTable& hwTable) { hwTable.readResponseSmIs(this); }
+
+void ReadResponseSm::leave(HwTable& hwTable) {
+  if (hwTable.readResponseSm() == this) hwTable.readResponseSmIs(nullptr);
 }
 
 void ReadResponseSm::handleReadResponse(ReadResponse const& response) {
-  Vell::Ptr<SwTable> const table(swTable_);  // the client's handler may drop the last use
+  Vell::Ptr<SwTable> const table(swTable());  // the client's handler may drop the last use
   Vell::Ptr<SwTable::Util> const util(table->util());
   if (!util) return;
   if (response.idx == ReadResponse::endOfRead)

@@ -1,6 +1,7 @@
 #include "platform/asic/SwTable.h"
 
 #include "platform/asic/ReadResponseSm.h"
+#include "platform/asic/WriteResponseSm.h"
 
 namespace Asic {
 namespace {
@@ -13,8 +14,12 @@ std::string mountPath(std::string_view what, Vell::ZarnType type, Vell::String c
 
 // A response machine holds no use of its table, and others may hold the machine.
 SwTable::~SwTable() {
-  auto* const machine = hwTable_ ? hwTable_->readResponseSm() : nullptr;
-  if (machine && machine->swTable() == this) machine->swTableGone();
+  if (!hwTable_) return;
+  auto const end = [this](ResponseSm* machine) {
+    if (machine && machine->swTable() == this) machine->swTableGone();
+  };
+  end(hwTable_->readResponseSm());
+  end(hwTable_->writeResponseSm());
 }
 
 void SwTable::doCreateHwTable() {

@@ -116,6 +116,9 @@ class SwTable : public SwTableBase {
   Vell::String const& name() const { return name_; }
   HwTable* hwTable() const { return hwTable_.get(); }
   void hwTableIs(Vell::Ptr<HwTable> hwTable) { hwTable_ = std::move(hwTable); }
+  /// Whether the hardware is to answer each write of this table.
+  bool hwResponseNeeded() const { return hwResponseNeeded_; }
+  void hwResponseNeededIs(bool needed) { hwResponseNeeded_ = needed; }
   /// The chip that `doCreateHwTable` asks, or null.
   Chip* chip() const { return chip_.get(); }
   void chipIs(Vell::Ptr<Chip> chip) { chip_ = std::move(chip); }
@@ -144,6 +147,7 @@ class SwTable : public SwTableBase {
   Vell::Ptr<Util> util_;
   Vell::Publisher publisher_;
   ReconciliationStatistics statistics_;
+  bool hwResponseNeeded_ = false;
   bool configReplayComplete_ = false;
   bool reconcilingEntry_ = false;
   KeyPrior resolvedKeyPrior_ = KeyPrior::noKey;

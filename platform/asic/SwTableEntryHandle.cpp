@@ -21,4 +21,11 @@ void SwTable::EntryHandle::committed() {
   entryTypeIs(EntryType::committed);
 }
 
+bool SwTable::EntryHandle::referenced() {
+  if (entryType() != EntryType::unset && entryType() != EntryType::inDeletion) return false;
+  entryTypeIs(EntryType::referenceOnly);
+  tableUseIs(TableUse::uncounted);
+  return true;
+}
+
 }  // namespace Asic

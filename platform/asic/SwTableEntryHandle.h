@@ -13,6 +13,12 @@
 
 namespace Asic {
 
+/// Who keeps a written entry: the table, or whoever holds its handle.
+enum class AutoRemoveType : U8 {
+  referenced = 0,  ///< it goes with the last use of the handle
+  committed = 1,   ///< it stays until it is removed
+};
+
 class SwTable::EntryHandle : public SwTableBase::EntryHandle {
  public:
   /// Makes the table's own use count.
@@ -29,9 +35,18 @@ class SwTable::EntryHandle : public SwTableBase::EntryHandle {
   U32 commits() const { return commits_; }
   /// The entry belongs to the table now: its use counts.
   void committed();
+  /// Somebody needs the entry. Unless the table owns it, it lives as long as its handle is held: the
+  /// table's use counts no more. True if that is new.
+  bool referenced();
+
+  /// Whether the index tracker has a use of the entry, told by a write or found by sync. A write
+  /// that found no index tells it nothing, so that the next one still has to.
+  bool isTracked() const { return isTracked_; }
+  void trackedIs(bool tracked) { isTracked_ = tracked; }
 
  private:
   TableUse tableUse_ = TableUse::counted;
+  bool isTracked_ = false;
   U32 commits_ = 0;
 };
 

@@ -1,5 +1,7 @@
 #include "platform/zarn/Mutator.h"
 
+#include <optional>
+
 #include "platform/vell/Assert.h"
 
 namespace Zarn::Impl {
@@ -9,5 +11,7 @@ void throwMutatorReinstantiating(U32 fieldId, void const* asked, void const* exi
                                            fieldId, ": ", existing, ", and ", asked,
                                            " was asked for; delete it first, or ask for the same"));
 }
+
+void throwBadOptionalAccess() { throw std::bad_optional_access(); }
 
 }  // namespace Zarn::Impl

@@ -19,5 +19,9 @@ namespace Impl {
 /// An element exists, and was made with another value of the attribute `fieldId` than `asked`.
 [[noreturn]] void throwMutatorReinstantiating(U32 fieldId, void const* asked, void const* existing);
 
+/// A value was asked for where a key has none: the caller is at fault. Throws
+/// `std::bad_optional_access`.
+[[noreturn]] void throwBadOptionalAccess();
+
 }  // namespace Impl
 }  // namespace Zarn

@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include "forwarding/NextHopReflection.h"
+#include "forwarding/NextHopSwTable.h"
 #include "platform/zarn/ValueText.h"
 
 namespace Forwarding {

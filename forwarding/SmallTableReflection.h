@@ -1,20 +1,22 @@
-// The reflection data of the next hop table: what a tool that shows tables asks for.
+// The reflection data of the agent's own tables: what a tool that shows tables asks for.
 
 #pragma once
 
-#include "forwarding/NextHopSwTable.h"
+#include "forwarding/SmallTable.h"
 #include "frame/HandleReflection.h"
 
 namespace Forwarding {
 
 /// A key on its way through the reflection interface: its id.
-struct NextHopKeyOf {
+template <class Key>
+struct IdKeyOf {
   static constexpr auto shape = Vell::ValueShape::number;
-  static Vell::Value toValue(NextHopKey const& key) { return U64{key.id}; }
+  static Vell::Value toValue(Key const& key) { return U64{key.id}; }
 };
 
 template <class T>
-struct NextHopReflection {
+struct SmallTableReflection {
+  using KeyOf = IdKeyOf<typename T::Key>;
   using Entry = Asic::EntryReflection<typename T::Entry>;
 
   static constexpr auto attributes = [] {
@@ -49,7 +51,7 @@ struct NextHopReflection {
         visitor(U64{at.key().value()}, Entry::toValue(at->value_));
     else
       for (Zarn::HashMap2018IteratorGeneric at(table.resolvedEntryMap()); at; at.advance())
-        visitor(NextHopKeyOf::toValue(at.currNodeMaybeStale()->key()),
+        visitor(KeyOf::toValue(at.currNodeMaybeStale()->key()),
                 Entry::toValue(at.currNodeMaybeStale()->value_));
   }
   static Vell::CollectionFigures figures(void const* object, Vell::AttributeData const& attribute) {
@@ -59,7 +61,7 @@ struct NextHopReflection {
     return {table.resolvedEntryMap().count(), table.resolvedEntryMap().version()};
   }
   static Vell::Ptr<Vell::Node> makeAllocator(Vell::String const&, std::span<Vell::Value const>) {
-    return new NextHopSharedAllocator;
+    return new typename T::IndexAllocator;
   }
 
   static constexpr Vell::TypeData tableType{
@@ -68,11 +70,11 @@ struct NextHopReflection {
       {.makeNode = &makeTable, .get = &get, .walk = &walk, .figures = &figures}};
   static constexpr Vell::TypeData syncedEntryType{
       Asic::NestedName<T, "::ZarnSyncedEntry">::view, {}, {}};
-  static constexpr Vell::TypeData keyType{"Forwarding::NextHopKey", {}, {}};
+  static constexpr Vell::TypeData keyType{T::KeyNames::qualifiedKey, {}, {}};
   static constexpr Vell::TypeData allocatorType{
-      "Forwarding::NextHopSharedAllocator", {}, {.makeNode = &makeAllocator}};
+      T::KeyNames::allocator, {}, {.makeNode = &makeAllocator}};
   static constexpr Vell::TypeData const* types[] = {&Entry::type,
-                                                    &Asic::HandleReflection<T, NextHopKeyOf>::type,
+                                                    &Asic::HandleReflection<T, KeyOf>::type,
                                                     &Asic::RowUtilReflection<T>::type,
                                                     &Asic::UtilLoaderReflection<T>::type,
                                                     &tableType,

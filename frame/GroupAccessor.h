@@ -1,0 +1,91 @@
+// The generic logic of tables where a key takes one index, which an allocator gives, and where the
+// hardware acknowledges each write: how an entry is written and what its handle goes through, how it
+// finds its index again after a restart, and how it leaves.
+//
+// The states of an entry's handle (E: `entryState`, S: `resolvedEntryState`)
+//
+//   first write, or a changed value        E, S inProgress     the row is written
+//   the allocator has no index             E, S failedNoIndex  nothing is written; the value stays
+//   the row was found, and is right        E, S indexReconciled, and no write
+//   the row was found, and is rewritten    E, S indexReconciled
+//   the hardware acknowledges the write    E, S the outcome
+//   it does, and E was reset meanwhile     S success           E stays as it is
+//
+// Invariants
+//  1. No table stores an index of its own: each write and each delete asks the allocator afresh, so
+//     that tables with the same key work at the same index.
+//  2. The index tracker hears of an entry once: with its first write that has an index, unless sync
+//     had found its row. It is told before the hardware is touched.
+//  3. A write is not held back by an earlier one that is not acknowledged.
+//  4. The row is gone before the index is free.
+
+#pragma once
+
+#include "frame/HandleAccessor.h"
+#include "platform/asic/SwTableEntryHandle.h"
+
+namespace Asic {
+
+template <class T>
+class GroupAccessor : public HandleAccessor<T> {
+ public:
+  using Key = typename T::Key;
+  using Entry = typename T::Entry;
+  using EntryHandle = typename T::EntryHandle;
+  using Util = typename T::Util;
+  using EntryState = SwTableBase::EntryState;
+  using typename HandleAccessor<T>::Compare;
+
+  using HandleAccessor<T>::HandleAccessor;
+  using HandleAccessor<T>::cleanup;
+  using HandleAccessor<T>::handleEntry;
+  using AccessorBase<T>::trace;
+
+  // Programming.
+
+  /// What commits and references have in common: classifies the handle, stores the value if it is
+  /// another one, and carries it to the hardware.
+  Vell::Ptr<SwTableBase::EntryHandle const> entryWriteHelper(Key const& key, Entry const& entry,
+                                                             AutoRemoveType autoRemove);
+  void handleEntry(Key const& key, void const* /*node*/) { handleEntry(key); }
+  /// Gets the key an index and writes it: as a write of its own (`inProgress`), or over the row that
+  /// the entry had before a restart (`indexReconciled`).
+  void programHwEntry(Key const& key, EntryState entryState);
+  /// Deletes the row of a key that has gone, and gives up its index.
+  void removeHwEntry(Key const& key);
+  /// The outcome of a write, on its way from `resolvedEntryState` to `entryState`.
+  void handleResolvedEntryState(EntryHandle& handle) const;
+
+  // Removal.
+
+  void deleteResolvedEntry(Key const& key);
+  bool removeEntryOf(EntryHandle& handle, Key const& key);
+
+  // Restart.
+
+  void syncEntries() noexcept;
+  /// Compares a key with what the hardware holds at its index, if that is known.
+  ReconciliationStatus reconcileSyncedEntry(Key const& key);
+  /// Whether the entry sits at `hwIndex`, or, for `compare` no, may be put there. If so the allocator
+  /// has given it that index.
+  bool reconcileUsingHwIndex(Key const& key, Index hwIndex, Compare compare);
+  /// Tries the candidates of the key; the one that fitted, or the exhausted index.
+  Index reconcileUsingIndexHelper(Key const& key, Compare compare);
+  bool processIndexSuggestion(EntryHandle& handle, Index hwIndex);
+  void syncedRowsDel(Index hwIndex, U32 rows);
+  /// Settles what is open, and begins to take acknowledgements.
+  void doInitComplete();
+  void handleStaleEntries() noexcept;
+
+ private:
+  using Tracker = IndexUserTracker::OpType;
+  using AccessorBase<T>::swTable_;
+
+  void hwTableEntryIs(Util const& util, Key const& key, Index hwIndex);
+  void tellWrite(Util const& util, Key const& key, Index hwIndex, bool hasValue);
+  void hwTableEntryDel(Util const& util, Key const& key, Index hwIndex);
+  void deleteRow(Util const& util, Index hwIndex);
+  Entry wantedValue(Key const& key) const;
+};
+
+}  // namespace Asic

@@ -1,0 +1,332 @@
+// The operations of the generic logic of group tables. Included by the sources that instantiate
+// tables.
+
+#pragma once
+
+#include "frame/GroupAccessor.h"
+#include "frame/HandleAccessorDefinitions.h"
+#include "platform/zarn/Mutator.h"
+
+namespace Asic {
+
+// ---- programming ----
+
+template <class T>
+auto GroupAccessor<T>::entryWriteHelper(Key const& key, Entry const& entry,
+                                        AutoRemoveType autoRemove)
+    -> Vell::Ptr<SwTableBase::EntryHandle const> {
+  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandleIs(key, swTable_);
+  // First of all, and also for a value that is there already.
+  autoRemove == AutoRemoveType::committed ? handle->committed() : void(handle->referenced());
+  auto const prior = swTable_->keyPrior(key);
+  if (swTable_->isValue(key, entry)) return handle;
+  Entry const wanted = entry;  // it may lie in what a watcher is about to change
+  if (prior != SwTable::KeyPrior::noKey) {
+    trace(traceClient, "entryWriteHelper", " : Writing new entry : ", wanted,
+          ", at key : ", T::keyText(key), "; setting entryState to unresolved",
+          " to ensure callback gets triggered by entryState change.");
+    handle->entryStateIs(EntryState::unresolved);
+  }
+  swTable_->resolvedKeyPriorIs(swTable_->keyPrior(key));
+  swTable_->store(key, wanted);
+  return handle;
+}
+
+template <class T>
+void GroupAccessor<T>::programHwEntry(Key const& key, EntryState entryState) {
+  using enum SwTableBase::EntryState;
+  // Part of `handleEntry`, whose message is just written.
+  this->template message<"programHwEntry", Fennlog::Time::asMessageBefore>();
+  trace(traceKey, "programHwEntry", " key: ", T::keyText(key), ", entryState:", entryState);
+  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
+  if (handle) {
+    handle->entryStateIs(entryState);
+    handle->resolvedEntryStateIs(entryState);
+  }
+  if (!swTable_->entryHas(key)) return;  // a watcher removed it, and that was carried
+  auto const hwIndex = swTable_->indexAllocator()->newIndexForKey(T::keyType(), &key);
+  this->traceHwIndex(hwIndex);
+  if (auto const util = this->utilIfExists()) {
+    if (hwIndex.isExhausted()) {
+      VELL_ASSERT(entryState != indexReconciled, "entryState != indexReconciled()",
+                  T::names.qualified, " key ", T::keyText(key));
+      if (handle) handle->resolvedEntryStateIs(failedNoIndex);
+      return;
+    }
+    swTable_->reconcilingEntryIs(entryState == indexReconciled);
+    hwTableEntryIs(*util, key, hwIndex);
+    if (handle && util->indexKnownAtWrite()) handle->hwIndexIs(hwIndex);
+  }
+  this->doCompleteEntryHandleForTesting(key);
+}
+
+template <class T>
+void GroupAccessor<T>::hwTableEntryIs(Util const& util, Key const& key, Index hwIndex) {
+  trace(traceKey, "hwTableEntryIs", " : key: ", T::keyText(key));
+  auto const value = swTable_->resolvedEntry(key);
+  tellWrite(util, key, hwIndex, value.has_value());
+  // The hook changed the key: that change was carried.
+  if (!swTable_->entryHas(key) || swTable_->resolvedEntry(key) != value) return;
+  // The number goes to the chip with the write, so that the answer finds it again.
+  if (auto* const hwTable = swTable_->hwTable(); hwTable && swTable_->hwResponseNeeded())
+    hwTable->writeIs(hwIndex);
+  util.hwTableEntryIs(*swTable_, hwIndex.value(), value);
+}
+
+/// Tells the index tracker of a write, if it is of one's concern.
+template <class T>
+void GroupAccessor<T>::tellWrite(Util const& util, Key const& key, Index hwIndex, bool hasValue) {
+  using enum SwTable::KeyPrior;
+  auto const tell = [&](Tracker operation) {
+    util.updateHwIndexRefCountTracker(swTable_->hwTable(), hwIndex.value(), operation);
+  };
+  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
+  auto const prior = swTable_->resolvedKeyPrior();
+  // The first write that has an index, whatever came of writes before it.
+  bool const isFirst = handle ? !handle->isTracked() : prior == noKey;
+  if (handle) handle->trackedIs(true);
+  if (swTable_->reconcilingEntry() && swTable_->syncedEntryMap().lookup(hwIndex)) return;
+  VELL_ASSERT(hasValue || prior == value, "false", T::names.qualified,
+              ": an empty value was stored over a key that held none");
+  if (isFirst) tell(Tracker::userAdd);
+  if (!hasValue)
+    tell(Tracker::userDeactivate);
+  else if (prior == noValue && !isFirst)
+    tell(Tracker::userActivate);
+}
+
+template <class T>
+void GroupAccessor<T>::removeHwEntry(Key const& key) {
+  auto const hwIndex = this->doRetrieveHwIndex(key).value();
+  this->traceHwIndex(hwIndex);
+  auto const util = this->utilIfExists();
+  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
+  // An entry that was never written has nothing here, also if another table has given its key an
+  // index meanwhile.
+  bool const neverWritten = util && handle && !handle->isTracked();
+  if (hwIndex.isExhausted() || neverWritten) {
+    if (util) trace(traceKey, "handleEntry", "No entry in HwTable for this key. Skip delete");
+    return;
+  }
+  if (util) {
+    hwTableEntryDel(*util, key, hwIndex);
+    if (swTable_->entryHas(key)) return;  // a hook wrote the key again: it keeps its index
+    if (!swTable_->configReplayComplete())
+      swTable_->updateStatistic(ReconciliationStatus::reconcileDeleted);
+  }
+  // The handle must not lead a dependent there, should the entry come back.
+  if (handle) handle->hwIndexIs(Index());
+  Vell::Ptr<typename T::IndexAllocator> const allocator = swTable_->indexAllocator();
+  allocator->releaseIndexFromTable(T::keyType(), &key, *swTable_);
+}
+
+template <class T>
+void GroupAccessor<T>::hwTableEntryDel(Util const& util, Key const& key, Index hwIndex) {
+  trace(traceKey, "hwTableEntryDel", ": Deleting entry at key:", T::keyText(key));
+  if (Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key)) handle->trackedIs(false);
+  util.updateHwIndexRefCountTracker(swTable_->hwTable(), hwIndex.value(), this->trackerOfDelete());
+  if (swTable_->entryHas(key)) return;  // the hook wrote the key: its row is wanted again
+  deleteRow(util, hwIndex);
+}
+
+template <class T>
+void GroupAccessor<T>::deleteRow(Util const& util, Index hwIndex) {
+  if (auto* const hwTable = swTable_->hwTable()) hwTable->writesOvertaken(hwIndex);
+  util.hwTableEntryDel(*swTable_, hwIndex.value());
+}
+
+template <class T>
+void GroupAccessor<T>::handleResolvedEntryState(EntryHandle& handle) const {
+  using enum SwTableBase::EntryState;
+  auto const outcome = handle.resolvedEntryState();
+  if (outcome == inProgress || outcome == indexReconciled) {  // a write is under way
+    handle.entryStateIs(outcome);
+    return;
+  }
+  auto const key = handle.key();
+  auto const state = handle.entryState();
+  VELL_ASSERT(swTable_->entryHas(key), "swTable_->resolvedEntryHas( key )", T::names.qualified,
+              " key ", T::keyText(key), " outcome ", outcome);
+  if (!swTable_->hasValue(key)) {
+    VELL_ASSERT(outcome == success, "resolvedEntryState == success()", T::names.qualified, " key ",
+                T::keyText(key), " outcome ", outcome);
+    VELL_ASSERT(false, "Trait::tableNeedsDeleteDance", T::names.qualified, " key ", T::keyText(key),
+                " has lost its value");
+  }
+  handle.pendingEntryDelAll();
+  if (state == inProgress || state == indexReconciled) {
+    handle.entryStateIs(outcome);
+    return;
+  }
+  VELL_ASSERT(state == unresolved || state == failedNeededEntry,
+              "entryState == unresolved() || entryState == failedNeededEntry()", T::names.qualified,
+              " key ", T::keyText(key), " state ", state, " outcome ", outcome);
+  VELL_ASSERT(outcome == success, "resolvedEntryState == success()", T::names.qualified, " key ",
+              T::keyText(key), " state ", state, " outcome ", outcome);
+}
+
+// ---- removal ----
+
+template <class T>
+void GroupAccessor<T>::deleteResolvedEntry(Key const& key) {
+  swTable_->resolvedKeyPriorIs(swTable_->keyPrior(key));
+  swTable_->resolvedEntryDel(key);
+}
+
+/// True if a watcher brought the entry back.
+template <class T>
+bool GroupAccessor<T>::removeEntryOf(EntryHandle& handle, Key const& key) {
+  VELL_ASSERT(handle.entryType() == SwTableBase::EntryType::referenceOnly,
+              "eh->entryType() == EntryHandle::referenceOnly()", "unexpected entryType ",
+              handle.entryType(), " of ", T::names.qualified, " key ", T::keyText(key));
+  handle.swTableIs(nullptr);
+  if (handle.swTable()) return true;
+  deleteResolvedEntry(key);
+  return handle.swTable() != nullptr;
+}
+
+// ---- restart ----
+
+template <class T>
+void GroupAccessor<T>::syncEntries() noexcept {
+  this->beginSyncEntries();
+  VELL_ASSERT(swTable_->resolvedCount() == 0, "!swTable_->resolvedEntrys()", T::names.qualified,
+              ": sync must precede every commit");
+  if (auto const util = this->utilIfExists())
+    util->syncEntries(*swTable_->hwTable(), Vell::Ptr<T>(swTable_));
+}
+
+/// A key without a value in the middle of a replay is a fault of whoever stored it.
+template <class T>
+auto GroupAccessor<T>::wantedValue(Key const& key) const -> Entry {
+  auto const value = swTable_->resolvedEntry(key);
+  if (!value) Zarn::Impl::throwBadOptionalAccess();
+  return *value;
+}
+
+template <class T>
+ReconciliationStatus GroupAccessor<T>::reconcileSyncedEntry(Key const& key) {
+  using enum ReconciliationStatus;
+  if (swTable_->syncedEntryMap().empty()) return reconcileAdded;
+  auto const hwIndex = this->doRetrieveHwIndex(key).value();
+  if (hwIndex.isExhausted())
+    return reconcileUsingIndexHelper(key, Compare::yes).isExhausted() ? reconcileNone
+                                                                      : reconcileMatched;
+  auto const wanted = wantedValue(key);
+  if (!swTable_->syncedEntryMap().lookup(hwIndex)) return reconcileAdded;
+  bool const isEqual = this->utilIfExists()->compareHwEntries(*swTable_, hwIndex.value(), wanted);
+  if (!swTable_->isValue(key, wanted)) return reconcileNone;  // the hook changed and settled it
+  return isEqual ? reconcileMatched : reconcileRewritten;
+}
+
+template <class T>
+bool GroupAccessor<T>::reconcileUsingHwIndex(Key const& key, Index hwIndex, Compare compare) {
+  auto* const allocator = swTable_->indexAllocator();
+  if (allocator->keyForIndex(hwIndex, T::keyType()).getGif()) {
+    trace(traceKey, "reconcileUsingHwIndex", ": Index:", hwIndex, " not free");
+    return false;
+  }
+  auto const wanted = wantedValue(key);
+  if (compare == Compare::yes) {
+    if (!this->utilIfExists()->compareHwEntries(*swTable_, hwIndex.value(), wanted)) return false;
+    if (!swTable_->isValue(key, wanted)) return false;  // the hook changed and settled it
+  }
+  VELL_ASSERT(allocator->recoverIndexForKey(hwIndex, T::keyType(), &key),
+              "swTable_->indexAllocator()->recoverIndexForKey( hwIndex, zarnType< EntryKeyT >(), "
+              "&key )",
+              T::names.qualified, " key ", T::keyText(key), " index ", hwIndex);
+  return true;
+}
+
+template <class T>
+Index GroupAccessor<T>::reconcileUsingIndexHelper(Key const& key, Compare compare) {
+  constexpr std::string_view name = "reconcileUsingIndexHelper";
+  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
+  auto const helper = handle ? swTable_->indexHelper(*handle) : nullptr;
+  if (!helper) {
+    trace(traceKey, name, "Index suggestions unavailable");
+    return {};
+  }
+  trace(traceKey, name, ": key:", T::keyText(key));
+  for (Zarn::HashMap2018IteratorGeneric at(helper->indices()); at; at.advance()) {
+    Index const index = at.currNodeMaybeStale()->key().value();
+    bool const wasFound = swTable_->syncedEntryMap().lookup(index);
+    if (compare == Compare::yes && !wasFound) continue;  // a comparison needs something found
+    if (!reconcileUsingHwIndex(key, index, compare)) continue;
+    handle->trackedIs(wasFound);  // the tracker knows what sync found
+    swTable_->indexHelperDel(*handle);
+    trace(traceKey, name, ": Deleting syncedEntry reconciled at index:", index);
+    swTable_->syncedEntryDel(index);
+    trace(traceKey, name, ": Reconciled key:", T::keyText(key), ", hwIndex:", index);
+    return index;
+  }
+  return {};
+}
+
+/// True if the suggestion settled the entry's index.
+template <class T>
+bool GroupAccessor<T>::processIndexSuggestion(EntryHandle& handle, Index hwIndex) {
+  constexpr std::string_view name = "processIndexSuggestion";
+  auto const key = handle.key();
+  if (!swTable_->entryHas(key)) return false;  // stored for the commit
+  trace(traceKey, name, ": eh:", static_cast<void const*>(&handle), ", key:", T::keyText(key),
+        ", hwIndex:", hwIndex);
+  bool const wasFound = swTable_->syncedEntryMap().lookup(hwIndex);
+  if (!reconcileUsingHwIndex(key, hwIndex, Compare::yes)) return false;
+  swTable_->updateStatistic(ReconciliationStatus::reconcileMatched);
+  trace(traceKey, name, ": Deleting syncedEntry reconciled at index:", hwIndex);
+  swTable_->syncedEntryDel(hwIndex);
+  swTable_->indexHelperDel(handle);
+  if (!wasFound)  // the hardware holds it, and sync has told the tracker of nothing there
+    this->utilIfExists()->updateHwIndexRefCountTracker(swTable_->hwTable(), hwIndex.value(),
+                                                       Tracker::userAdd);
+  handle.trackedIs(true);
+  handle.hwIndexIs(hwIndex);
+  handle.entryStateIs(EntryState::indexReconciled);
+  handle.resolvedEntryStateIs(EntryState::indexReconciled);
+  this->doCompleteEntryHandleForTesting(key);
+  return true;
+}
+
+template <class T>
+void GroupAccessor<T>::doInitComplete() {
+  HandleAccessor<T>::doInitComplete();
+  if (swTable_->hwTable()) swTable_->writeResponseSmIs(swTable_);
+}
+
+template <class T>
+void GroupAccessor<T>::syncedRowsDel(Index hwIndex, U32) {
+  VELL_ASSERT(!hwIndex.isExhausted(), "!isExhausted( hwIndex )", T::names.qualified,
+              ": an entry was reconciled at no index");
+  trace(traceKey, "operator()", ": Deleting syncedEntry reconciled at index:", hwIndex);
+  swTable_->syncedEntryDel(hwIndex);
+}
+
+template <class T>
+void GroupAccessor<T>::handleStaleEntries() noexcept {
+  constexpr std::string_view name = "handleStaleEntries";
+  auto const util = this->utilIfExists();
+  Vell::Ptr<typename T::IndexAllocator> const allocator = swTable_->indexAllocator();
+  auto const isOwn = [&](Index index) {
+    return allocator->isIndexAssigned(index, T::keyType()) &&
+           !allocator->isIndexVerticallyShared(index, T::keyType(), *swTable_);
+  };
+  for (typename T::SyncedEntryMap::Iterator at(swTable_->syncedEntryMap()); at; at.advance()) {
+    Index const index = at.key();
+    // An entry that was written over what sync found has a use of its own.
+    if (isOwn(index)) IndexUserTracker::Stub::recoveredUseStands(swTable_->hwTable(), index);
+    util->updateHwIndexRefCountTracker(swTable_->hwTable(), index.value(), Tracker::userRemove);
+    if (isOwn(index)) {
+      trace(traceKey, name, " Skip index:", index);
+      continue;
+    }
+    deleteRow(*util, index);
+    trace(traceKey, name, ": Deleting stale hwEntry at index:", index);
+    swTable_->updateStatistic(ReconciliationStatus::reconcileDeleted);
+    if (allocator->isIndexAssigned(index, T::keyType())) continue;
+    trace(traceKey, name, ": Marking index available in allocator");
+    allocator->markIndexAvailable(index, T::keyType());
+  }
+}
+
+}  // namespace Asic

@@ -1,0 +1,103 @@
+// The operations of group tables. Included by the source that instantiates the table, and nowhere
+// else.
+
+#pragma once
+
+#include "frame/GroupAccessorDefinitions.h"
+#include "frame/GroupTable.h"
+#include "frame/GroupTableReflection.h"
+#include "frame/HandleTableDefinitions.h"
+#include "frame/ResolvedEntriesDefinitions.h"
+
+namespace Asic {
+
+template <class T, class Sheet>
+GroupTable<T, Sheet>::GroupTable(Vell::String name) : Handles(std::move(name)) {
+  SwTable::hwResponseNeededIs(true);
+}
+
+// ---- what clients do ----
+
+template <class T, class Sheet>
+auto GroupTable<T, Sheet>::write(std::string_view operation, Key key, Entry const& entry,
+                                 AutoRemoveType keeper) -> HandlePtr {
+  SwTable::OperationScope const scope(*this);
+  AccessorT accessor(this->table());
+  accessor.trace(traceClient, operation, " : Writing entry : ", entry,
+                 ", at key : ", T::keyText(key));
+  return accessor.entryWriteHelper(key, entry, keeper);
+}
+
+template <class T, class Sheet>
+auto GroupTable<T, Sheet>::entryCommit(Key key, Entry const& entry) -> HandlePtr {
+  return write("entryCommit", key, entry, AutoRemoveType::committed);
+}
+
+template <class T, class Sheet>
+auto GroupTable<T, Sheet>::entryRef(Key key, Entry const& entry) -> HandlePtr {
+  AccessorT::template message<"entryRef">();
+  return write("entryRef", key, entry, AutoRemoveType::referenced);
+}
+
+template <class T, class Sheet>
+auto GroupTable<T, Sheet>::entryWriteAtIndex(Index hwIndex, Key key, Entry const& entry)
+    -> HandlePtr {
+  this->indexAllocator()->requestIndexForKey(hwIndex, keyType(), &key);
+  return write("entryCommit", key, entry, AutoRemoveType::committed);
+}
+
+template <class T, class Sheet>
+void GroupTable<T, Sheet>::entryRemove(Key key) {
+  SwTable::OperationScope const scope(*this);
+  AccessorT(this->table()).entryRemove(key);
+}
+
+template <class T, class Sheet>
+void GroupTable<T, Sheet>::entryRemoveAll() {
+  SwTable::OperationScope const scope(*this);
+  AccessorT(this->table()).entryRemoveAll();
+}
+
+template <class T, class Sheet>
+void GroupTable<T, Sheet>::handleEntry(Key key) {
+  SwTable::OperationScope const scope(*this);
+  AccessorT(this->table()).handleEntry(key);
+}
+
+template <class T, class Sheet>
+void GroupTable<T, Sheet>::resolvedDelAll() {
+  SwTable::OperationScope const scope(*this);
+  for (Zarn::HashMap2018IteratorGeneric at(this->resolvedEntryMap()); at; at.advance())
+    AccessorT(this->table()).deleteResolvedEntry(at.currNodeMaybeStale()->key());
+}
+
+// ---- acknowledgements ----
+
+template <class T, class Sheet>
+auto GroupTable<T, Sheet>::getEntryHandle(Index index) -> Vell::Ptr<SwTableBase::EntryHandle> {
+  auto const key = this->swKeyFromHwIndex(index);
+  if (!key) return nullptr;
+  return this->entryHandle(*key);
+}
+
+template <class T, class Sheet>
+auto GroupTable<T, Sheet>::writeResponseSmIs(T* swTable) -> Vell::Ptr<WriteResponseSm> {
+  if (writeResponseSm_ && writeResponseSm_->swTable() == swTable) return writeResponseSm_;
+  auto const made = WriteResponseSm::WriteResponseSmIs(swTable);
+  auto const previous = std::exchange(writeResponseSm_, made);
+  if (previous) previous->hasNotificationActiveIs(false);
+  SwTable::publisher()->publishChangeRecursive(writeResponseSmField, nullptr, &previous, nullptr);
+  if (writeResponseSm_ == made) made->hasNotificationActiveIs(true);  // nobody took it away
+  return made;
+}
+
+template <class T, class Sheet>
+auto GroupTable<T, Sheet>::writeResponseSmDel() -> Vell::Ptr<WriteResponseSm> {
+  auto const removed = std::exchange(writeResponseSm_, nullptr);
+  if (!removed) return nullptr;
+  SwTable::publisher()->publishChangeRecursive(writeResponseSmField, nullptr, &removed, nullptr);
+  removed->hasNotificationActiveIs(false);
+  return removed;
+}
+
+}  // namespace Asic

@@ -1,0 +1,18 @@
+// What the hardware answers to a write.
+
+#pragma once
+
+#include "platform/asic/SwTableBase.h"
+
+namespace Asic {
+
+struct WriteResponse {
+  /// What a chip says of a write that it refused: the row has no place in the hardware.
+  static constexpr auto refused = SwTableBase::EntryState::failedNoIndex;
+
+  U64 write;                        ///< the write's number, as `HwTable::newestWrite` told it
+  Index index;                      ///< hardware index of the row
+  SwTableBase::EntryState outcome;  ///< a final state: `success`, or `refused`
+};
+
+}  // namespace Asic
