@@ -110,6 +110,7 @@ void HandleAccessor<T>::handleIndexSuggestions(EntryHandle& handle, IndexSet con
   auto const util = this->utilIfExists();
   VELL_ASSERT(util, "util", T::names.qualified, ": a suggestion, and no hooks that found rows");
   auto const helper = swTable_->indexHelperIs(handle);
+  helper->allocatorIs(swTable_->indexAllocator());
   for (auto const value : indices) {
     if (handle.entryState() != SwTableBase::EntryState::unresolved)
       return;  // settled by what was called

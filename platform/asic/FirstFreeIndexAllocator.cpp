@@ -56,18 +56,39 @@ void BitmapTree::erase(U32 number) {
 
 Index FirstFreeIndexAllocator::take(U32 count) {
   VELL_ASSERT(count == 1, "count == 1", "single indices are allocated here, not runs of ", count);
-  U32 const lowest = free_.lowest();
+  U32 lowest = free_.lowest();
+  if (lowest == BitmapTree::none && !heldBack_.empty()) lowest = *heldBack_.begin();
   if (lowest == BitmapTree::none) return {};
-  free_.erase(lowest);
+  takeAt(lowest, 1);
   return lowest;
 }
 
 bool FirstFreeIndexAllocator::takeAt(Index first, U32) {
+  if (heldBack_.erase(first.value()) > 0) return true;
   if (!free_.has(first.value())) return false;
   free_.erase(first.value());
   return true;
 }
 
-void FirstFreeIndexAllocator::giveBack(Index first, U32) { free_.insert(first.value()); }
+void FirstFreeIndexAllocator::giveBack(Index first, U32) {
+  if (candidates_.contains(first.value()))
+    heldBack_.insert(first.value());
+  else
+    free_.insert(first.value());
+}
+
+void FirstFreeIndexAllocator::candidateIs(Index index) {
+  if (index.value() >= size() || candidates_[index.value()]++ > 0) return;
+  if (!free_.has(index.value())) return;
+  free_.erase(index.value());
+  heldBack_.insert(index.value());
+}
+
+void FirstFreeIndexAllocator::candidateDel(Index index) {
+  auto const found = candidates_.find(index.value());
+  if (found == candidates_.end() || --found->second > 0) return;
+  candidates_.erase(found);
+  if (heldBack_.erase(index.value()) > 0) free_.insert(index.value());
+}
 
 }  // namespace Asic

@@ -1,4 +1,5 @@
-// An allocator of single indices: a new key gets the lowest free one.
+// An allocator of single indices: a new key gets the lowest free one that is no candidate for the old
+// place of another entry, or, when there is none, the lowest of those.
 //
 // A hierarchical bitmap: a bit of a word of the lowest level is a free index, a bit of a higher
 // level a word below that has one. Taking and giving back look at one word a level, four for a
@@ -6,6 +7,8 @@
 
 #pragma once
 
+#include <map>
+#include <set>
 #include <vector>
 
 #include "platform/asic/GenericIndexAllocator.h"
@@ -30,13 +33,19 @@ class BitmapTree {
 };
 
 class FirstFreeIndexAllocator : public GenericIndexAllocator {
+ public:
+  void candidateIs(Index index) override;
+  void candidateDel(Index index) override;
+
  private:
   Index take(U32 count) override;
   bool takeAt(Index first, U32 count) override;
   void giveBack(Index first, U32 count) override;
   void grow(U32 before, U32 size) override { free_.grow(before, size); }
 
-  BitmapTree free_;
+  BitmapTree free_;                ///< but those held back
+  std::map<U32, U32> candidates_;  ///< entries that may have their place there, by index
+  std::set<U32> heldBack_;         ///< candidates that are free
 };
 
 }  // namespace Asic

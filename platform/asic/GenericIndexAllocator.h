@@ -102,6 +102,10 @@ class GenericIndexAllocator : public Vell::Node {
   bool recoverIndexForKey(Index index, Vell::ZarnType keyType, void const* key) {
     return requestIndexForKey(index, keyType, key);
   }
+  /// An entry of some table may have its old place at the index: as long as there are others, a new
+  /// key gets another one. Told once more for each entry, and taken back as often.
+  virtual void candidateIs(Index) {}
+  virtual void candidateDel(Index) {}
   /// The key's index, the first of its run; exhausted if it has none.
   Index indexForKey(Vell::ZarnType keyType, void const* key) const;
   /// The key that holds the index, also inside a run, whatever its type.

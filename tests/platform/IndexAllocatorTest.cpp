@@ -183,6 +183,24 @@ TEST(IndexAllocator, blocksAgreeWithAReferenceAndNeverCrossABank) {
   agreesWithAReference<Asic::BankAwareBlockAllocator>(90, 4, 7);
 }
 
+TEST(IndexAllocator, aCandidateForAnotherPlaceIsTheLastToBeGiven) {
+  Shared<Asic::FirstFreeIndexAllocator> shared(4);
+  auto& allocator = *shared.allocator;
+  for (U32 index : {0, 0, 2, 3, 9}) allocator.candidateIs(index);
+  EXPECT_EQ(allocated(allocator, Key{1}).value(), 1u);
+  Key const owner{2};
+  EXPECT_TRUE(allocator.recoverIndexForKey(3, blockType, &owner)) << "whose place it was";
+  EXPECT_EQ(allocated(allocator, Key{4}).value(), 0u) << "there is no other";
+  shared.release(1);
+  shared.release(4);
+  EXPECT_EQ(allocated(allocator, Key{5}).value(), 1u) << "0 is a candidate as before";
+  for (U32 index : {0, 2, 3}) allocator.candidateDel(index);
+  EXPECT_EQ(allocated(allocator, Key{6}).value(), 2u) << "0 is still another's candidate";
+  allocator.candidateDel(0);
+  shared.release(6);
+  EXPECT_EQ(allocated(allocator, Key{7}).value(), 0u);
+}
+
 TEST(IndexAllocator, theLowestIndexAndTheSmallestRunComeFirst) {
   Shared<Asic::FirstFreeIndexAllocator> single(300'000);
   for (U32 i = 0; i < 70'000; ++i) ASSERT_EQ(allocated(*single.allocator, Key{i}).value(), i);
