@@ -32,7 +32,8 @@ std::string tableList(std::span<TableShape const> shapes) {
 }
 
 // By the number of the operation.
-constexpr std::array<std::string_view, 4> operationNames{"", "write", "delete", "outOfRange"};
+constexpr std::array<std::string_view, 5> operationNames{"", "write", "delete", "outOfRange",
+                                                         "refused"};
 
 }  // namespace
 
@@ -72,6 +73,8 @@ void Hardware::rowIs(U32 table, U64 row, std::span<U8 const> bytes) {
 
 void Hardware::rowDel(U32 table, U64 row) { operate(Operation::erase, table, row, {}); }
 
+void Hardware::rowRefused(U32 table, U64 row) { operate(Operation::refused, table, row, {}); }
+
 void Hardware::stateIs(U32 table, U64 row, std::span<U8 const, sizeof(U64)> bytes) {
   VELL_ASSERT(layout_.shapes()[table].rowBytes == bytes.size() && row < rows(table),
               "a row of state", layout_.shapes()[table].name, " row ", row);
@@ -89,7 +92,7 @@ void Hardware::operate(Operation operation, U32 table, U64 row, std::span<U8 con
   auto const number = publish({0, row, table, static_cast<U32>(operation)}, bytes);
   apply(record(number));
   storeInOrder(state().applied, number);
-  if (operation != Operation::outOfRange) count(operation, table);
+  if (changesRows(operation)) count(operation, table);
 }
 
 U64 Hardware::publish(JournalRecord content, std::span<U8 const> bytes) {
@@ -106,7 +109,7 @@ U64 Hardware::publish(JournalRecord content, std::span<U8 const> bytes) {
 }
 
 void Hardware::apply(JournalRecord const& record) {
-  if (record.operation == static_cast<U32>(Operation::outOfRange)) return;
+  if (!changesRows(static_cast<Operation>(record.operation))) return;
   auto const& shape = layout_.shapes()[record.table];
   std::copy_n(reinterpret_cast<U8 const*>(&record + 1), shape.rowBytes,
               rowBytes(record.table, record.row));
@@ -141,6 +144,7 @@ bool Hardware::isSound(JournalRecord const& record, U64 number) const {
   switch (static_cast<Operation>(record.operation)) {
     case Operation::write:
     case Operation::erase:
+    case Operation::refused:
       return record.row < rows(record.table);
     case Operation::outOfRange:
       return true;

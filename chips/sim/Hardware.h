@@ -10,8 +10,9 @@
 //  2. A row that is not valid is all zeros.
 //  3. State is the chip's own doing: neither journalled nor counted. A row of it is 8 bytes,
 //     replaced by one store.
-//  4. An operation on a row that the table does not have changes no row. The journal holds it as
-//     "outOfRange", and no count takes it in.
+//  4. An operation on a row that the table does not have changes no row, and neither does a write that
+//     the chip refuses. The journal holds them as "outOfRange" and "refused", and no count takes them
+//     in.
 //
 // Threading: one thread.
 
@@ -41,6 +42,8 @@ class Hardware {
   /// Replaces a row; `bytes` are as many as the table's rows have, the valid bit set.
   void rowIs(U32 table, U64 row, std::span<U8 const> bytes);
   void rowDel(U32 table, U64 row);
+  /// A write that the chip refuses: the row stays as it is, and the journal knows of it.
+  void rowRefused(U32 table, U64 row);
   /// Replaces a row of state. Nothing once the chip is frozen.
   void stateIs(U32 table, U64 row, std::span<U8 const, sizeof(U64)> bytes);
   /// Whether what the chip is asked has no effect any more.
@@ -53,7 +56,10 @@ class Hardware {
   std::vector<Asic::Chip::JournalEntry> journal(std::size_t most) const;
 
  private:
-  enum class Operation : U32 { write = 1, erase = 2, outOfRange = 3 };
+  enum class Operation : U32 { write = 1, erase = 2, outOfRange = 3, refused = 4 };
+  static bool changesRows(Operation operation) {
+    return operation == Operation::write || operation == Operation::erase;
+  }
 
   void operate(Operation operation, U32 table, U64 row, std::span<U8 const> bytes);
   U64 publish(JournalRecord record, std::span<U8 const> bytes);

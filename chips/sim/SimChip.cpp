@@ -32,8 +32,7 @@ void SimChip::open(Options const& options) {
     constexpr auto number = Tables::numberOf<typename Line::Table>;
     if constexpr (Asic::ReadTableClass<typename Line::Table>) {
       constexpr auto written = Tables::numberOf<TessarLoadBalance::DlbEcmpFlowsetTable>;
-      flowsets_ = new SimReadTable(hardware_, written, number);
-      hwTables_.push_back(flowsets_);
+      hwTables_.push_back(new SimReadTable(hardware_, written, number));
     } else {
       hwTables_.push_back(new SimHwTable(hardware_, number));
     }
@@ -68,12 +67,17 @@ std::string SimChip::misfit(std::string_view tableName, Vell::Value const& key,
 }
 
 U64 SimChip::poll() {
-  if (!flowsets_) return 0;
-  flowsets_->advance();
-  return flowsets_->deliverReadResponses();
+  Vell::Ptr<SimChip> const held(this);  // a handler may drop the last use
+  U64 delivered = 0;
+  for (auto const& each : hwTables_) delivered += each->poll();
+  return delivered;
 }
 
-U64 SimChip::answersOutstanding() const { return flowsets_ ? flowsets_->outstanding() : 0; }
+U64 SimChip::answersOutstanding() const {
+  U64 answers = 0;
+  for (auto const& each : hwTables_) answers += each->outstanding();
+  return answers;
+}
 
 std::optional<Asic::Chip::Traffic> SimChip::simulateTraffic(U64 flows, U64 seed) {
   if (!hardware_) return Traffic{.flows = flows, .unserved = flows};

@@ -7,7 +7,6 @@
 
 #include "chips/sim/Hardware.h"
 #include "chips/sim/SimHwTable.h"
-#include "chips/sim/SimReadTable.h"
 #include "platform/asic/Chip.h"
 
 namespace Sim {
@@ -31,7 +30,6 @@ class SimChip final : public Asic::Chip {
  private:
   std::shared_ptr<Hardware> hardware_;
   std::vector<Vell::Ptr<SimHwTable>> hwTables_;
-  Vell::Ptr<SimReadTable> flowsets_;  ///< the one of them that is read back
 };
 
 }  // namespace Sim

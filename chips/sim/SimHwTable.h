@@ -1,9 +1,13 @@
 // One table of the hardware, as the tables hold on to it. It keeps the hardware open.
+//
+// Writes are posted: a row is replaced inside the call, and if the write has a number, its outcome is
+// acknowledged later, by a poll.
 
 #pragma once
 
 #include <memory>
 
+#include "chips/sim/AckQueue.h"
 #include "chips/sim/Hardware.h"
 #include "platform/asic/HwTable.h"
 #include "platform/vell/Assert.h"
@@ -13,7 +17,7 @@ namespace Sim {
 class SimHwTable : public Asic::HwTable {
  public:
   SimHwTable(std::shared_ptr<Hardware> hardware, U32 table)
-      : hardware_(std::move(hardware)), table_(table) {}
+      : hardware_(std::move(hardware)), table_(table), acks_(hardware_->switches(), table) {}
 
   /// The simulated chip's side of a hardware table that came from it.
   static SimHwTable& of(Asic::HwTable& hwTable) {
@@ -27,8 +31,27 @@ class SimHwTable : public Asic::HwTable {
 
   /// The bytes of a valid row, good until the next operation; empty if there is none.
   std::span<U8 const> row(U64 row) const { return hardware_->row(table_, row); }
-  void rowIs(U64 row, std::span<U8 const> bytes) { hardware_->rowIs(table_, row, bytes); }
+  void rowIs(U32 row, std::span<U8 const> bytes) {
+    auto const write = newestWrite(row);
+    if (write == 0) return hardware_->rowIs(table_, row, bytes);  // nobody wants to hear of it
+    if (hardware_->isFrozen()) return;
+    bool const fits = row < hardware_->rows(table_);
+    bool const refused = fits && acks_.refusesNext();
+    refused ? hardware_->rowRefused(table_, row) : hardware_->rowIs(table_, row, bytes);
+    bool const took = fits && !refused;
+    acks_.post(
+        {write, row, took ? Asic::SwTableBase::EntryState::success : Asic::WriteResponse::refused});
+  }
   void rowDel(U64 row) { hardware_->rowDel(table_, row); }
+
+  /// Lets the answers that are due now reach the table, and returns how many did.
+  virtual U64 poll() {
+    while (auto const outcome = acks_.next()) writeResponseIs(*outcome);
+    acks_.tick();
+    return deliverWriteResponses();
+  }
+  /// Answers that are owed or wait.
+  virtual U64 outstanding() const { return acks_.owed() + writeResponses(); }
 
  protected:
   Hardware& hardware() const { return *hardware_; }
@@ -36,6 +59,7 @@ class SimHwTable : public Asic::HwTable {
  private:
   std::shared_ptr<Hardware> hardware_;
   U32 table_;
+  AckQueue acks_;
 };
 
 }  // namespace Sim

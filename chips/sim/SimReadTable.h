@@ -58,17 +58,16 @@ class SimReadTable final : public SimHwTable {
   }
 
   Asic::TransactionId readIs(std::optional<U32> row) { return reads_.begin(row); }
-  /// Takes the answers that are due now to those that wait to be delivered.
-  void advance() {
+  U64 poll() override {
     for (U32 left = ReadEngine::answersPerPoll; left > 0 && readResponses() < mostWaiting; --left) {
       auto const answer = reads_.next();
       if (!answer) break;
       readResponseIs(response(*answer));
     }
     reads_.tick();
+    return deliverReadResponses();
   }
-  /// Answers that are owed or wait.
-  U64 outstanding() const { return reads_.owed() + readResponses(); }
+  U64 outstanding() const override { return reads_.owed() + readResponses(); }
 
  private:
   Asic::ReadResponse response(ReadAnswer const& answer) const {

@@ -1,6 +1,7 @@
 // The simulated chip's hooks for tables that write their hardware.
 //
-// Entries with handles are written to the end by their table, so their index is known at the write.
+// Blocks are written to the end by their table, so their index is known at the write; that of a group
+// is known when the chip acknowledges the write.
 //
 // A key without a value keeps its row: valid, with every field 0. The next process finds it as a
 // row like any other, so that it is claimed by a commit or deleted as stale, and never forgotten.
@@ -15,7 +16,7 @@
 #include "chips/sim/RowCodec.h"
 #include "chips/sim/SimHwTable.h"
 #include "frame/TableUtil.h"
-#include "frame/Trait.h"
+#include "frame/Variants.h"
 
 namespace Sim {
 
@@ -27,9 +28,7 @@ class SimUtil final : public Asic::TableUtil<T> {
   using Codec = RowCodec<Entry>;
   using Rows = KeyRows<Key>;
 
-  explicit SimUtil(U32 rows) : rows_(rows) {
-    this->indexKnownAtWriteIs(Asic::Trait::isUnknownIndexTable<T>);
-  }
+  explicit SimUtil(U32 rows) : rows_(rows) { this->indexKnownAtWriteIs(Asic::BlockTableClass<T>); }
 
   U32 minIndex() const override { return 0; }
   U32 maxIndex() const override { return rows_ - 1; }

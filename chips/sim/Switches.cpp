@@ -40,21 +40,44 @@ bool setFlipRow(Switches& switches, std::string_view value) {
   return toNumber(value.substr(colon + 1), address.row);
 }
 
+template <U32 Switches::WriteFaults::*fault>
+bool setPercent(Switches& switches, std::string_view value) {
+  U64 percent = 0;
+  if (!toNumber(value, percent) || percent > 100) return false;
+  switches.writes.*fault = static_cast<U32>(percent);
+  return true;
+}
+
+bool setFaultSeed(Switches& switches, std::string_view value) {
+  return toNumber(value, switches.faultSeed);
+}
+
 struct KnownSwitch {
   std::string_view name;
   std::string_view value;
   bool (*set)(Switches&, std::string_view value);  // false if the value is malformed
 };
+using Faults = Switches::WriteFaults;
+constexpr std::string_view percent = "PERCENT from 0 to 100";
 constexpr KnownSwitch knownSwitches[] = {
-    {"delay-reads", "N", &setDelayReads},      {"flip-row", "TABLE:ROW", &setFlipRow},
-    {"freeze-after", "N", &setFreezeAfter},    {"interleave-reads", "on|off", &setInterleaveReads},
+    {"delay-acks", percent, &setPercent<&Faults::late>},
+    {"delay-reads", "N", &setDelayReads},
+    {"duplicate-acks", percent, &setPercent<&Faults::doubled>},
+    {"fault-seed", "S", &setFaultSeed},
+    {"flip-row", "TABLE:ROW", &setFlipRow},
+    {"freeze-after", "N", &setFreezeAfter},
+    {"interleave-reads", "on|off", &setInterleaveReads},
+    {"lose-acks", percent, &setPercent<&Faults::lost>},
     {"lose-read-ends", "N", &setLoseReadEnds},
+    {"refuse-writes", percent, &setPercent<&Faults::refused>},
+    {"reorder-acks", percent, &setPercent<&Faults::reordered>},
 };
 
 std::string knownList() {
   std::string list;
   for (auto const& each : knownSwitches)
-    list += Vell::concatenate(list.empty() ? "" : ", ", each.name, '=', each.value);
+    list += Vell::concatenate(list.empty() ? "" : ", ", each.name, '=',
+                              each.value.substr(0, each.value.find(' ')));
   return list;
 }
 

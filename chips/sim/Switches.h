@@ -16,6 +16,15 @@ struct Switches {
     U64 row;
   };
 
+  /// What becomes of writes that are acknowledged, each as a chance in percent.
+  struct WriteFaults {
+    U32 refused = 0;    ///< refuse-writes: the row stays as it was, and the answer says so
+    U32 late = 0;       ///< delay-acks: the acknowledgement comes 1 to 8 polls later
+    U32 reordered = 0;  ///< reorder-acks: it goes to some place before those that are owed
+    U32 doubled = 0;    ///< duplicate-acks: it comes twice
+    U32 lost = 0;       ///< lose-acks: it never comes
+  };
+
   /// freeze-after=N: operations after the N-th since opening are lost without a word.
   std::optional<U64> freezeAfter;
   /// delay-reads=N: N polls pass before the first answer to a read.
@@ -24,6 +33,9 @@ struct Switches {
   bool interleaveReads = false;
   /// lose-read-ends=N: the ends of the first N reads of a whole table never come.
   U64 loseReadEnds = 0;
+  WriteFaults writes;
+  /// fault-seed=S: another seed, other faults.
+  U64 faultSeed = 1;
   /// flip-row=TABLE:ROW: opening flips the lowest bit of the first field of that valid row.
   std::optional<RowAddress> flipRow;
 };

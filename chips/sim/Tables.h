@@ -18,7 +18,10 @@
 #include "config/DlbEcmpPortControlSwTable.h"
 #include "config/DlbEcmpQualityMapSwTable.h"
 #include "config/DlbEcmpQuantizationThresholdSwTable.h"
+#include "forwarding/AdjacencySwTable.h"
 #include "forwarding/NextHopSwTable.h"
+#include "group/EcmpGroup1DlbSwTable.h"
+#include "group/VxlanEcmpGroup1DlbSwTable.h"
 #include "member/DlbEcmpMember1SwTable.h"
 
 namespace Sim {
@@ -73,6 +76,8 @@ inline constexpr U32 groups = 128;  ///< DLB ids: one bit each in the two enable
 inline constexpr U32 flowsets = 32768;
 inline constexpr U32 members = 131072;  ///< rows of blocks, in banks of a quarter each
 inline constexpr U32 nextHops = 4096;
+inline constexpr U32 level1Groups = 8192;  ///< indices that the tables of level-1 groups share
+inline constexpr U32 adjacencies = 16384;
 
 using Tables = SimTables<
     SimTable<TessarLoadBalance::DlbControlTable, 16>,
@@ -89,7 +94,10 @@ using Tables = SimTables<
     SimTable<TessarLoadBalance::DlbEcmpQuantizationThresholdTable,
              profiles * QualityMapRows::levels>,
     SimTable<TessarLoadBalance::DlbEcmpMember1Table, members>,
-    SimTable<Forwarding::NextHopTable, nextHops>>;
+    SimTable<Forwarding::NextHopTable, nextHops>,
+    SimTable<TessarLoadBalance::EcmpGroup1DlbTable, level1Groups>,
+    SimTable<TessarLoadBalance::VxlanEcmpGroup1DlbTable, level1Groups>,
+    SimTable<Forwarding::AdjacencyTable, adjacencies>>;
 
 /// The hooks' class for a kind of table.
 template <class T>
@@ -101,6 +109,11 @@ struct UtilClass<T> {
 };
 
 template <Asic::BlockTableClass T>
+struct UtilClass<T> {
+  using Type = SimUtil<T>;
+};
+
+template <Asic::GroupTableClass T>
 struct UtilClass<T> {
   using Type = SimUtil<T>;
 };

@@ -174,8 +174,8 @@ TEST_F(SimChipTest, switchesAreRefusedBeforeAnythingIsTouched) {
   };
   for (auto const& [name, value, problem] : std::initializer_list<Case>{
            {"freeze", "2",
-            "no switch \"freeze\"; its switches are delay-reads=N, flip-row=TABLE:ROW, "
-            "freeze-after=N, "},
+            "no switch \"freeze\"; its switches are delay-acks=PERCENT, delay-reads=N, "},
+           {"lose-acks", "101", "takes PERCENT from 0 to 100, not \"101\""},
            {"freeze-after", "", "freeze-after of the simulated chip takes N, not \"\""},
            {"freeze-after", "-1", "not \"-1\""},
            {"freeze-after", "18446744073709551616", "takes N"},
