@@ -1,13 +1,23 @@
 #include "agent/Chain.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
-#include "agent/ChainTables.h"
+#include <algorithm>
+
 #include "agent/EntryReader.h"
 #include "agent/Words.h"
+#include "frame/FieldEntry.h"
 
 namespace DlbAgent {
 namespace {
+
+using TessarL3Common::L3AdjIdKeyType;
+
+constexpr std::string_view blocksSection = "memberBlocks";
+constexpr std::string_view groupsSection = "groups";
+constexpr std::string_view vxlanGroupsSection = "vxlanGroups";
+constexpr std::string_view adjacenciesSection = "adjacencies";
 
 /// The members of an object; a problem and none if it is something else.
 JsonValue::Object const& membersOf(std::string_view path, JsonValue const& value,
@@ -18,26 +28,72 @@ JsonValue::Object const& membersOf(std::string_view path, JsonValue const& value
   return none;
 }
 
+// ---- fields that are no entry's ----
+
+/// A number up to `largest`; a problem, and `field` as it was, if it is something else.
+template <class Number>
+bool readNumberInto(Number& field, U64 largest, std::string const& path, JsonValue const& value,
+                    Problems& problems) {
+  auto const* number = value.as<U64>();
+  auto const* text = value.as<std::string>();
+  auto const read = text ? readNumber(*text) : NumberText{NumberText::Outcome::notANumber, 0};
+  if (text && read.outcome == NumberText::Outcome::number) number = &read.value;
+  if (!number || *number > largest) {
+    problems.add(path,
+                 fmt::format("must be a number up to {}, not {}", largest, value.described()));
+    return false;
+  }
+  field = static_cast<Number>(*number);
+  return true;
+}
+
+bool readNameInto(std::string& field, std::string_view ofWhat, std::string const& path,
+                  JsonValue const& value, Problems& problems) {
+  auto const* text = value.as<std::string>();
+  if (text)
+    field = *text;
+  else
+    problems.add(path, fmt::format("must be the name of {}, not {}", ofWhat, value.described()));
+  return text;
+}
+
+void readTypeInto(L3AdjIdKeyType& field, std::string const& path, JsonValue const& value,
+                  Problems& problems) {
+  std::vector<std::string> names;
+  auto const last = static_cast<unsigned>(highestEnumerator(L3AdjIdKeyType()));
+  for (unsigned number = 0; number <= last; ++number) {
+    auto const type = static_cast<L3AdjIdKeyType>(number);
+    names.push_back(Vell::concatenate(type));
+    if (auto const* text = value.as<std::string>(); text && *text == names.back()) {
+      field = type;
+      return;
+    }
+  }
+  problems.add(path,
+               fmt::format("must be one of {}, not {}", fmt::join(names, ", "), value.described()));
+}
+
+// ---- next hops ----
+
+void readNextHops(ChainCheck const& check, std::string const& path, JsonValue const& value) {
+  for (auto const& [name, fields] : membersOf(path, value, "next hops by name", check.problems))
+    if (auto const record =
+            readEntry(tableTypeOf<NextHopTable>(), pathTo(path, name), fields, check.problems))
+      check.chain.nextHops[name] = Asic::EntryReflection<NextHopTable::Entry>::fromValue(*record);
+}
+
+// ---- member blocks ----
+
 WantedRow readRow(std::string const& path, JsonValue const& value, Problems& problems) {
   WantedRow row;
   for (auto const& [name, field] : membersOf(path, value, "fields", problems)) {
     auto const fieldPath = pathTo(path, name);
-    if (name == "nextHop") {
-      if (auto const* text = field.as<std::string>())
-        row.nextHop = *text;
-      else
-        problems.add(fieldPath,
-                     fmt::format("must be the name of a next hop, not {}", field.described()));
-    } else if (name == "weightIdx") {
-      auto const* number = field.as<U64>();
-      if (number && *number <= 0xFF)
-        row.weightIdx = static_cast<U8>(*number);
-      else
-        problems.add(fieldPath,
-                     fmt::format("must be a number up to 255, not {}", field.described()));
-    } else {
+    if (name == "nextHop")
+      readNameInto(row.nextHop, "a next hop", fieldPath, field, problems);
+    else if (name == "weightIdx")
+      readNumberInto(row.weightIdx, 0xFF, fieldPath, field, problems);
+    else
       problems.add(fieldPath, "no such field; " + hintFor(name, {"nextHop", "weightIdx"}));
-    }
   }
   if (row.nextHop.empty()) problems.add(path, "names no next hop; add \"nextHop\": NAME");
   return row;
@@ -55,41 +111,146 @@ std::vector<WantedRow> readRows(std::string const& path, JsonValue const& value,
   return rows;
 }
 
-}  // namespace
-
-void readNextHops(std::string const& path, JsonValue const& value, Problems& problems,
-                  WantedChain& chain) {
-  for (auto const& [name, fields] : membersOf(path, value, "next hops by name", problems))
-    if (auto const record = readEntry(nextHopType(), pathTo(path, name), fields, problems))
-      chain.nextHops[name] = Asic::EntryReflection<NextHopTable::Entry>::fromValue(*record);
-}
-
-void readMemberBlocks(std::string const& path, JsonValue const& value, Problems& problems,
-                      WantedChain& chain) {
-  for (auto const& [name, block] : membersOf(path, value, "blocks by name", problems)) {
+void readMemberBlocks(ChainCheck const& check, std::string const& path, JsonValue const& value) {
+  for (auto const& [name, block] : membersOf(path, value, "blocks by name", check.problems)) {
     auto const blockPath = pathTo(path, name);
-    auto& rows = chain.blocks[name];
-    for (auto const& [field, content] : membersOf(blockPath, block, "\"rows\"", problems))
+    auto& rows = check.chain.blocks[name];
+    for (auto const& [field, content] : membersOf(blockPath, block, "\"rows\"", check.problems))
       if (field == "rows")
-        rows = readRows(pathTo(blockPath, field), content, problems);
+        rows = readRows(pathTo(blockPath, field), content, check.problems);
       else
-        problems.add(pathTo(blockPath, field), "no such field; " + hintFor(field, {"rows"}));
+        check.problems.add(pathTo(blockPath, field), "no such field; " + hintFor(field, {"rows"}));
   }
 }
 
-void checkNames(std::string_view blocksPath, WantedChain const& chain, Problems& problems) {
-  std::vector<std::string_view> known;
-  for (auto const& each : chain.nextHops) known.push_back(each.first);
+// ---- groups ----
+
+template <class T>
+void readGroups(ChainCheck const& check, WantedGroups<T>& groups, std::string const& path,
+                JsonValue const& value) {
+  std::map<typename T::Key, std::string> names;
+  for (auto const& [name, fields] : membersOf(path, value, "groups by name", check.problems)) {
+    auto const groupPath = pathTo(path, name);
+    typename T::Key key{.type = L3AdjIdKeyType::ecmpGroup};
+    bool hasId = false;
+    FieldBeside const keyFields[] = {{"adjId",
+                                      [&](std::string const& at, JsonValue const& id) {
+                                        hasId = true;
+                                        readNumberInto(key.adjId, 0xFFFFFFFF, at, id,
+                                                       check.problems);
+                                      }},
+                                     {"type", [&](std::string const& at, JsonValue const& type) {
+                                        readTypeInto(key.type, at, type, check.problems);
+                                      }}};
+    auto const record = readEntry(tableTypeOf<T>(), groupPath, fields, check.problems, keyFields);
+    if (!record) continue;
+    if (!hasId) {
+      check.problems.add(groupPath, "names no adjacency id; add \"adjId\": NUMBER");
+      continue;
+    }
+    auto const [first, isFirst] = names.try_emplace(key, name);
+    if (!isFirst)
+      check.problems.add(groupPath, fmt::format("has the adjacency id and type of \"{}\"; give it "
+                                                "another \"adjId\"",
+                                                first->second));
+    groups[name] = {key, Asic::EntryReflection<typename T::Entry>::fromValue(*record)};
+  }
+}
+
+// ---- adjacencies ----
+
+/// Whether the hardware has a row of that number.
+void checkRoom(ChainCheck const& check, std::string const& path, U32 id) {
+  auto const& type = tableTypeOf<AdjacencyTable>();
+  auto const why =
+      check.room.misfit(type, Key(Vell::Value(U64{id})), Vell::inspectMakeValue(type.entry()));
+  if (!why.empty()) check.problems.add(path, why);
+}
+
+void readAdjacencies(ChainCheck const& check, std::string const& path, JsonValue const& value) {
+  std::map<U32, std::string> names;
+  for (auto const& [name, fields] : membersOf(path, value, "adjacencies by name", check.problems)) {
+    auto const adjacencyPath = pathTo(path, name);
+    WantedAdjacency adjacency;
+    bool namesId = false, namesGroup = false;
+    for (auto const& [field, content] :
+         membersOf(adjacencyPath, fields, "\"id\" and \"group\"", check.problems)) {
+      auto const fieldPath = pathTo(adjacencyPath, field);
+      if (field == "id") {
+        namesId = true;
+        if (!readNumberInto(adjacency.id, 0xFFFFFFFE, fieldPath, content, check.problems)) continue;
+        auto const [first, isFirst] = names.try_emplace(adjacency.id, name);
+        if (!isFirst)
+          check.problems.add(fieldPath,
+                             fmt::format("is the id of \"{}\"; take another one", first->second));
+        checkRoom(check, fieldPath, adjacency.id);
+      } else if (field == "group") {
+        namesGroup = true;
+        readNameInto(adjacency.group, "a group", fieldPath, content, check.problems);
+      } else {
+        check.problems.add(fieldPath, "no such field; " + hintFor(field, {"id", "group"}));
+      }
+    }
+    if (!namesId) check.problems.add(adjacencyPath, "names no id; add \"id\": NUMBER");
+    if (!namesGroup) check.problems.add(adjacencyPath, "names no group; add \"group\": NAME");
+    check.chain.adjacencies[name] = std::move(adjacency);
+  }
+}
+
+// ---- names ----
+
+template <class Entries>
+void addNames(std::vector<std::string_view>& names, Entries const& entries) {
+  for (auto const& each : entries) names.push_back(each.first);
+}
+
+void checkName(std::string const& path, std::string_view kind, std::string_view sections,
+               std::string const& name, std::vector<std::string_view> const& known,
+               Problems& problems) {
+  if (name.empty() || std::ranges::find(known, name) != known.end()) return;
+  problems.add(
+      path, fmt::format("no {} named \"{}\"; {}", kind, clipped(name),
+                        known.empty() ? fmt::format("{} none", sections) : hintFor(name, known)));
+}
+
+}  // namespace
+
+std::span<ChainSection const> chainSections() {
+  static constexpr ChainSection sections[] = {
+      {"nextHops", &readNextHops},
+      {blocksSection, &readMemberBlocks},
+      {groupsSection,
+       [](ChainCheck const& check, std::string const& path, JsonValue const& value) {
+         readGroups(check, check.chain.groups, path, value);
+       }},
+      {vxlanGroupsSection,
+       [](ChainCheck const& check, std::string const& path, JsonValue const& value) {
+         readGroups(check, check.chain.vxlanGroups, path, value);
+       }},
+      {adjacenciesSection, &readAdjacencies}};
+  return sections;
+}
+
+void checkNames(WantedChain const& chain, Problems& problems) {
+  std::vector<std::string_view> nextHops, groups;
+  addNames(nextHops, chain.nextHops);
+  addNames(groups, chain.groups);
+  addNames(groups, chain.vxlanGroups);
   for (auto const& [name, rows] : chain.blocks)
     for (std::size_t i = 0; i < rows.size(); ++i) {
-      auto const& nextHop = rows[i].nextHop;
-      if (nextHop.empty() || chain.nextHops.contains(nextHop)) continue;
-      auto const rowsPath = pathTo(pathTo(blocksPath, name), "rows");
-      problems.add(
-          pathTo(elementOf(rowsPath, i), "nextHop"),
-          fmt::format("no next hop named \"{}\"; {}", clipped(nextHop),
-                      known.empty() ? "the section nextHops names none" : hintFor(nextHop, known)));
+      auto const rowsPath = pathTo(pathTo(blocksSection, name), "rows");
+      checkName(pathTo(elementOf(rowsPath, i), "nextHop"), "next hop", "the section nextHops names",
+                rows[i].nextHop, nextHops, problems);
     }
+  for (auto const& [name, adjacency] : chain.adjacencies)
+    checkName(pathTo(pathTo(adjacenciesSection, name), "group"), "group",
+              "the sections groups and vxlanGroups name", adjacency.group, groups, problems);
+  for (auto const& each : chain.vxlanGroups)
+    if (chain.groups.contains(each.first))
+      problems.add(pathTo(vxlanGroupsSection, each.first),
+                   fmt::format("is the name of a group in the section {} as well; rename one of "
+                               "them",
+                               groupsSection));
 }
 
 }  // namespace DlbAgent

@@ -1,42 +1,71 @@
-// Next hops and member blocks as a configuration names them, and how they are read from it.
+// What a configuration knows by name: next hops, member blocks, level-1 groups and adjacencies, and
+// how they are read from it.
 //
 //   {"nextHops": {"nh1": {"port": 1, "mac": "02:00:00:00:00:01", "vlan": 10}},
-//    "memberBlocks": {"b1": {"rows": [{"nextHop": "nh1", "weightIdx": 0}]}}}
+//    "memberBlocks": {"b1": {"rows": [{"nextHop": "nh1", "weightIdx": 0}]}},
+//    "groups": {"g1": {"adjId": 7, "lbMode": 1}},
+//    "vxlanGroups": {"v1": {"adjId": 7, "type": "tunnel", "fastLinkFailover": true}},
+//    "adjacencies": {"a1": {"id": 3, "group": "g1"}}}
 //
-// Names are the user's own; the hardware knows none of them.
+// Names are the user's own; the hardware knows none of them. A group's `adjId` and `type` are its
+// key, by which the tables know it; `type` is "ecmpGroup" unless it is given. An adjacency's `id` is
+// its place in the hardware.
 
 #pragma once
 
 #include <map>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "agent/ChainTables.h"
 #include "agent/Document.h"
-#include "forwarding/NextHopSwTable.h"
-#include "member/DlbEcmpMember1SwTable.h"
+#include "agent/Room.h"
 
 namespace DlbAgent {
-
-using NextHopTable = Forwarding::NextHopTable;
-using MemberTable = TessarLoadBalance::DlbEcmpMember1Table;
 
 struct WantedRow {
   std::string nextHop;
   U8 weightIdx = 0;
 };
 
+template <class T>
+struct WantedGroup {
+  typename T::Key key;
+  typename T::Entry entry;
+};
+template <class T>
+using WantedGroups = std::map<std::string, WantedGroup<T>>;
+
+struct WantedAdjacency {
+  U32 id = 0;
+  std::string group;
+};
+
 struct WantedChain {
   std::map<std::string, NextHopTable::Entry> nextHops;
   std::map<std::string, std::vector<WantedRow>> blocks;
+  WantedGroups<GroupTable> groups;
+  WantedGroups<VxlanGroupTable> vxlanGroups;
+  std::map<std::string, WantedAdjacency> adjacencies;
 };
 
-/// One reader for each of the two sections; each adds a problem for whatever is wrong in it.
-void readNextHops(std::string const& path, JsonValue const& value, Problems& problems,
-                  WantedChain& chain);
-void readMemberBlocks(std::string const& path, JsonValue const& value, Problems& problems,
-                      WantedChain& chain);
-/// Adds a problem for each name that stands for nothing; `blocksPath` is the section of the blocks.
-void checkNames(std::string_view blocksPath, WantedChain const& chain, Problems& problems);
+/// What the readers of the sections share: each adds a problem for whatever is wrong in its own.
+struct ChainCheck {
+  Room const& room;
+  Problems& problems;
+  WantedChain& chain;
+};
+
+struct ChainSection {
+  std::string_view name;
+  void (*read)(ChainCheck const&, std::string const& path, JsonValue const&);
+};
+std::span<ChainSection const> chainSections();
+
+/// Adds a problem for each name that stands for nothing, or for two things. Sections may stand in
+/// any order, so this comes when all have been read.
+void checkNames(WantedChain const& chain, Problems& problems);
 
 }  // namespace DlbAgent

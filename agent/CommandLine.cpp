@@ -61,12 +61,20 @@ void takesConfigurationAndCrash(CLI::App& app, Options& options) {
 }
 
 void takesTable(CLI::App& app, Options& options) {
-  app.add_option("TABLE", options.table, "The table to show; all of them if left out");
+  auto* const table =
+      app.add_option("TABLE", options.table, "The table to show; all of them if left out");
+  app.add_option(
+         "--config", options.configuration,
+         "Show what CONFIG knows by name instead: as a tree, what is needed below what needs "
+         "it, each entry with the state that it would be in after a run")
+      ->type_name("CONFIG")
+      ->excludes(table);
 }
 
 void takesConfigurationAndName(CLI::App& app, Options& options) {
   takesConfiguration(app, options);
-  app.add_option("NAME", options.name, "A next hop or a member block of CONFIG")->required();
+  app.add_option("NAME", options.name, "An adjacency, group, member block or next hop of CONFIG")
+      ->required();
 }
 
 void takesFlowsets(CLI::App& app, Options& options) {
@@ -112,9 +120,9 @@ constexpr Command commands[] = {
      &planCommand},
     {"check", "Tell where the hardware differs from what CONFIG asks",
      "dlb-agent check examples/leaf.json --hardware leaf.sim", &takesConfiguration, &checkCommand},
-    {"show", "Show what the hardware holds", "dlb-agent show DlbControlTable --hardware leaf.sim",
-     &takesTable, &showCommand},
-    {"why", "Tell what a next hop or member block of CONFIG waits for, or where it is",
+    {"show", "Show what the hardware holds, or a tree of what CONFIG knows by name",
+     "dlb-agent show --config examples/groups.json --hardware leaf.sim", &takesTable, &showCommand},
+    {"why", "Tell what an entry that CONFIG knows by name waits for, or where it is",
      "dlb-agent why examples/blocks.json b7 --hardware leaf.sim", &takesConfigurationAndName,
      &whyCommand},
     {"clear", "Delete everything that this agent holds in the hardware",

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "agent/ChainTables.h"
+#include "agent/ChainTree.h"
 #include "agent/Contents.h"
 #include "agent/Differences.h"
 #include "agent/Failure.h"
@@ -159,9 +160,22 @@ std::vector<Flowset> allFlowsets(FlowsetReader& reader) {
 
 /// A table of that name, of entries by key or of entries that have handles.
 TableType const& shownTable(Agent const& agent, std::string const& name) {
-  for (auto const* type : {&memberType(), &nextHopType()})
-    if (type->name() == name || type->qualifiedName() == name) return *type;
-  return agent.catalogue.get(name);
+  auto const* const chained = findChainType(name);
+  return chained ? *chained : agent.catalogue.get(name);
+}
+
+/// Entries by the names that the configuration has for them, on a copy of the hardware.
+int showByName(Options const& options) {
+  Agent const agent(options);
+  auto const report = agent.replayed(Access::copy);
+  auto const tree = agent.session->chain().tree();
+  print(
+      options,
+      [&] {
+        return ordered_json{{"chain", treeJson(tree)}};
+      },
+      [&] { return tree.empty() ? "The configuration names no entries.\n" : treeText(tree); });
+  return warnOfUnfinished(report, exitFine);
 }
 
 }  // namespace
@@ -206,26 +220,29 @@ int checkCommand(Options const& options) {
 }
 
 int showCommand(Options const& options) {
+  if (!options.configuration.empty()) return showByName(options);
   Agent const agent(options);
   auto const* const only = options.table.empty() ? nullptr : &shownTable(agent, options.table);
   agent.open(Access::copy);
-  std::vector<LiveChain::Held> held;
-  for (auto const& table : agent.session->tables()) held.push_back({&table.type(), table.held()});
-  std::ranges::move(agent.session->chain().held(), std::back_inserter(held));
-  std::ranges::sort(held, {}, [](auto const& each) { return each.table->name(); });
-  auto tables = ordered_json::object();
+  auto const& chain = agent.session->chain();
+  std::map<std::string_view, std::pair<TableType const*, Rows>> held;  // by the tables' names
+  for (auto const& table : agent.session->tables())
+    held[table.type().name()] = {&table.type(), table.held()};
+  for (auto const* table : chain.tables())
+    held[table->type().name()] = {&table->type(), table->held()};
+  auto json = ordered_json{{"tables", ordered_json::object()}};
   std::string text;
-  for (auto const& [table, rows] : held) {
-    if (only && only != table) continue;
-    tables[std::string(table->name())] = rowsJson(*table, rows);
-    text += (text.empty() ? "" : "\n") + rowsText(*table, rows);
+  for (auto const& [name, table] : held) {
+    if (only && only != table.first) continue;
+    json["tables"][std::string(name)] = rowsJson(*table.first, table.second);
+    text += (text.empty() ? "" : "\n") + rowsText(*table.first, table.second);
+  }
+  if (auto const tree = chain.heldTree(); !only && !tree.empty()) {
+    json["chain"] = treeJson(tree);
+    text += "\n" + treeText(tree);
   }
   print(
-      options,
-      [&] {
-        return ordered_json{{"tables", tables}};
-      },
-      [&] { return text; });
+      options, [&] { return json; }, [&] { return text; });
   return exitFine;
 }
 

@@ -109,34 +109,17 @@ void readTables(Check const& check, std::string const& path, JsonValue const& va
   }
 }
 
-struct Section {
-  std::string_view name;
-  void (*read)(Check const&, std::string const& path, JsonValue const&);
-};
-constexpr std::string_view blocksSection = "memberBlocks";
-constexpr Section sections[] = {
-    {"tables", &readTables},
-    {"nextHops",
-     [](Check const& check, std::string const& path, JsonValue const& value) {
-       readNextHops(path, value, check.problems, check.configuration.chain());
-     }},
-    {blocksSection, [](Check const& check, std::string const& path, JsonValue const& value) {
-       readMemberBlocks(path, value, check.problems, check.configuration.chain());
-     }}};
+constexpr std::string_view tablesSection = "tables";
 
-void readSections(Check const& check, JsonValue const& document) {
-  for (auto const& [name, value] : check.membersOf("", document, "sections")) {
-    auto const* section = std::ranges::find(sections, std::string_view(name), &Section::name);
-    if (section != std::end(sections)) {
-      section->read(check, name, value);
-      continue;
-    }
-    std::vector<std::string_view> known;
-    for (auto const& each : sections) known.push_back(each.name);
-    check.problems.add(pathTo("", name), "no such section; " + hintFor(name, known));
+void readSection(Check const& check, std::string const& name, JsonValue const& value) {
+  if (name == tablesSection) return readTables(check, name, value);
+  std::vector<std::string_view> known{tablesSection};
+  for (auto const& section : chainSections()) {
+    if (section.name == name)
+      return section.read({check.room, check.problems, check.configuration.chain()}, name, value);
+    known.push_back(section.name);
   }
-  // Sections may stand in any order, so names are looked up when all have been read.
-  checkNames(blocksSection, check.configuration.chain(), check.problems);
+  check.problems.add(pathTo("", name), "no such section; " + hintFor(name, known));
 }
 
 Failure failureOf(Problems const& problems, std::string_view origin) {
@@ -157,7 +140,12 @@ Configuration Configuration::fromText(std::string_view text, std::string_view or
   Configuration configuration;
   Problems problems;
   auto const document = readJson(text, problems);
-  if (document) readSections({catalogue, room, problems, configuration}, *document);
+  if (document) {
+    Check const check{catalogue, room, problems, configuration};
+    for (auto const& [name, value] : check.membersOf("", *document, "sections"))
+      readSection(check, name, value);
+    checkNames(configuration.chain(), problems);
+  }
   if (!problems.lines().empty()) throw failureOf(problems, origin);
   return configuration;
 }

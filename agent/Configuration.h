@@ -9,34 +9,21 @@
 // out has its default. Numbers may be given as texts: "64", "0x40". A key that is no index is
 // written as its table tells it, with all parts. A field that is a collection is an object of its
 // elements by key. An entry of a class with a single field may be given as the bare value of it.
-// Next hops and member blocks have sections of their own, by name: agent/Chain.h tells them.
-// Every top-level section has one reader in the list at the end of Configuration.cpp.
+// What has names (next hops, member blocks, groups, adjacencies) has sections of its own, which
+// agent/Chain.h tells.
 
 #pragma once
 
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "agent/Catalogue.h"
 #include "agent/Chain.h"
+#include "agent/Room.h"
 #include "agent/Row.h"
 
 namespace DlbAgent {
-
-/// Valid indices of a table.
-struct IndexLimits {
-  U64 lowest;
-  U64 highest;
-};
-
-/// What the hardware has room for, as far as that is known before it is opened.
-struct Room {
-  std::function<IndexLimits(TableType const&)> limits;
-  /// Why there is no place for the entry at that key, with the mend; empty if there is one.
-  std::function<std::string(TableType const&, Key const&, Vell::Record const&)> misfit;
-};
 
 class Configuration {
  public:
@@ -52,7 +39,7 @@ class Configuration {
   /// The entries of a table; none if the configuration does not name it.
   Rows const& of(TableType const& table) const;
   void rowIs(TableType const& table, Key const& key, Vell::Record entry);
-  /// Next hops and member blocks, by name.
+  /// What has names.
   WantedChain const& chain() const { return chain_; }
   WantedChain& chain() { return chain_; }
 

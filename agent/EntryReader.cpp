@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "agent/FieldValue.h"
 #include "agent/Words.h"
 #include "platform/vell/Inspect.h"
@@ -119,13 +121,19 @@ class FieldReader {
 };
 
 void readFields(TableType const& table, std::string const& path, JsonValue::Object const& members,
-                Vell::Inspect& entry, Problems& problems) {
+                std::span<FieldBeside const> beside, Vell::Inspect& entry, Problems& problems) {
   for (auto const& [name, value] : members) {
     auto const fieldPath = pathTo(path, name);
-    if (auto const* field = table.field(name))
+    auto const other = std::ranges::find(beside, std::string_view(name), &FieldBeside::name);
+    if (other != beside.end()) {
+      other->read(fieldPath, value);
+    } else if (auto const* field = table.field(name)) {
       FieldReader(fieldPath, *field, problems).read(value, entry);
-    else
-      problems.add(fieldPath, "no such field; " + hintFor(name, table.fieldNames()));
+    } else {
+      auto known = table.fieldNames();
+      for (auto const& each : beside) known.push_back(each.name);
+      problems.add(fieldPath, "no such field; " + hintFor(name, known));
+    }
   }
 }
 
@@ -147,12 +155,13 @@ void readBareValue(TableType const& table, std::string const& path, JsonValue co
 }  // namespace
 
 std::optional<Vell::Record> readEntry(TableType const& table, std::string const& path,
-                                      JsonValue const& value, Problems& problems) {
+                                      JsonValue const& value, Problems& problems,
+                                      std::span<FieldBeside const> beside) {
   auto const before = problems.lines().size();
   auto const record = Vell::inspectMakeValue(table.entry());
   Vell::Inspect entry(record);
   if (auto const* members = value.as<JsonValue::Object>())
-    readFields(table, path, *members, entry, problems);
+    readFields(table, path, *members, beside, entry, problems);
   else
     readBareValue(table, path, value, entry, problems);
   if (problems.lines().size() > before) return {};

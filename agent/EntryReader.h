@@ -2,7 +2,9 @@
 
 #pragma once
 
+#include <functional>
 #include <optional>
+#include <span>
 #include <string>
 
 #include "agent/Catalogue.h"
@@ -11,10 +13,18 @@
 
 namespace DlbAgent {
 
+/// A field that stands among an entry's own in the configuration, and who reads it.
+struct FieldBeside {
+  std::string_view name;
+  std::function<void(std::string const& path, JsonValue const&)> read;
+};
+
 /// The entry that `value` describes: an object of fields, or the bare value of an entry's only
-/// field. None, and a problem added for each field that is unknown or does not fit.
+/// field. None, and a problem added for each field that is unknown or does not fit, or if a reader
+/// of the fields `beside` added one.
 std::optional<Vell::Record> readEntry(TableType const& table, std::string const& path,
-                                      JsonValue const& value, Problems& problems);
+                                      JsonValue const& value, Problems& problems,
+                                      std::span<FieldBeside const> beside = {});
 
 /// The key of that text, in the form that the table itself gives it; a problem and none if the
 /// table cannot read it.

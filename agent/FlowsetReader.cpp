@@ -3,9 +3,8 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <chrono>
-#include <thread>
 
+#include "agent/Answers.h"
 #include "agent/Failure.h"
 #include "agent/Words.h"
 #include "read/FlowsetRow.h"
@@ -14,11 +13,6 @@ namespace DlbAgent {
 namespace {
 
 using TessarLoadBalance::FlowsetRow;
-using Clock = std::chrono::steady_clock;
-
-/// Hardware that owes answers and brings none for so long will not bring them any more.
-constexpr std::chrono::seconds patience(10);
-constexpr std::chrono::microseconds pause(50);
 
 }  // namespace
 
@@ -81,21 +75,14 @@ void FlowsetReader::take(std::any const& answer) {
 
 /// The table removes the request when the read has ended.
 void FlowsetReader::awaitEnd(U64 ofRows, Progress const& progress) {
-  auto lastAnswer = Clock::now();
-  while (!table().readRequestMap().empty()) {
-    if (chip_->poll() > 0) {
-      lastAnswer = Clock::now();
-      progress(came_.size(), ofRows);
-    } else if (chip_->answersOutstanding() == 0) {
-      didNotEnd(ofRows, "the hardware owes no more answers");
-    } else if (Clock::now() - lastAnswer > patience) {
-      didNotEnd(ofRows, fmt::format("the hardware owes {} and has been silent for {} seconds",
-                                    counted(chip_->answersOutstanding(), "answer", "answers"),
-                                    patience.count()));
-    } else {
-      std::this_thread::sleep_for(pause);
-    }
-  }
+  auto const end = awaitAnswers(
+      *chip_, [this] { return table().readRequestMap().empty(); },
+      [&] { progress(came_.size(), ofRows); });
+  if (end == AnswersEnd::nothingOwed) didNotEnd(ofRows, "the hardware owes no more answers");
+  if (end == AnswersEnd::silent)
+    didNotEnd(ofRows, fmt::format("the hardware owes {} and has been silent for {} seconds",
+                                  counted(chip_->answersOutstanding(), "answer", "answers"),
+                                  patienceSeconds));
 }
 
 void FlowsetReader::didNotEnd(U64 ofRows, std::string_view why) {

@@ -3,108 +3,43 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <ranges>
+#include <set>
 
-#include "agent/ChainTables.h"
+#include "agent/Answers.h"
 #include "agent/Failure.h"
-#include "agent/LiveTable.h"
+#include "agent/PlaceFinder.h"
 #include "agent/Words.h"
-#include "frame/FieldEntry.h"
 
 namespace DlbAgent {
 namespace {
 
 using State = Asic::SwTableBase::EntryState;
-using Status = Asic::ReconciliationStatus;
 
-template <class T>
-TableType typeOf() {
-  auto const types = T::module().types();
-  return {*types[T::typeNumber], *types[T::entryTypeNumber]};
-}
-
-template <class T>
-HeldRows<T> syncedRows(T const& table) {
-  HeldRows<T> rows;
-  for (typename T::SyncedEntryMap::Iterator at(table.syncedEntryMap()); at; at.advance())
-    rows.emplace(at.key().value(), at->value_);
-  return rows;
-}
-
-template <class Entry>
-Vell::Record recordOf(Entry const& entry) {
-  return *Asic::EntryReflection<Entry>::toValue(entry).record();
-}
-
-template <class Entry>
-Rows recordsOf(std::map<U32, Entry> const& held) {
-  Rows rows;
-  for (auto const& [index, entry] : held)
-    rows.insert_or_assign(Key(Vell::Value(U64{index})), recordOf(entry));
-  return rows;
-}
-
-bool isInHardware(Asic::SwTableBase::EntryHandle const& handle) {
-  return handle.entryState() == State::success || handle.entryState() == State::indexReconciled;
-}
-
-/// As the hardware holds them.
-bool areSame(NextHopTable::Entry const& a, NextHopTable::Entry const& b) { return a == b; }
-bool areSame(MemberTable::Entry const& a, MemberTable::Entry const& b) {
-  return a.ecmpNextHopEntry == b.ecmpNextHopEntry && a.weightIdx == b.weightIdx;
-}
-
-/// The rows that are not as they were.
-template <class Entry, class Placed>
-void addChanges(std::vector<Change>& changes, TableType const& type,
-                std::map<U32, Entry> const& found, std::map<U32, Placed> const& placed) {
-  auto const keyOf = [](U32 index) { return Key(Vell::Value(U64{index})); };
-  for (auto const& [index, row] : placed) {
-    auto const before = found.find(index);
-    if (before == found.end())
-      changes.push_back(
-          {&type, keyOf(index), Change::Kind::added, {}, recordOf(row.entry), row.owner});
-    else if (!areSame(before->second, row.entry))
-      changes.push_back({&type, keyOf(index), Change::Kind::rewritten, recordOf(before->second),
-                         recordOf(row.entry), row.owner});
-  }
-  for (auto const& [index, entry] : found)
-    if (!placed.contains(index))
-      changes.push_back({&type, keyOf(index), Change::Kind::deleted, recordOf(entry), {}, {}});
-  std::ranges::stable_sort(changes, {}, [](auto const& each) {
-    return std::pair(each.table->name(), *each.key.value().number());
-  });
-}
-
-template <class Live>
-TableReport reportOf(TableType const& type, Live const& live, Asic::Chip const& chip) {
-  if (!live.hasHardware()) return {type.name(), {}};
-  return {type.name(), figuresOf(*live.table, type, chip)};
+void suggestTo(ChainTable::Handle const& handle, Asic::IndexSet const& indices) {
+  if (handle->entryState() == State::unresolved && !indices.empty())
+    Asic::SwTableBase::suggestIndicesToNeededEntryHandle(*handle, indices);
 }
 
 }  // namespace
 
-TableType const& nextHopType() {
-  static auto const type = typeOf<NextHopTable>();
-  return type;
-}
-TableType const& memberType() {
-  static auto const type = typeOf<MemberTable>();
-  return type;
+LiveChain::LiveChain(std::string const& chipName)
+    : nextHops_("next hop", new NextHopTable, chipName),
+      members_("block", new MemberTable, chipName),
+      groups_("group", new GroupTable("groups"), chipName),
+      vxlanGroups_("VXLAN group", new VxlanGroupTable("vxlanGroups"), chipName),
+      adjacencies_("adjacency", new AdjacencyTable, chipName) {}
+
+std::array<ChainTable*, 5> LiveChain::bottomUp() {
+  return {&nextHops_, &members_, &groups_, &vxlanGroups_, &adjacencies_};
 }
 
-template <class T>
-LiveChain::Live<T>::Live(std::string const& chipName) : table(new T), runner(table) {
-  keptForWarmExit(table);
-  runner.attachUtil(chipName);
+std::array<ChainTable const*, 5> LiveChain::tables() const {
+  return {&nextHops_, &members_, &groups_, &vxlanGroups_, &adjacencies_};
 }
-
-LiveChain::LiveChain(std::string const& chipName) : nextHops_(chipName), members_(chipName) {}
 
 void LiveChain::start(Vell::Ptr<Asic::Chip> const& chip) {
-  nextHops_.runner.start(chip);
-  members_.runner.start(chip);
-  nextHops_.found = syncedRows(*nextHops_.table);
-  members_.found = syncedRows(*members_.table);
+  for (auto* table : bottomUp()) table->start(chip);
 }
 
 // ---- replay ----
@@ -112,8 +47,17 @@ void LiveChain::start(Vell::Ptr<Asic::Chip> const& chip) {
 void LiveChain::replay(WantedChain const& wanted) {
   U32 id = 0;
   for (auto const& [name, entry] : wanted.nextHops)
-    nextHopHandles_[name] = nextHops_.table->entryCommit({.id = id++}, entry);
-  for (auto const& [name, rows] : wanted.blocks) blockHandles_[name] = committedBlock(rows);
+    nextHops_.handleIs(name, nextHops_.table().entryCommit({.id = id++}, entry));
+  for (auto const& [name, rows] : wanted.blocks) members_.handleIs(name, committedBlock(rows));
+  for (auto const& [name, group] : wanted.groups)
+    groups_.handleIs(name, groups_.table().entryCommit(group.key, group.entry));
+  for (auto const& [name, group] : wanted.vxlanGroups)
+    vxlanGroups_.handleIs(name, vxlanGroups_.table().entryCommit(group.key, group.entry));
+  for (auto const& [name, adjacency] : wanted.adjacencies) {
+    AdjacencyTable::Entry entry;
+    entry.groupHandle = groupHandle(adjacency.group);
+    adjacencies_.handleIs(name, adjacencies_.table().entryCommit({.id = adjacency.id}, entry));
+  }
   suggest(wanted);
 }
 
@@ -121,149 +65,173 @@ LiveChain::Handle LiveChain::committedBlock(std::vector<WantedRow> const& rows) 
   MemberTable::EntryBlock block;
   for (U32 i = 0; i < rows.size(); ++i) {
     MemberTable::Entry row;
-    row.ecmpNextHopEntryHandle = nextHopHandles_.at(rows[i].nextHop);
+    row.ecmpNextHopEntryHandle = nextHops_.handle(rows[i].nextHop);
     row.weightIdx = rows[i].weightIdx;
     block.entryIs(i, row);
   }
-  return members_.table->entryBlockCommit(block);
+  return members_.table().entryBlockCommit(block);
 }
 
-/// From the top down: blocks lead to their next hops, and what no block leads to is found alone.
+LiveChain::Handle LiveChain::groupHandle(std::string const& name) const {
+  auto const group = groups_.handle(name);
+  return group ? group : vxlanGroups_.handle(name);
+}
+
+/// From the top down. Adjacencies have told their groups already; what nothing leads to is found by
+/// what it holds.
 void LiveChain::suggest(WantedChain const& wanted) {
-  if (nextHops_.found.empty() && members_.found.empty()) return;
-  PlaceFinder const finder(wanted, nextHops_.found, members_.found);
-  auto const suggestTo = [](Handle const& handle, Asic::IndexSet const& indices) {
-    if (handle->entryState() == State::unresolved && !indices.empty())
-      Asic::SwTableBase::suggestIndicesToNeededEntryHandle(*handle, indices);
-  };
-  for (auto const& [name, first] : finder.blocks()) suggestTo(blockHandles_.at(name), {first});
+  suggestGroups(wanted, groups_);
+  suggestGroups(wanted, vxlanGroups_);
+  if (nextHops_.found().empty() && members_.found().empty()) return;
+  PlaceFinder const finder(wanted, nextHops_.found(), members_.found());
+  for (auto const& [name, first] : finder.blocks()) suggestTo(members_.handle(name), {first});
   for (auto const& [name, entry] : wanted.nextHops) {
     auto const found = finder.nextHops(entry);
-    suggestTo(nextHopHandles_.at(name), {found.begin(), found.end()});
+    suggestTo(nextHops_.handle(name), {found.begin(), found.end()});
   }
 }
 
-void LiveChain::replayEnded() {
-  nextHops_.runner.replayEnded();
-  members_.runner.replayEnded();
+/// Each row that nobody has claimed and no adjacency leads to is offered to one group of its value.
+template <class T>
+void LiveChain::suggestGroups(WantedChain const& wanted, NamedTable<T> const& groups) const {
+  std::set<U32> ledTo;
+  for (auto const& each : wanted.adjacencies)
+    if (auto const at = adjacencies_.found().find(each.second.id); at != adjacencies_.found().end())
+      ledTo.insert(at->second.group);
+  std::map<typename T::Entry, std::vector<U32>> rowsOf;  // the highest first
+  for (auto const& [row, entry] : groups.found() | std::views::reverse)
+    if (!ledTo.contains(row) && groups.table().syncedEntryGet(row)) rowsOf[entry].push_back(row);
+  for (auto const& [name, handle] : groups.handles()) {
+    if (handle->entryState() != State::unresolved || groups.table().indexHelper(*handle)) continue;
+    auto const& key = static_cast<typename T::EntryHandle const&>(*handle).key();
+    auto const rows = rowsOf.find(groups.table().entry(key));
+    if (rows == rowsOf.end() || rows->second.empty()) continue;
+    suggestTo(handle, {rows->second.back()});
+    rows->second.pop_back();
+  }
+}
+
+void LiveChain::replayEnded(Asic::Chip& chip) {
+  auto const settle = [&] {
+    awaitAnswers(
+        chip, [&] { return chip.answersOutstanding() == 0; }, [] {});
+  };
+  for (auto* table : bottomUp()) {
+    if (table->needsEntries()) settle();
+    table->replayEnded();
+  }
+  settle();
 }
 
 void LiveChain::purge() {
-  members_.runner.purge();
-  nextHops_.runner.purge();
+  for (auto* table : bottomUp() | std::views::reverse) table->purge();
 }
 
 // ---- what came of it ----
 
-std::vector<LiveChain::Held> LiveChain::held() const {
-  return {{&memberType(), recordsOf(members_.found)}, {&nextHopType(), recordsOf(nextHops_.found)}};
-}
-
-std::vector<TableReport> LiveChain::figures(Asic::Chip const& chip) const {
-  return {reportOf(memberType(), members_, chip), reportOf(nextHopType(), nextHops_, chip)};
-}
-
-auto LiveChain::placedNextHops() const -> std::map<U32, Placed<NextHopTable::Entry>> {
-  std::map<U32, Placed<NextHopTable::Entry>> placed;
-  U32 id = 0;
-  for (auto const& [name, handle] : nextHopHandles_) {
-    auto const entry = nextHops_.table->entry({.id = id++});
-    if (isInHardware(*handle)) placed[handle->hwIndex().value()] = {entry, name};
-  }
-  return placed;
-}
-
-auto LiveChain::placedRows() const -> std::map<U32, Placed<MemberTable::Entry>> {
-  std::map<U32, Placed<MemberTable::Entry>> placed;
-  for (auto const& [name, handle] : blockHandles_) {
-    auto const& own = static_cast<MemberTable::EntryHandle const&>(*handle);
-    auto const rows = members_.table->resolvedRows(own.key());
-    for (U32 i = 0; isInHardware(own) && i < rows.blockSize(); ++i)
-      placed[own.hwIndex().value() + i] = {rows.entry(i), elementOf(name, i)};
-  }
-  return placed;
-}
-
 std::vector<Change> LiveChain::changes() const {
   std::vector<Change> changes;
-  if (members_.hasHardware()) addChanges(changes, memberType(), members_.found, placedRows());
-  if (nextHops_.hasHardware())
-    addChanges(changes, nextHopType(), nextHops_.found, placedNextHops());
+  for (auto const* table : tables())
+    std::ranges::move(table->changes(), std::back_inserter(changes));
   return changes;
 }
 
-// ---- why ----
-
-std::string LiveChain::nameOf(Asic::SwTableBase::EntryHandle const& nextHop) const {
-  auto const found = std::ranges::find_if(
-      nextHopHandles_, [&](auto const& each) { return each.second.get() == &nextHop; });
-  return found == nextHopHandles_.end() ? "of another agent" : found->first;
+/// The table of an entry, which is one of the configuration's, as is all that it needs.
+ChainTable const& LiveChain::tableOf(Asic::SwTableBase::EntryHandle const& handle) const {
+  auto const all = tables();
+  return **std::ranges::find_if(all, [&](auto const* table) { return table->has(handle); });
 }
 
-/// What keeps the entry out of the hardware.
-std::string LiveChain::hindranceOf(Handle const& handle) const {
-  auto const* const block = dynamic_cast<MemberTable::EntryHandle const*>(handle.get());
-  if (!(block ? members_.hasHardware() : nextHops_.hasHardware()))
-    return ": the chip has no hardware for it";
-  if (block)
-    if (auto const record = members_.table->unresolvedEntryBlock(block->key())) {
-      auto const needed = record->neededEntryHandles().front();
-      return fmt::format(" waits for next hop {}{}", nameOf(*needed), hindranceOf(needed));
-    }
-  if (handle->entryState() != State::failedNoIndex)
-    return fmt::format(": its state is {}", Vell::concatenate(handle->entryState()));
-  if (!block) {
-    auto const& allocator = *nextHops_.table->indexAllocator();
-    return fmt::format(": no index free ({} of {} used)", allocator.totalUsedIndices(),
-                       allocator.size());
-  }
-  auto const& allocator = *members_.table->indexAllocator();
-  return fmt::format(
-      ": no {} rows free in one run ({} of {} used; the longest free run has {}, a bank {})",
-      block->key().blockSize(), allocator.totalUsedIndices(), allocator.size(),
-      allocator.longestFreeRun(), allocator.bankLength());
+/// What keeps the entry out of the hardware, as the end of a sentence about it.
+std::string LiveChain::hindrance(ChainTable const& table, Handle const& handle) const {
+  if (!table.hasHardware()) return ": the chip has no hardware for it";
+  auto const awaited = table.awaited(*handle);
+  if (!awaited) return ": " + table.hindranceOf(*handle);
+  auto const& of = tableOf(*awaited);
+  return fmt::format(" waits for {} {}{}", of.kind(), of.nameOf(*awaited), hindrance(of, awaited));
 }
 
-std::string LiveChain::whyOf(std::string_view kind, std::string const& name,
-                             Handle const& handle) const {
-  if (!isInHardware(*handle)) return fmt::format("{} {}{}", kind, name, hindranceOf(handle));
-  auto const index = handle->hwIndex().value();
-  auto const* const block = dynamic_cast<MemberTable::EntryHandle const*>(handle.get());
-  if (!block) return fmt::format("{} {} is in the hardware, at row {}", kind, name, index);
-  if (block->key().blockSize() == 0)
-    return fmt::format("{} {} has no rows, and nothing to wait for", kind, name);
-  return fmt::format("{} {} is in the hardware, rows {} to {}", kind, name, index,
-                     index + block->key().blockSize() - 1);
+std::string LiveChain::why(ChainTable const& table, std::string const& name,
+                           Handle const& handle) const {
+  if (!table.isInHardware(*handle))
+    return fmt::format("{} {}{}", table.kind(), name, hindrance(table, handle));
+  auto const place = table.placeText(*handle);
+  if (place.empty())
+    return fmt::format("{} {} has no rows, and nothing to wait for", table.kind(), name);
+  return fmt::format("{} {} is in the hardware, {}", table.kind(), name, place);
 }
 
 std::vector<std::string> LiveChain::unfinished() const {
   std::vector<std::string> lines;
-  for (auto const& [name, handle] : nextHopHandles_)
-    if (nextHops_.hasHardware() && !isInHardware(*handle))
-      lines.push_back(whyOf("next hop", name, handle));
-  for (auto const& [name, handle] : blockHandles_)
-    if (members_.hasHardware() && !isInHardware(*handle))
-      lines.push_back(whyOf("block", name, handle));
+  for (auto const* table : tables())
+    for (auto const& [name, handle] : table->handles())
+      if (table->hasHardware() && !table->isInHardware(*handle))
+        lines.push_back(why(*table, name, handle));
   return lines;
 }
 
 std::string LiveChain::why(std::string const& name) const {
   std::string lines;
-  auto const add = [&](std::string_view kind, auto const& handles) {
-    if (auto const found = handles.find(name); found != handles.end())
-      lines += whyOf(kind, name, found->second) + '\n';
-  };
-  add("block", blockHandles_);
-  add("next hop", nextHopHandles_);
-  if (!lines.empty()) return lines;
   std::vector<std::string_view> known;
-  for (auto const* handles : {&blockHandles_, &nextHopHandles_})
-    for (auto const& each : *handles) known.push_back(each.first);
-  throw Failure(known.empty()
-                    ? fmt::format("no entry \"{}\": the configuration names no next hops and no "
-                                  "member blocks",
-                                  name)
-                    : fmt::format("no entry \"{}\"; {}", name, hintFor(name, known)));
+  for (auto const* table : tables() | std::views::reverse) {
+    if (auto const handle = table->handle(name)) lines += why(*table, name, handle) + '\n';
+    for (auto const& each : table->handles()) known.push_back(each.first);
+  }
+  if (!lines.empty()) return lines;
+  throw Failure(known.empty() ? fmt::format("no entry \"{}\": the configuration names none", name)
+                              : fmt::format("no entry \"{}\"; {}", name, hintFor(name, known)));
+}
+
+// ---- trees ----
+
+ChainNode LiveChain::node(ChainTable const& table, std::string const& name,
+                          Handle const& handle) const {
+  ChainNode node{fmt::format("{} {}", table.kind(), name),
+                 table.placeText(*handle),
+                 Vell::concatenate(handle->entryState()),
+                 {}};
+  for (auto const& needed : table.needed(*handle)) {
+    auto const& of = tableOf(*needed);
+    node.needs.push_back(this->node(of, of.nameOf(*needed), needed));
+  }
+  return node;
+}
+
+std::vector<ChainNode> LiveChain::tree() const {
+  std::set<Asic::SwTableBase::EntryHandle const*> isNeeded;
+  for (auto const* table : tables())
+    for (auto const& each : table->handles())
+      for (auto const& needed : table->needed(*each.second)) isNeeded.insert(needed.get());
+  std::vector<ChainNode> nodes;
+  for (auto const* table : tables() | std::views::reverse)
+    for (auto const& [name, handle] : table->handles())
+      if (!isNeeded.contains(handle.get())) nodes.push_back(node(*table, name, handle));
+  return nodes;
+}
+
+std::vector<ChainNode> LiveChain::heldTree() const {
+  auto const nodeOf = [](ChainTable const& table, U32 row) -> ChainNode {
+    return {std::string(table.kind()), fmt::format("row {}", row), "held", {}};
+  };
+  std::vector<ChainNode> nodes;
+  std::set<U32> isNeeded;
+  for (auto const& [row, adjacency] : adjacencies_.found()) {
+    auto& top = nodes.emplace_back(nodeOf(adjacencies_, row));
+    isNeeded.insert(adjacency.group);
+    if (vxlanGroups_.found().contains(adjacency.group))
+      top.needs.push_back(nodeOf(vxlanGroups_, adjacency.group));
+    if (groups_.found().contains(adjacency.group))
+      top.needs.push_back(nodeOf(groups_, adjacency.group));
+    if (top.needs.empty())
+      top.needs.push_back({"group", fmt::format("row {}", adjacency.group), "missing", {}});
+  }
+  auto const addOthers = [&](auto const& table) {
+    for (auto const& each : table.found())
+      if (!isNeeded.contains(each.first)) nodes.push_back(nodeOf(table, each.first));
+  };
+  addOthers(vxlanGroups_);
+  addOthers(groups_);
+  return nodes;
 }
 
 }  // namespace DlbAgent

@@ -1,20 +1,21 @@
-// Next hops and member blocks on their way through a restart: the tables of entries that have
-// handles, bottom up, and what became of each entry by its name.
+// What the configuration knows by name, on its way through a restart: the tables of entries that have
+// handles, bottom up, and what became of each entry.
 //
 // Invariants
-//  1. Next hops are committed before the blocks that need them, and their replay ends before that of
-//     the blocks; stale blocks are deleted before stale next hops, so that no row of the hardware
-//     ever points at something gone.
-//  2. The tables outlive this object, as those of LiveTable do.
+//  1. What is needed is committed before what needs it, and its replay ends before; what is stale is
+//     deleted in the opposite order. So no row of the hardware ever points at something gone.
+//  2. Before the replay of a table ends whose entries need others, the hardware has had the time to
+//     acknowledge the writes of those: what waits for them has then found its place.
 //
 // Threading: one thread.
 
 #pragma once
 
+#include <array>
+
 #include "agent/Chain.h"
-#include "agent/PlaceFinder.h"
-#include "agent/Report.h"
-#include "platform/asic/TableRunner.h"
+#include "agent/ChainTree.h"
+#include "agent/NamedTable.h"
 
 namespace DlbAgent {
 
@@ -26,57 +27,44 @@ class LiveChain {
   /// Connects the tables with the open chip and reads what the hardware holds.
   void start(Vell::Ptr<Asic::Chip> const& chip);
   void replay(WantedChain const& wanted);
-  void replayEnded();
+  /// Ends the replay of all, and takes the hardware's answers on the way.
+  void replayEnded(Asic::Chip& chip);
   void purge();
 
-  /// The rows that the hardware was found to hold, by table.
-  struct Held {
-    TableType const* table;
-    Rows rows;
-  };
-  std::vector<Held> held() const;
-  /// What was done so far, against the operations that `chip` counted.
-  std::vector<TableReport> figures(Asic::Chip const& chip) const;
-  /// What was changed so far, row by row, and the entries that are not in the hardware.
+  /// The tables, what is needed first.
+  std::array<ChainTable const*, 5> tables() const;
+  /// What was changed so far, row by row.
   std::vector<Change> changes() const;
   /// A line for each entry that is wanted and not in the hardware, down to what holds it up.
   std::vector<std::string> unfinished() const;
   /// What the entry of that name waits for, down to the one thing that holds it up; or where it is.
   /// Throws a `Failure` for a name that no entry has.
   std::string why(std::string const& name) const;
+  /// Each entry that nothing else needs, with its state, and below it what it needs.
+  std::vector<ChainNode> tree() const;
+  /// The adjacencies that the hardware was found to hold, with the groups that they point at, and
+  /// then the groups that none points at.
+  std::vector<ChainNode> heldTree() const;
 
  private:
-  using Handle = Vell::Ptr<Asic::SwTableBase::EntryHandle const>;
+  using Handle = ChainTable::Handle;
 
-  /// One table with its runner and what sync found.
-  template <class T>
-  struct Live {
-    explicit Live(std::string const& chipName);
-    bool hasHardware() const { return table->util() && table->hwTable(); }
-
-    Vell::Ptr<T> table;
-    Asic::TableRunner runner;
-    HeldRows<T> found;
-  };
-  /// A row as it is to be, and whose it is.
-  template <class Entry>
-  struct Placed {
-    Entry entry;
-    std::string owner;
-  };
-
-  void suggest(WantedChain const& wanted);
+  std::array<ChainTable*, 5> bottomUp();
   Handle committedBlock(std::vector<WantedRow> const& rows);
-  std::map<U32, Placed<NextHopTable::Entry>> placedNextHops() const;
-  std::map<U32, Placed<MemberTable::Entry>> placedRows() const;
-  std::string whyOf(std::string_view kind, std::string const& name, Handle const& handle) const;
-  std::string hindranceOf(Handle const& handle) const;
-  std::string nameOf(Asic::SwTableBase::EntryHandle const& nextHop) const;
+  Handle groupHandle(std::string const& name) const;
+  void suggest(WantedChain const& wanted);
+  template <class T>
+  void suggestGroups(WantedChain const& wanted, NamedTable<T> const& groups) const;
+  ChainTable const& tableOf(Asic::SwTableBase::EntryHandle const& handle) const;
+  std::string why(ChainTable const& table, std::string const& name, Handle const& handle) const;
+  std::string hindrance(ChainTable const& table, Handle const& handle) const;
+  ChainNode node(ChainTable const& table, std::string const& name, Handle const& handle) const;
 
-  Live<NextHopTable> nextHops_;
-  Live<MemberTable> members_;
-  std::map<std::string, Handle> nextHopHandles_;
-  std::map<std::string, Handle> blockHandles_;
+  NamedTable<NextHopTable> nextHops_;
+  NamedTable<MemberTable> members_;
+  NamedTable<GroupTable> groups_;
+  NamedTable<VxlanGroupTable> vxlanGroups_;
+  NamedTable<AdjacencyTable> adjacencies_;
 };
 
 }  // namespace DlbAgent

@@ -13,11 +13,9 @@
 #include <unordered_map>
 
 #include "agent/Chain.h"
+#include "agent/NamedTable.h"
 
 namespace DlbAgent {
-
-template <class T>
-using HeldRows = std::map<U32, typename T::Entry>;
 
 class PlaceFinder {
  public:

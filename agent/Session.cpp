@@ -46,8 +46,8 @@ LiveTable const& Session::liveTable(TableType const& type) const {
 
 Room Session::room() const {
   auto const misfit = [this](TableType const& type, Key const& key, Vell::Record const& entry) {
-    return liveTable(type).hasHooks() ? chip_->misfit(type.qualifiedName(), key.value(), entry)
-                                      : std::string();
+    // A chip says nothing of a table that it does not have.
+    return chip_->misfit(type.qualifiedName(), key.value(), entry);
   };
   return {[this](TableType const& type) { return liveTable(type).limits(); }, misfit};
 }
@@ -63,7 +63,7 @@ Report Session::replay(Configuration const& wanted) {
   for (auto& table : tables_) table.replay(wanted.of(table.type()));
   chain_.replay(wanted.chain());
   for (auto& table : tables_) table.replayEnded();
-  chain_.replayEnded();
+  chain_.replayEnded(*chip_);
   flowsets_.replayEnded();
   for (auto& table : tables_) table.purge();
   chain_.purge();
@@ -74,7 +74,7 @@ Report Session::replay(Configuration const& wanted) {
     report.tables.push_back({table.type().name(), table.figures(*chip_)});
     std::ranges::move(table.changes(), std::back_inserter(report.changes));
   }
-  std::ranges::move(chain_.figures(*chip_), std::back_inserter(report.tables));
+  for (auto const* table : chain_.tables()) report.tables.push_back(table->figures(*chip_));
   std::ranges::move(chain_.changes(), std::back_inserter(report.changes));
   report.unfinished = chain_.unfinished();
   report.tables.push_back({flowsets_.name(), flowsets_.figures()});

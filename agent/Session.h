@@ -33,7 +33,7 @@ class Session {
   /// The tables that are configured; the one that is only read stands beside them.
   std::vector<LiveTable> const& tables() const { return tables_; }
   FlowsetReader& flowsets() { return flowsets_; }
-  /// Next hops and member blocks.
+  /// What the configuration knows by name.
   LiveChain const& chain() const { return chain_; }
   Asic::Chip& chip() const { return *chip_; }
 

@@ -6,6 +6,7 @@
 #include <map>
 #include <optional>
 
+#include "agent/ChainTables.h"
 #include "agent/Failure.h"
 #include "agent/Words.h"
 #include "platform/zarn/Trace.h"
@@ -45,7 +46,8 @@ U32 readLevels(std::string_view text) {
 
 std::string_view handleName(std::string_view name, Catalogue const& catalogue) {
   if (name == statistics) return statistics;
-  auto const* table = catalogue.find(name);
+  auto const* const chained = findChainType(name);
+  auto const* const table = chained ? chained : catalogue.find(name);
   return table ? table->qualifiedName() : std::string_view();
 }
 
@@ -62,6 +64,7 @@ void traceIs(std::vector<std::string> const& options, Catalogue const& catalogue
         equals == option.npos ? 0 : readLevels(std::string_view(option).substr(equals + 1));
     if (handle.empty()) {
       auto known = catalogue.names();
+      for (auto const* type : chainTypes()) known.push_back(type->name());
       known.push_back(statistics);
       errors.push_back(fmt::format("--trace {}: no table \"{}\"; there are: {}", option, name,
                                    fmt::join(known, ", ")));

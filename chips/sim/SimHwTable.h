@@ -50,8 +50,11 @@ class SimHwTable : public Asic::HwTable {
     acks_.tick();
     return deliverWriteResponses();
   }
-  /// Answers that are owed or wait.
-  virtual U64 outstanding() const { return acks_.owed() + writeResponses(); }
+  /// Answers that are owed, or wait for a poll to deliver them. Those that no response machine takes
+  /// wait for something else.
+  virtual U64 outstanding() const {
+    return acks_.owed() + (writeResponseSm() ? writeResponses() : 0);
+  }
 
  protected:
   Hardware& hardware() const { return *hardware_; }

@@ -70,8 +70,8 @@ class Chip : public Feature {
   /// owner calls it between operations on tables, never from inside one. Passes on what a client's
   /// handler throws; answers behind that one stay for the next call.
   virtual U64 poll() { return 0; }
-  /// Answers that the hardware still owes or that wait to be delivered; 0 when another `poll` would
-  /// bring nothing.
+  /// Answers that the hardware still owes, or that wait to be delivered to a response machine that is
+  /// there; 0 when another `poll` would bring nothing.
   virtual U64 answersOutstanding() const { return 0; }
 
   /// What simulated traffic did to the flowsets.

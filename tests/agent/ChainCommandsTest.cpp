@@ -69,7 +69,7 @@ TEST_F(ChainCommandsTest, anyCrashAndAPlainRunEndInWhatIsWanted) {
 
 TEST_F(ChainCommandsTest, whyGoesDownToWhatHoldsAnEntryUp) {
   EXPECT_EQ(agent("why " + blocks + " b1").out, "block b1 is in the hardware, rows 0 to 3\n");
-  EXPECT_EQ(agent("why " + blocks + " nh4").out, "next hop nh4 is in the hardware, at row 3\n");
+  EXPECT_EQ(agent("why " + blocks + " nh4").out, "next hop nh4 is in the hardware, row 3\n");
   EXPECT_THAT(agent("why " + blocks + " nh5").err,
               HasSubstr("no entry \"nh5\"; did you mean \"nh"));
 

@@ -1,0 +1,185 @@
+// A table of the chain by its class: what is found in it, and what its entries need, as far as the
+// class alone can tell.
+
+#pragma once
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <set>
+
+#include "agent/ChainTable.h"
+#include "agent/ChainTables.h"
+#include "agent/Document.h"
+#include "frame/FieldEntry.h"
+#include "frame/Trait.h"
+
+namespace DlbAgent {
+
+template <class T>
+using HeldRows = std::map<U32, typename T::Entry>;
+
+template <class T>
+class NamedTable final : public ChainTable {
+ public:
+  using Entry = typename T::Entry;
+
+  NamedTable(std::string_view kind, Vell::Ptr<T> table, std::string const& chipName)
+      : ChainTable(kind, tableTypeOf<T>(), table, chipName) {}
+
+  T& table() const { return static_cast<T&>(swTable()); }
+  /// What sync found, by row.
+  HeldRows<T> const& found() const { return found_; }
+
+  bool needsEntries() const override { return Asic::Trait::needsEntries<T>; }
+  std::vector<Handle> needed(EntryHandle const& handle) const override;
+  Handle awaited(EntryHandle const& handle) const override;
+  Rows held() const override;
+  std::vector<Change> changes() const override;
+
+ private:
+  /// A row as it is to be, and whose it is.
+  struct Placed {
+    Entry entry;
+    std::string owner;
+  };
+
+  static auto const& keyOf(EntryHandle const& handle) {
+    return static_cast<typename T::EntryHandle const&>(handle).key();
+  }
+  static Vell::Record recordOf(Entry const& entry) {
+    return *Asic::EntryReflection<Entry>::toValue(entry).record();
+  }
+  static Key rowKey(U32 row) { return Key(Vell::Value(U64{row})); }
+
+  U32 rowsOf(EntryHandle const& handle) const override { return T::blockSizeOf(keyOf(handle)); }
+  std::string shortageOf(EntryHandle const& handle) const override;
+  void noteFound() override;
+  Entry rowOf(EntryHandle const& handle, U32 number) const;
+  std::map<U32, Placed> placed() const;
+  static bool isSameRow(Entry const& a, Entry const& b);
+
+  HeldRows<T> found_;
+};
+
+template <class T>
+void NamedTable<T>::noteFound() {
+  for (typename T::SyncedEntryMap::Iterator at(table().syncedEntryMap()); at; at.advance())
+    found_.emplace(at.key().value(), at->value_);
+}
+
+template <class T>
+Rows NamedTable<T>::held() const {
+  Rows rows;
+  for (auto const& [row, entry] : found_) rows.insert_or_assign(rowKey(row), recordOf(entry));
+  return rows;
+}
+
+// ---- what an entry needs ----
+
+template <class T>
+auto NamedTable<T>::needed(EntryHandle const& handle) const -> std::vector<Handle> {
+  std::vector<Handle> handles;
+  if constexpr (Asic::Trait::needsEntries<T>) {
+    auto const record = table().unresolved(keyOf(handle));
+    auto const rows = record ? std::as_const(*record).rows() : table().resolvedRows(keyOf(handle));
+    std::set<EntryHandle const*> seen;
+    rows.forEach([&](Asic::SwTableBase::Index, Entry const& row) {
+      if (auto const& each = row.neededEntryHandle(); each && seen.insert(each.get()).second)
+        handles.push_back(each);
+    });
+  }
+  return handles;
+}
+
+template <class T>
+auto NamedTable<T>::awaited(EntryHandle const& handle) const -> Handle {
+  if constexpr (Asic::Trait::needsEntries<T>)
+    if (auto const record = table().unresolved(keyOf(handle)))
+      if (auto const handles = record->neededEntryHandles(); !handles.empty())
+        return handles.front();
+  return nullptr;
+}
+
+template <class T>
+std::string NamedTable<T>::shortageOf(EntryHandle const& handle) const {
+  auto const& allocator = *table().indexAllocator();
+  if constexpr (requires { allocator.longestFreeRun(); })
+    return fmt::format(
+        "no {} rows free in one run ({} of {} used; the longest free run has {}, a bank {})",
+        rowsOf(handle), allocator.totalUsedIndices(), allocator.size(), allocator.longestFreeRun(),
+        allocator.bankLength());
+  else
+    return fmt::format("no index free ({} of {} used)", allocator.totalUsedIndices(),
+                       allocator.size());
+}
+
+// ---- changes ----
+
+/// What the entry wants in its row of that number, counted from its first.
+template <class T>
+auto NamedTable<T>::rowOf(EntryHandle const& handle, U32 number) const -> Entry {
+  if constexpr (Asic::Trait::isBlockTable<T>)
+    return table().resolvedRows(keyOf(handle)).entry(number);
+  else
+    return table().entry(keyOf(handle));
+}
+
+/// The rows of the entries that are in the hardware, or on their way there. Where a write was
+/// refused, the row is what it was.
+template <class T>
+auto NamedTable<T>::placed() const -> std::map<U32, Placed> {
+  std::map<U32, Placed> placed;
+  for (auto const& [name, handle] : handles()) {
+    auto const& key = keyOf(*handle);
+    auto const first = table().indexAllocator()->indexForKey(T::keyType(), &key);
+    auto const rows = first.isExhausted() ? 0 : rowsOf(*handle);
+    for (U32 i = 0; i < rows; ++i) {
+      U32 const row = first.value() + i;
+      auto const owner = rows == 1 ? name : elementOf(name, i);
+      if (table().entryInHwTable(key))
+        placed[row] = {rowOf(*handle, i), owner};
+      else if (auto const before = found_.find(row); before != found_.end())
+        placed[row] = {before->second, owner};
+    }
+  }
+  return placed;
+}
+
+/// Whether the hardware sees no difference: pointers are the software's own.
+template <class T>
+bool NamedTable<T>::isSameRow(Entry const& a, Entry const& b) {
+  bool same = true;
+  Zarn::FieldOps<Entry>::forEach([&](auto const& field) {
+    using Type = typename std::remove_cvref_t<decltype(field)>::Type;
+    if constexpr (Zarn::FieldType<Type>::shape != Vell::ValueShape::pointer)
+      same = same && a.*field.member == b.*field.member;
+  });
+  return same;
+}
+
+template <class T>
+std::vector<Change> NamedTable<T>::changes() const {
+  if (!hasHardware()) return {};
+  std::map<U32, Change> changes;
+  auto const rows = placed();
+  for (auto const& [row, wanted] : rows) {
+    auto const before = found_.find(row);
+    if (before == found_.end())
+      changes.insert(
+          {row,
+           {&type(), rowKey(row), Change::Kind::added, {}, recordOf(wanted.entry), wanted.owner}});
+    else if (!isSameRow(before->second, wanted.entry))
+      changes.insert({row,
+                      {&type(), rowKey(row), Change::Kind::rewritten, recordOf(before->second),
+                       recordOf(wanted.entry), wanted.owner}});
+  }
+  for (auto const& [row, entry] : found_)
+    if (!rows.contains(row))
+      changes.insert({row, {&type(), rowKey(row), Change::Kind::deleted, recordOf(entry), {}, {}}});
+  std::vector<Change> list;
+  for (auto& each : changes) list.push_back(std::move(each.second));
+  return list;
+}
+
+}  // namespace DlbAgent

@@ -1,0 +1,144 @@
+// Level-1 groups and adjacencies through the commands, as a user goes through them.
+
+#include "AgentProcess.h"
+
+namespace {
+
+using nlohmann::ordered_json;
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+class GroupCommandsTest : public Testing::AgentProcess {
+ protected:
+  std::string const groups = example("groups.json");
+
+  ordered_json content() const {
+    std::ifstream stream(groups);
+    return ordered_json::parse(stream);
+  }
+  /// As `groups.json`, after a change of groups, of what points at them, and of one table's group
+  /// into the other's.
+  std::string changed() const {
+    auto other = content();
+    other["groups"]["g1"]["lbMode"] = 5;
+    other["groups"].erase("g2");
+    other["groups"]["g4"] = {{"adjId", 9}, {"lbMode", 3}};
+    other["vxlanGroups"]["v2"] = {{"adjId", 9}};
+    for (auto const& [adjacency, group] : {std::pair("a2", "v2"), std::pair("a3", "g4")})
+      other["adjacencies"][adjacency]["group"] = group;
+    other["adjacencies"].erase("a4");
+    contentIs("changed.json", other.dump());
+    return "changed.json";
+  }
+};
+
+TEST_F(GroupCommandsTest, aRestartFindsGroupsByWhatPointsAtThemOrByWhatTheyHold) {
+  EXPECT_EQ(Testing::figures(json("run " + groups)), "0 0 8 0 8 0");
+  auto const held = json("show");
+  EXPECT_EQ(Testing::figures(json("run " + groups)), "8 0 0 0 0 0");
+  EXPECT_EQ(json("show"), held);
+  EXPECT_EQ(agent("check " + groups).code, 0);
+  EXPECT_EQ(held.at("tables").at("AdjacencyTable").at("900"),
+            ordered_json::parse(R"({"group": 3})"));
+  EXPECT_EQ(held.at("chain").at(3), ordered_json::parse(R"({
+      "entry": "adjacency", "place": "row 900", "state": "held",
+      "needs": [{"entry": "VXLAN group", "place": "row 3", "state": "held"}]})"));
+  EXPECT_EQ(held.at("chain").back(), ordered_json::parse(R"({
+      "entry": "group", "place": "row 2", "state": "held"})"))
+      << "nothing points at it";
+}
+
+TEST_F(GroupCommandsTest, aChangeTouchesWhatDiffersAndCheckSaysWhat) {
+  json("run " + groups);
+  auto const other = changed();
+  EXPECT_THAT(agent("plan " + other).out, HasSubstr("~ 0 (g1)  lbMode 1 -> 5"));
+  EXPECT_EQ(agent("check " + other).code, 1);
+  json("run " + other);
+  EXPECT_EQ(agent("check " + other).code, 0);
+  EXPECT_EQ(Testing::figures(json("run " + other)), "8 0 0 0 0 0");
+  EXPECT_EQ(agent("why " + other + " a1").out, "adjacency a1 is in the hardware, row 10\n");
+  json("clear");
+  EXPECT_EQ(agent("check " + other).code, 1);
+}
+
+TEST_F(GroupCommandsTest, theTreeShowsTheStateOfEachEntry) {
+  auto const none = agent("show --config " + groups + " --chip-switch lose-acks=100");
+  EXPECT_THAT(none.out, AllOf(HasSubstr("adjacency a4             unresolved\n"),
+                              HasSubstr("  VXLAN group v1         inProgress\n")));
+  json("run " + groups);
+  auto const tree = json("show --config " + groups).at("chain");
+  EXPECT_EQ(tree.at(2), ordered_json::parse(R"({
+      "entry": "adjacency a3", "place": "row 12", "state": "indexReconciled",
+      "needs": [{"entry": "group g2", "place": "row 1", "state": "indexReconciled"}]})"));
+  EXPECT_EQ(tree.back().at("entry"), "group g3");
+}
+
+TEST_F(GroupCommandsTest, whyReachesThroughToAnAcknowledgementThatNeverComes) {
+  auto const lost = " --chip-switch lose-acks=100";
+  EXPECT_EQ(agent("why " + groups + " a4" + lost).out,
+            "adjacency a4 waits for VXLAN group v1: the hardware has not acknowledged its write\n");
+  auto const run = agent("run " + groups + lost);
+  EXPECT_EQ(run.code, 1);
+  EXPECT_THAT(run.err, HasSubstr("group g3: the hardware has not acknowledged its write"));
+  EXPECT_EQ(agent("run " + groups).code, 0) << "the next run finds the rows, and all is well";
+  // A row that is found and rewritten is in place: what points at it goes on.
+  auto const rewritten = agent("run " + changed() + lost);
+  EXPECT_THAT(rewritten.err,
+              AllOf(HasSubstr("group g1: the hardware has not"), Not(HasSubstr("adjacency a1"))));
+  EXPECT_EQ(agent("why " + groups + " v1 --hardware other --chip-switch refuse-writes=100").out,
+            "VXLAN group v1: the hardware refused to write row 3\n");
+}
+
+TEST_F(GroupCommandsTest, aFullTableIsToldDownToItsSize) {
+  ordered_json full;
+  for (unsigned i = 0; i <= 8192; ++i) full["groups"][std::to_string(10000 + i)] = {{"adjId", i}};
+  full["adjacencies"]["a"] = {{"id", 1}, {"group", "18192"}};
+  contentIs("full.json", full.dump());
+  EXPECT_EQ(agent("why full.json a").out,
+            "adjacency a waits for group 18192: no index free (8192 of 8192 used)\n");
+}
+
+TEST_F(GroupCommandsTest, anyCrashAndAPlainRunEndInWhatIsWanted) {
+  auto const other = changed();
+  for (bool restart : {false, true})
+    for (unsigned n = 1;; ++n) {
+      std::filesystem::remove(path("dlb-hardware.sim"));
+      if (restart) json("run " + other);
+      auto const crashed = agent("run " + groups + " --crash-after " + std::to_string(n));
+      if (crashed.code == 0) break;
+      ASSERT_EQ(crashed.code, 128 + 9) << crashed.err;
+      ASSERT_EQ(agent("run " + groups).code, 0) << restart << n;
+      ASSERT_EQ(agent("check " + groups).code, 0) << restart << n;
+      ASSERT_EQ(Testing::figures(json("run " + groups)), "8 0 0 0 0 0") << restart << n;
+    }
+}
+
+TEST_F(GroupCommandsTest, everyErrorIsToldAtOnceWithItsPath) {
+  contentIs("bad.json", R"({
+      "adjacencies": {"a1": {"id": 16384, "group": "g9"}, "a2": {"id": 1, "group": "g5"},
+                      "a3": {"id": "0x1", "grup": 1}, "a4": {"group": 4}},
+      "groups": {"g1": {"adjId": 7, "adj": 1}, "g2": {"lbMode": 5}, "g3": {"adjId": -1},
+                 "g4": {"adjId": 1, "type": "x"}, "g5": {"adjId": 1}, "g6": {"adjId": 1}},
+      "vxlanGroups": {"g5": {"adjId": "0x7"}}})");
+  auto const outcome = agent("run bad.json");
+  EXPECT_EQ(outcome.code, 1);
+  for (auto const* line :
+       {"groups.g1.adj: no such field; did you mean \"adjId\"?",
+        "groups.g2: names no adjacency id; add \"adjId\": NUMBER",
+        "groups.g3.adjId: must be a number up to 4294967295, not -1",
+        "groups.g4.type: must be one of unknown, nextHop, ecmpGroup, tunnel, not \"x\"",
+        "groups.g6: has the adjacency id and type of \"g5\"; give it another \"adjId\"",
+        "adjacencies.a1.id: the highest index is 16383; take a lower one",
+        "adjacencies.a3.id: is the id of \"a2\"; take another one",
+        "adjacencies.a3.grup: no such field; did you mean \"group\"?",
+        "adjacencies.a3: names no group; add \"group\": NAME",
+        "adjacencies.a4.group: must be the name of a group, not 4",
+        "adjacencies.a4: names no id; add \"id\": NUMBER",
+        "adjacencies.a1.group: no group named \"g9\"; did you mean \"g5\"?",
+        "vxlanGroups.g5: is the name of a group in the section groups as well; rename one"})
+    EXPECT_THAT(outcome.err, HasSubstr(line));
+  EXPECT_FALSE(exists("dlb-hardware.sim"));
+}
+
+}  // namespace
