@@ -50,6 +50,7 @@ AdjacencyTable::HandlePtr AdjacencyTable::entryCommit(Key key, Entry const& entr
   handle->committed();
   if (isWanted(key, entry)) return handle;
   handle->entryStateIs(Asic::SwTableBase::EntryState::unresolved);
+  auto const former = unresolved(key);  // with its group, until the new one is in its place
   unresolvedDel(key);
   Vell::Ptr<UnresolvedAdjacency> const record = new UnresolvedAdjacency(key, entry);
   unresolved_.newMemberG(key, {record, key});

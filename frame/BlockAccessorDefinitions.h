@@ -120,7 +120,7 @@ void BlockAccessor<T>::doResolve(Record& record) {
   trace(traceLife, "doResolve", ": entryBlock: ", record.key());
   Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(record.key());
   swTable_->resolvedIs(record);
-  swTable_->unresolvedDel(record.key());
+  if (record.swTable()) swTable_->unresolvedDel(record.key());  // else another one has its place
 }
 
 template <class T>

@@ -86,6 +86,7 @@ class GroupAccessor : public HandleAccessor<T> {
   void hwTableEntryDel(Util const& util, Key const& key, Index hwIndex);
   void deleteRow(Util const& util, Index hwIndex);
   Entry wantedValue(Key const& key) const;
+  bool isFreeFor(Key const& key, Index hwIndex) const;
 };
 
 }  // namespace Asic

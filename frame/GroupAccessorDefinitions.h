@@ -15,19 +15,20 @@ template <class T>
 auto GroupAccessor<T>::entryWriteHelper(Key const& key, Entry const& entry,
                                         AutoRemoveType autoRemove)
     -> Vell::Ptr<SwTableBase::EntryHandle const> {
+  Entry const wanted = entry;  // it may lie in what a watcher is about to change
   Vell::Ptr<EntryHandle> const handle = swTable_->entryHandleIs(key, swTable_);
   // First of all, and also for a value that is there already.
   autoRemove == AutoRemoveType::committed ? handle->committed() : void(handle->referenced());
-  auto const prior = swTable_->keyPrior(key);
-  if (swTable_->isValue(key, entry)) return handle;
-  Entry const wanted = entry;  // it may lie in what a watcher is about to change
-  if (prior != SwTable::KeyPrior::noKey) {
+  auto prior = swTable_->priorUnlessValue(key, wanted);
+  if (prior && *prior != SwTable::KeyPrior::noKey) {
     trace(traceClient, "entryWriteHelper", " : Writing new entry : ", wanted,
           ", at key : ", T::keyText(key), "; setting entryState to unresolved",
           " to ensure callback gets triggered by entryState change.");
     handle->entryStateIs(EntryState::unresolved);
+    prior = swTable_->priorUnlessValue(key, wanted);  // a watcher of that may have written the key
   }
-  swTable_->resolvedKeyPriorIs(swTable_->keyPrior(key));
+  if (!prior) return handle;
+  swTable_->resolvedKeyPriorIs(*prior);
   swTable_->store(key, wanted);
   return handle;
 }
@@ -44,7 +45,7 @@ void GroupAccessor<T>::programHwEntry(Key const& key, EntryState entryState) {
     handle->resolvedEntryStateIs(entryState);
   }
   if (!swTable_->entryHas(key)) return;  // a watcher removed it, and that was carried
-  auto const hwIndex = swTable_->indexAllocator()->newIndexForKey(T::keyType(), &key);
+  auto const hwIndex = this->allocator().newIndexForKey(T::keyType(), &key);
   this->traceHwIndex(hwIndex);
   if (auto const util = this->utilIfExists()) {
     if (hwIndex.isExhausted()) {
@@ -55,6 +56,7 @@ void GroupAccessor<T>::programHwEntry(Key const& key, EntryState entryState) {
     }
     swTable_->reconcilingEntryIs(entryState == indexReconciled);
     hwTableEntryIs(*util, key, hwIndex);
+    if (!swTable_->entryHas(key)) return;  // a hook removed it, and its index may be another's
     if (handle && util->indexKnownAtWrite()) handle->hwIndexIs(hwIndex);
   }
   this->doCompleteEntryHandleForTesting(key);
@@ -106,9 +108,8 @@ void GroupAccessor<T>::removeHwEntry(Key const& key) {
   bool const neverWritten = util && handle && !handle->isTracked();
   if (hwIndex.isExhausted() || neverWritten) {
     if (util) trace(traceKey, "handleEntry", "No entry in HwTable for this key. Skip delete");
-    return;
-  }
-  if (util) {
+    if (hwIndex.isExhausted()) return;
+  } else if (util) {
     hwTableEntryDel(*util, key, hwIndex);
     if (swTable_->entryHas(key)) return;  // a hook wrote the key again: it keeps its index
     if (!swTable_->configReplayComplete())
@@ -126,6 +127,9 @@ void GroupAccessor<T>::hwTableEntryDel(Util const& util, Key const& key, Index h
   if (Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key)) handle->trackedIs(false);
   util.updateHwIndexRefCountTracker(swTable_->hwTable(), hwIndex.value(), this->trackerOfDelete());
   if (swTable_->entryHas(key)) return;  // the hook wrote the key: its row is wanted again
+  if (auto const owner = swTable_->swKeyFromHwIndex(hwIndex);
+      owner && *owner != key && swTable_->entryHas(*owner))
+    return;  // the hook let another table free the index, and wrote another key there
   deleteRow(util, hwIndex);
 }
 
@@ -219,19 +223,29 @@ ReconciliationStatus GroupAccessor<T>::reconcileSyncedEntry(Key const& key) {
   return isEqual ? reconcileMatched : reconcileRewritten;
 }
 
+/// Whether the key, if it has no index yet, can have that one.
+template <class T>
+bool GroupAccessor<T>::isFreeFor(Key const& key, Index hwIndex) const {
+  auto const& allocator = this->allocator();
+  return hwIndex.value() < allocator.size() &&
+         !allocator.keyForIndex(hwIndex, T::keyType()).getGif() &&
+         this->doRetrieveHwIndex(key).value().isExhausted();
+}
+
 template <class T>
 bool GroupAccessor<T>::reconcileUsingHwIndex(Key const& key, Index hwIndex, Compare compare) {
-  auto* const allocator = swTable_->indexAllocator();
-  if (allocator->keyForIndex(hwIndex, T::keyType()).getGif()) {
+  auto& allocator = this->allocator();
+  if (!isFreeFor(key, hwIndex)) {
     trace(traceKey, "reconcileUsingHwIndex", ": Index:", hwIndex, " not free");
     return false;
   }
   auto const wanted = wantedValue(key);
   if (compare == Compare::yes) {
     if (!this->utilIfExists()->compareHwEntries(*swTable_, hwIndex.value(), wanted)) return false;
-    if (!swTable_->isValue(key, wanted)) return false;  // the hook changed and settled it
+    // The hook may have changed and settled it, or given the index away.
+    if (!swTable_->isValue(key, wanted) || !isFreeFor(key, hwIndex)) return false;
   }
-  VELL_ASSERT(allocator->recoverIndexForKey(hwIndex, T::keyType(), &key),
+  VELL_ASSERT(allocator.recoverIndexForKey(hwIndex, T::keyType(), &key),
               "swTable_->indexAllocator()->recoverIndexForKey( hwIndex, zarnType< EntryKeyT >(), "
               "&key )",
               T::names.qualified, " key ", T::keyText(key), " index ", hwIndex);
@@ -252,7 +266,10 @@ Index GroupAccessor<T>::reconcileUsingIndexHelper(Key const& key, Compare compar
     Index const index = at.currNodeMaybeStale()->key().value();
     bool const wasFound = swTable_->syncedEntryMap().lookup(index);
     if (compare == Compare::yes && !wasFound) continue;  // a comparison needs something found
-    if (!reconcileUsingHwIndex(key, index, compare)) continue;
+    if (!reconcileUsingHwIndex(key, index, compare)) {
+      if (!swTable_->hasValue(key)) return {};  // a hook took it away, and that was carried
+      continue;
+    }
     handle->trackedIs(wasFound);  // the tracker knows what sync found
     swTable_->indexHelperDel(*handle);
     trace(traceKey, name, ": Deleting syncedEntry reconciled at index:", index);
@@ -273,6 +290,7 @@ bool GroupAccessor<T>::processIndexSuggestion(EntryHandle& handle, Index hwIndex
         ", hwIndex:", hwIndex);
   bool const wasFound = swTable_->syncedEntryMap().lookup(hwIndex);
   if (!reconcileUsingHwIndex(key, hwIndex, Compare::yes)) return false;
+  handle.trackedIs(true);
   swTable_->updateStatistic(ReconciliationStatus::reconcileMatched);
   trace(traceKey, name, ": Deleting syncedEntry reconciled at index:", hwIndex);
   swTable_->syncedEntryDel(hwIndex);
@@ -280,7 +298,8 @@ bool GroupAccessor<T>::processIndexSuggestion(EntryHandle& handle, Index hwIndex
   if (!wasFound)  // the hardware holds it, and sync has told the tracker of nothing there
     this->utilIfExists()->updateHwIndexRefCountTracker(swTable_->hwTable(), hwIndex.value(),
                                                        Tracker::userAdd);
-  handle.trackedIs(true);
+  if (handle.entryState() != EntryState::unresolved || !swTable_->entryHas(key))
+    return true;  // a watcher wrote it anew, or removed it
   handle.hwIndexIs(hwIndex);
   handle.entryStateIs(EntryState::indexReconciled);
   handle.resolvedEntryStateIs(EntryState::indexReconciled);
@@ -308,8 +327,13 @@ void GroupAccessor<T>::handleStaleEntries() noexcept {
   auto const util = this->utilIfExists();
   Vell::Ptr<typename T::IndexAllocator> const allocator = swTable_->indexAllocator();
   auto const isOwn = [&](Index index) {
-    return allocator->isIndexAssigned(index, T::keyType()) &&
-           !allocator->isIndexVerticallyShared(index, T::keyType(), *swTable_);
+    if (!allocator->isIndexAssigned(index, T::keyType()) ||
+        allocator->isIndexVerticallyShared(index, T::keyType(), *swTable_))
+      return false;
+    // The row of an entry that was never written is what it was before.
+    auto const key = swTable_->swKeyFromHwIndex(index);
+    Vell::Ptr<EntryHandle> const handle = key ? swTable_->entryHandle(*key) : nullptr;
+    return !handle || handle->isTracked();
   };
   for (typename T::SyncedEntryMap::Iterator at(swTable_->syncedEntryMap()); at; at.advance()) {
     Index const index = at.key();

@@ -106,6 +106,12 @@ class GroupTable : public HandleTable<T, Sheet>, public ResolvedEntries<T, Sheet
   bool isValue(Key const& key, Entry const& entry) {
     return this->holds(this->resolvedNode(key), &entry);
   }
+  /// What the key holds now; nothing if it is just that value.
+  Zarn::Optional<SwTable::KeyPrior> priorUnlessValue(Key const& key, Entry const& entry) {
+    auto const* const node = this->resolvedNode(key);
+    if (this->holds(node, &entry)) return {};
+    return Resolved::keyPrior(node);
+  }
   U32 resolvedCount() const { return this->resolvedEntryMap().count(); }
   void resolvedDelAll();
   /// Stores another value, and carries it to the hardware. The caller has set `resolvedKeyPrior`.

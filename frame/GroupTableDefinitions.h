@@ -85,7 +85,7 @@ auto GroupTable<T, Sheet>::writeResponseSmIs(T* swTable) -> Vell::Ptr<WriteRespo
   if (writeResponseSm_ && writeResponseSm_->swTable() == swTable) return writeResponseSm_;
   auto const made = WriteResponseSm::WriteResponseSmIs(swTable);
   auto const previous = std::exchange(writeResponseSm_, made);
-  if (previous) previous->hasNotificationActiveIs(false);
+  if (previous) previous->swTableGone();  // whoever holds it may hold it longer than the table is
   SwTable::publisher()->publishChangeRecursive(writeResponseSmField, nullptr, &previous, nullptr);
   if (writeResponseSm_ == made) made->hasNotificationActiveIs(true);  // nobody took it away
   return made;
@@ -97,6 +97,7 @@ auto GroupTable<T, Sheet>::writeResponseSmDel() -> Vell::Ptr<WriteResponseSm> {
   if (!removed) return nullptr;
   SwTable::publisher()->publishChangeRecursive(writeResponseSmField, nullptr, &removed, nullptr);
   removed->hasNotificationActiveIs(false);
+  removed->swTableGone();
   return removed;
 }
 

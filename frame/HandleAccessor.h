@@ -91,6 +91,8 @@ class HandleAccessor : public AccessorBase<T> {
   template <class Visitor>
   void forEachHandle(Visitor&& visitor);
 
+  /// The table's allocator, which must be there.
+  typename T::IndexAllocator& allocator() const;
   void traceHwIndex(Index hwIndex) const {
     trace(traceKey, "traceHwIndex", " Acquired hwIndex : ", hwIndex);
   }

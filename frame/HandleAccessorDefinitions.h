@@ -66,6 +66,7 @@ void HandleAccessor<T>::replayEntry(Key const& key) {
   using enum ReconciliationStatus;
   auto const status = self().reconcileSyncedEntry(key);
   trace(traceKey, "handleEntry", ": reconcileStatus: ", status);
+  if (!swTable_->resolvedHas(key)) return;  // a hook removed it, and that was carried
   // Taken after the comparison, which may have given the key its index.
   auto const hwIndex = doRetrieveHwIndex(key).value();
   switch (status) {
@@ -124,8 +125,9 @@ void HandleAccessor<T>::handleIndexSuggestions(EntryHandle& handle, IndexSet con
 
 template <class T>
 bool HandleAccessor<T>::awaitsIndex(EntryHandle const& handle) const {
+  // One that waits for what it needs keeps a former value as it is.
   return handle.entryState() == SwTableBase::EntryState::unresolved &&
-         swTable_->hasValue(handle.key());
+         swTable_->hasValue(handle.key()) && !swTable_->unresolvedHas(handle.key());
 }
 
 template <class T>
@@ -138,6 +140,7 @@ void HandleAccessor<T>::doInitComplete() {
   forEachHandle([this](EntryHandle& handle) {
     if (awaitsIndex(handle)) programAsAdded(handle.key());
   });
+  swTable_->indexHelperDelAll();  // also those of entries that need no place any more
   swTable_->reconcilingEntryIs(false);
 }
 
@@ -155,6 +158,8 @@ void HandleAccessor<T>::placeAtCandidate(EntryHandle& handle) {
   auto const index = self().reconcileUsingIndexHelper(key, Compare::no);
   if (index.isExhausted()) return;
   handle.hwIndexIs(index);
+  // The record of the row has gone: only the entry itself can tell whether the tracker knows it.
+  swTable_->resolvedKeyPriorIs(SwTable::KeyPrior::noKey);
   self().programHwEntry(key, SwTableBase::EntryState::indexReconciled);
   swTable_->updateStatistic(ReconciliationStatus::reconcileRewritten);
 }
@@ -239,7 +244,8 @@ void HandleAccessor<T>::cleanup(EntryHandle& handle) {
     VELL_ASSERT(walks < mostCleanupWalks, "walks < mostCleanupWalks", T::names.qualified,
                 ": its watchers bring an entry back without end while it goes");
     if (handle.entryType() == SwTableBase::EntryType::committed) return;
-    constexpr U32 heldHere = 2;  // for the duration of this, and by the table
+    // For the duration of this; and by the table, unless what watchers did took that back again.
+    U32 const heldHere = handle.tableUse() == EntryHandle::TableUse::counted ? 2 : 1;
     if (handle.useCount() > heldHere) {
       handle.tableUseIs(EntryHandle::TableUse::uncounted);
       return;
@@ -315,7 +321,7 @@ void HandleAccessor<T>::doInitAllocator() {
 
 template <class T>
 Zarn::Optional<Index> HandleAccessor<T>::doRetrieveHwIndex(Key const& key) const {
-  return swTable_->indexAllocator()->indexForKey(T::keyType(), &key);
+  return allocator().indexForKey(T::keyType(), &key);
 }
 
 template <class T>
@@ -338,6 +344,13 @@ void HandleAccessor<T>::forEachHandle(Visitor&& visitor) {
     Vell::Ptr<EntryHandle> const handle = at.currNodeMaybeStale()->value_;
     visitor(*handle);
   }
+}
+
+template <class T>
+auto HandleAccessor<T>::allocator() const -> typename T::IndexAllocator& {
+  VELL_ASSERT(swTable_->indexAllocator(), "indexAllocator", T::names.qualified,
+              ": entries can be written from doCreateAllocator on, until the table has gone");
+  return *swTable_->indexAllocator();
 }
 
 template <class T>

@@ -157,6 +157,11 @@ class HandleTable : public Sheet::Base, public Bruvel::Allocated<T> {
   void doInitComplete() override;
   void purgeStaleEntries() override;
 
+  /// A handle as an object of its own, in no table.
+  static Vell::Ptr<EntryHandle> entryHandleFactory(Key key, T* swTable) {
+    return EntryHandle::EntryHandleIs(std::move(key), swTable);
+  }
+
   static void doMountHwTableMountInfo(Mirel::MountGroup& mg);
   static void doMountHwTableRecoveryStatus(Mirel::MountGroup& mg);
   static void doRecoverHwTable(HwTableRecoverGroup& rg, UnitId unitId,
@@ -179,6 +184,10 @@ class HandleTable : public Sheet::Base, public Bruvel::Allocated<T> {
   }
 
  private:
+  /// A watcher may remove a handle as soon as it hears of it; one that never stops is at fault.
+  static constexpr U32 mostHandlesMade = 100;
+
+  bool isWritten(Key const& key);
   Entry taken(Vell::Ptr<ZarnSyncedEntry> const& removed);
   void publishSynced(Index index, Entry const& previous);
 

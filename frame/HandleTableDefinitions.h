@@ -83,26 +83,40 @@ auto HandleTable<T, Sheet>::swKeyFromHwIndex(Index hwIndex) const -> Zarn::Optio
 
 template <class T, class Sheet>
 auto HandleTable<T, Sheet>::entryHandleIs(Key const& key, T* swTable) -> Vell::Ptr<EntryHandle> {
-  if (auto existing = entryHandle(key)) {
-    // A handle that is leaving the collection stays if it is wanted again.
-    if (!existing->swTable())
-      existing->swTableIs(swTable);
-    else if (existing->swTable() != swTable)
-      Zarn::Impl::throwMutatorReinstantiating(handleFields.swTable, swTable, existing->swTable());
-    return existing;
+  for (U32 made = 0;; ++made) {
+    if (auto existing = entryHandle(key)) {
+      // A handle that is leaving the collection stays if it is wanted again.
+      if (!existing->swTable())
+        existing->swTableIs(swTable);
+      else if (existing->swTable() != swTable)
+        Zarn::Impl::throwMutatorReinstantiating(existing->typeData().data().name,
+                                                handleFields.swTable, swTable, existing->swTable());
+      return existing;
+    }
+    VELL_ASSERT(made < mostHandlesMade, "made < mostHandlesMade", Sheet::names.qualified,
+                ": its watchers remove a new handle each time it is made");
+    Vell::Ptr<EntryHandle> const handle = new EntryHandle(key, swTable);
+    handle->trackedIs(isWritten(key));
+    HN_EntryHandle node;
+    node.value_ = handle;
+    entryHandle_.newMemberG(handle->key(), std::move(node));
+    publish(entryHandleField, handle->key(), nullptr);
+    // Looked up again: a watcher may have removed it.
   }
-  Vell::Ptr<EntryHandle> handle = new EntryHandle(key, swTable);
-  handle->trackedIs(table().resolvedHas(key));
-  HN_EntryHandle node;
-  node.value_ = handle;
-  entryHandle_.newMemberG(handle->key(), std::move(node));
-  publish(entryHandleField, handle->key(), nullptr);
-  return handle;
+}
+
+/// Whether the key's value has been written by an entry that had no handle.
+template <class T, class Sheet>
+bool HandleTable<T, Sheet>::isWritten(Key const& key) {
+  return table().resolvedHas(key) && indexAllocator_ &&
+         !indexAllocator_->indexForKey(T::keyType(), &key).isExhausted();
 }
 
 template <class T, class Sheet>
 auto HandleTable<T, Sheet>::entryHandleDel(Key const& key) -> Vell::Ptr<EntryHandle> {
   HN_EntryHandle removed;
+  // The collection's use ends here, so it has to count, whatever the entry's type.
+  if (auto const leaving = entryHandle(key)) leaving->doAmendReferences();
   if (!entryHandle_.deleteMemberG(key, &removed)) return nullptr;
   auto handle = std::move(removed.value_);
   this->indexHelperDel(*handle);  // its key is the handle's address, which may be another's soon
@@ -113,6 +127,7 @@ auto HandleTable<T, Sheet>::entryHandleDel(Key const& key) -> Vell::Ptr<EntryHan
 
 template <class T, class Sheet>
 void HandleTable<T, Sheet>::entryHandleDelAll() {
+  Vell::Ptr<SwTable> const held(this);
   for (Zarn::HashMap2018IteratorGeneric at(entryHandle_); at; at.advance()) {
     Vell::Ptr<EntryHandle> const handle = at.currNodeMaybeStale()->value_;
     entryHandleDel(handle->key());
@@ -121,9 +136,7 @@ void HandleTable<T, Sheet>::entryHandleDelAll() {
 
 template <class T, class Sheet>
 void HandleTable<T, Sheet>::publishSynced(Index index, Entry const& previous) {
-  SwTableBase::Index const key = index.value();
-  SwTable::publisher()->publishChangeRecursive(syncedEntryField, &key, &previous,
-                                               &SwTableBase::Index::isEq);
+  SwTable::publisher()->publishChangeRecursive(syncedEntryField, &index, &previous, &Index::isEq);
 }
 
 template <class T, class Sheet>
@@ -171,6 +184,7 @@ template <class T, class Sheet>
 void HandleTable<T, Sheet>::indexAllocatorIs(Vell::Ptr<IndexAllocator> allocator) {
   if (allocator == indexAllocator_) return;
   auto const previous = std::exchange(indexAllocator_, std::move(allocator));
+  if (previous) previous->tableAttrDel(*this);  // it must not ask this table any more
   SwTable::publisher()->publishChangeRecursive(indexAllocatorField, nullptr, &previous, nullptr);
 }
 

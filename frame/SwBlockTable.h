@@ -39,6 +39,8 @@ class SwUnknownIndexTable : public SwTable {
   void indexHelperDel(SwTableBase::EntryHandle const& handle) {
     indexHelper_.deleteMemberG({&handle});
   }
+  /// Ends all suggestions.
+  void indexHelperDelAll() { indexHelper_._memberDelAll(); }
   U32 indexHelpers() const { return indexHelper_.count(); }
 
  protected:

@@ -13,7 +13,7 @@ namespace TessarLoadBalance {
 
 struct EcmpGroup1DlbSheet : Asic::GroupSheet<EcmpGroup1DlbSheet> {
   static constexpr Asic::TableNames names{"TessarLoadBalance::EcmpGroup1DlbTable",
-                                          "EcmpGroup1DlbSwTable"};
+                                          "EcmpGroup1DlbTable"};
   static constexpr Asic::HandleMapConstants maps{.entryHandle = 0xAA8A33E9,
                                                  .resolvedEntry = 0x0269622D};
 

@@ -13,7 +13,7 @@ namespace TessarLoadBalance {
 
 struct VxlanEcmpGroup1DlbSheet : Asic::GroupSheet<VxlanEcmpGroup1DlbSheet> {
   static constexpr Asic::TableNames names{"TessarLoadBalance::VxlanEcmpGroup1DlbTable",
-                                          "VxlanEcmpGroup1DlbSwTable"};
+                                          "VxlanEcmpGroup1DlbTable"};
   static constexpr Asic::HandleMapConstants maps{.entryHandle = 0xC381CE4A,
                                                  .resolvedEntry = 0xA169B511};
 

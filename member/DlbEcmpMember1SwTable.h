@@ -14,7 +14,7 @@ namespace TessarLoadBalance {
 
 struct DlbEcmpMember1Sheet {
   static constexpr Asic::TableNames names{"TessarLoadBalance::DlbEcmpMember1Table",
-                                          "DlbEcmpMember1SwTable"};
+                                          "DlbEcmpMember1Table"};
   static constexpr Asic::BlockMapConstants maps{.entryHandle = 0x42CCBF9C,
                                                 .resolvedEntryBlock = 0x2BEE5E9F,
                                                 .unresolvedEntryBlock = 0xC74B5ABA};

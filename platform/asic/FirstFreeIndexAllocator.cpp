@@ -77,9 +77,18 @@ void FirstFreeIndexAllocator::giveBack(Index first, U32) {
     free_.insert(first.value());
 }
 
+void FirstFreeIndexAllocator::grow(U32 before, U32 size) {
+  free_.grow(before, size);
+  for (auto at = candidates_.lower_bound(before); at != candidates_.end() && at->first < size;
+       ++at) {
+    free_.erase(at->first);
+    heldBack_.insert(at->first);
+  }
+}
+
 void FirstFreeIndexAllocator::candidateIs(Index index) {
-  if (index.value() >= size() || candidates_[index.value()]++ > 0) return;
-  if (!free_.has(index.value())) return;
+  if (candidates_[index.value()]++ > 0) return;
+  if (index.value() >= size() || !free_.has(index.value())) return;
   free_.erase(index.value());
   heldBack_.insert(index.value());
 }

@@ -41,7 +41,7 @@ class FirstFreeIndexAllocator : public GenericIndexAllocator {
   Index take(U32 count) override;
   bool takeAt(Index first, U32 count) override;
   void giveBack(Index first, U32 count) override;
-  void grow(U32 before, U32 size) override { free_.grow(before, size); }
+  void grow(U32 before, U32 size) override;
 
   BitmapTree free_;                ///< but those held back
   std::map<U32, U32> candidates_;  ///< entries that may have their place there, by index

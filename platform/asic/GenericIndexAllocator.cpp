@@ -35,10 +35,16 @@ void GenericIndexAllocator::tableAttrDel(SwTable const& table) {
 }
 
 void GenericIndexAllocator::sizeIs(U32 indices) {
-  U32 const wanted = indices == 0 ? sizeIfUnknown : std::min(indices, Index::exhausted);
+  isSizeAsked_ = true;
+  U32 const wanted = std::min(indices, Index::exhausted);
   if (wanted <= size_) return;
   auto const before = std::exchange(size_, wanted);
   grow(before, size_);
+}
+
+/// Nobody has told by now how many indices there are: the assumption holds from here on.
+void GenericIndexAllocator::needSize() {
+  if (size_ == 0 && isSizeAsked_) sizeIs(sizeIfUnknown);
 }
 
 /// Whether a table has the record's key: any but `asking`, if that is given.
@@ -105,6 +111,7 @@ Index GenericIndexAllocator::newRun(Vell::ZarnType keyType, void const* key, U32
   auto const wanted = hashed(keyType, key);
   if (auto const* const held = find(wanted)) return held->first;
   if (count == 0) return {};
+  needSize();
   auto const first = take(count);
   if (!first.isExhausted()) enter(wanted, first, count);
   return first;
@@ -114,6 +121,7 @@ bool GenericIndexAllocator::requestIndexForKey(Index index, Vell::ZarnType keyTy
                                                void const* key) {
   auto const wanted = hashed(keyType, key);
   if (auto const* const held = find(wanted)) return held->first == index;
+  needSize();
   U32 const count = getBlockSize(keyType, key);
   if (count == 0 || index.value() >= size_ || count > size_ - index.value()) return false;
   if (!takeAt(index, count)) return false;

@@ -81,10 +81,11 @@ class GenericIndexAllocator : public Vell::Node {
   U32 tableAttrs() const { return static_cast<U32>(tableAttr_.size()); }
   /// The table leaves: what it alone held is free.
   void tableAttrDel(SwTable const& table);
-  /// The number of indices, as each table that enters says it: 0 if its chip does not tell, which
-  /// stands for `sizeIfUnknown`. It may grow; fewer than there are now is ignored.
+  /// The number of indices, as each table that enters says it. 0 if its chip does not tell, which
+  /// stands for `sizeIfUnknown` unless another table knows more by the time of the first index. It
+  /// may grow; fewer than there are now is ignored.
   void sizeIs(U32 indices);
-  U32 size() const { return size_; }
+  U32 size() const { return size_ == 0 && isSizeAsked_ ? sizeIfUnknown : size_; }
   /// Ends the set-up: settings are fixed from here on.
   void initializedIs(bool initialized) { initialized_ = initialized; }
   bool initialized() const { return initialized_; }
@@ -153,6 +154,7 @@ class GenericIndexAllocator : public Vell::Node {
   Hashed hashed(Vell::ZarnType type, void const* key) const;
   IndexRecord const* find(Hashed const& key) const;
   IndexRecord const* recordAt(Index index) const;
+  void needSize();
   void enter(Hashed const& key, Index first, U32 count);
   void release(IndexRecord const& record);
   bool isHeldBeside(IndexRecord const& record, SwTable const* asking) const;
@@ -162,7 +164,8 @@ class GenericIndexAllocator : public Vell::Node {
   IndexRecords records_;
   std::vector<IndexRecord const*> byIndex_;  ///< as long as the highest index that was ever held
   U32 used_ = 0;
-  U32 size_ = 0;
+  U32 size_ = 0;  ///< 0 until a table has told, or an index was asked for
+  bool isSizeAsked_ = false;
   bool initialized_ = false;
 };
 

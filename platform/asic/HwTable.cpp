@@ -51,7 +51,9 @@ U64 HwTable::deliverReadResponses() {
 U64 HwTable::deliverWriteResponses() {
   return deliver(*this, writeResponses_, writeResponseSm_,
                  [this](WriteResponseSm& machine, WriteResponse const& response) {
-                   if (newestWrite(response.index) != response.write) return false;
+                   // Number 0 is no write.
+                   if (response.write == 0 || newestWrite(response.index) != response.write)
+                     return false;
                    newestWrites_.erase(response.index.value());
                    machine.handleWriteResponse(response);
                    return true;

@@ -20,6 +20,10 @@ class Index {
   constexpr U32 value() const { return value_; }
   constexpr bool isExhausted() const { return value_ == exhausted; }
 
+  /// Key equality for publications, on two pointers to `Index`.
+  static bool isEq(void const* a, void const* b) {
+    return *static_cast<Index const*>(a) == *static_cast<Index const*>(b);
+  }
   friend constexpr auto operator<=>(Index, Index) = default;
   friend std::ostream& operator<<(std::ostream& out, Index index) { return out << index.value_; }
 

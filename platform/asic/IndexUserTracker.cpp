@@ -77,7 +77,9 @@ void IndexUserTracker::recover(Index index) {
 
 void IndexUserTracker::recoveredUseStands(Index index) {
   auto const at = uses_.find(index.value());
-  if (at == uses_.end() || at->second.recovered || !at->second.found) return;
+  if (at == uses_.end() || at->second.recovered) return;
+  // Found still, or given up and taken anew.
+  if (!at->second.found && givenUp_.erase(index.value()) == 0) return;
   ++at->second.users;
   ++at->second.active;
   at->second.found = false;

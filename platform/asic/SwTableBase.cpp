@@ -57,7 +57,8 @@ std::ostream& operator<<(std::ostream& out, SwTableBase::EntryState state) {
   static constexpr std::array names{"unresolved",        "inProgress", "indexReconciled",
                                     "frameworkComplete", "success",    "failedNeededEntry",
                                     "failedNoIndex"};
-  return out << names.at(static_cast<std::size_t>(state));
+  auto const number = static_cast<std::size_t>(state);
+  return number < names.size() ? out << names[number] : out << std::to_string(number);
 }
 
 std::ostream& operator<<(std::ostream& out, SwTableBase::EntryType type) {

@@ -10,7 +10,11 @@ Vell::Ptr<WriteResponseSm> WriteResponseSm::WriteResponseSmIs(SwTable* swTable) 
 
 WriteResponseSm::~WriteResponseSm() { hasNotificationActiveIs(false); }
 
-void WriteResponseSm::enter(HwTable& hwTable) { hwTable.writeResponseSmIs(this); }
+void WriteResponseSm::enter(HwTable& hwTable) {
+  VELL_ASSERT(!hwTable.writeResponseSm(), "!hwTable.writeResponseSm()",
+              "two tables cannot take the acknowledgements of one hardware table");
+  hwTable.writeResponseSmIs(this);
+}
 
 void WriteResponseSm::leave(HwTable& hwTable) {
   if (hwTable.writeResponseSm() == this) hwTable.writeResponseSmIs(nullptr);

@@ -6,9 +6,10 @@
 
 namespace Zarn::Impl {
 
-void throwMutatorReinstantiating(U32 fieldId, void const* asked, void const* existing) {
-  throw MutatorException(Vell::concatenate("the element exists with another attribute 0x", std::hex,
-                                           fieldId, ": ", existing, ", and ", asked,
+void throwMutatorReinstantiating(std::string_view type, U32 fieldId, void const* asked,
+                                 void const* existing) {
+  throw MutatorException(Vell::concatenate("the ", type, " exists with another attribute 0x",
+                                           std::hex, fieldId, ": ", existing, ", and ", asked,
                                            " was asked for; delete it first, or ask for the same"));
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <stdexcept>
+#include <string_view>
 
 #include "platform/vell/Types.h"
 
@@ -16,8 +17,10 @@ class MutatorException : public std::logic_error {
 
 namespace Impl {
 
-/// An element exists, and was made with another value of the attribute `fieldId` than `asked`.
-[[noreturn]] void throwMutatorReinstantiating(U32 fieldId, void const* asked, void const* existing);
+/// An element of that type exists, and was made with another value of the attribute `fieldId` than
+/// `asked`.
+[[noreturn]] void throwMutatorReinstantiating(std::string_view type, U32 fieldId, void const* asked,
+                                              void const* existing);
 
 /// A value was asked for where a key has none: the caller is at fault. Throws
 /// `std::bad_optional_access`.
