@@ -81,8 +81,8 @@ class GroupAccessor : public HandleAccessor<T> {
   using Tracker = IndexUserTracker::OpType;
   using AccessorBase<T>::swTable_;
 
-  void hwTableEntryIs(Util const& util, Key const& key, Index hwIndex);
-  void tellWrite(Util const& util, Key const& key, Index hwIndex, bool hasValue);
+  void hwTableEntryIs(Util const& util, Key const& key, Index hwIndex, EntryHandle* handle);
+  bool tellWrite(Util const& util, Index hwIndex, EntryHandle* handle, bool hasValue);
   void hwTableEntryDel(Util const& util, Key const& key, Index hwIndex);
   void deleteRow(Util const& util, Index hwIndex);
   Entry wantedValue(Key const& key) const;

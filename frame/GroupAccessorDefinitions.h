@@ -55,39 +55,42 @@ void GroupAccessor<T>::programHwEntry(Key const& key, EntryState entryState) {
       return;
     }
     swTable_->reconcilingEntryIs(entryState == indexReconciled);
-    hwTableEntryIs(*util, key, hwIndex);
-    if (!swTable_->entryHas(key)) return;  // a hook removed it, and its index may be another's
-    if (handle && util->indexKnownAtWrite()) handle->hwIndexIs(hwIndex);
+    hwTableEntryIs(*util, key, hwIndex, handle.get());
+    // A hook may have removed it: its index may be another's by now.
+    if (handle && util->indexKnownAtWrite() && swTable_->entryHas(key)) handle->hwIndexIs(hwIndex);
   }
   this->doCompleteEntryHandleForTesting(key);
 }
 
 template <class T>
-void GroupAccessor<T>::hwTableEntryIs(Util const& util, Key const& key, Index hwIndex) {
+void GroupAccessor<T>::hwTableEntryIs(Util const& util, Key const& key, Index hwIndex,
+                                      EntryHandle* handle) {
   trace(traceKey, "hwTableEntryIs", " : key: ", T::keyText(key));
   auto const value = swTable_->resolvedEntry(key);
-  tellWrite(util, key, hwIndex, value.has_value());
+  bool const wasTold = tellWrite(util, hwIndex, handle, value.has_value());
   // The hook changed the key: that change was carried.
-  if (!swTable_->entryHas(key) || swTable_->resolvedEntry(key) != value) return;
+  if (wasTold && (!swTable_->entryHas(key) || swTable_->resolvedEntry(key) != value)) return;
   // The number goes to the chip with the write, so that the answer finds it again.
   if (auto* const hwTable = swTable_->hwTable(); hwTable && swTable_->hwResponseNeeded())
     hwTable->writeIs(hwIndex);
   util.hwTableEntryIs(*swTable_, hwIndex.value(), value);
 }
 
-/// Tells the index tracker of a write, if it is of one's concern.
+/// Tells the index tracker of a write, if it is of its concern. Whether anything was told.
 template <class T>
-void GroupAccessor<T>::tellWrite(Util const& util, Key const& key, Index hwIndex, bool hasValue) {
+bool GroupAccessor<T>::tellWrite(Util const& util, Index hwIndex, EntryHandle* handle,
+                                 bool hasValue) {
   using enum SwTable::KeyPrior;
+  bool wasTold = false;
   auto const tell = [&](Tracker operation) {
+    wasTold = true;
     util.updateHwIndexRefCountTracker(swTable_->hwTable(), hwIndex.value(), operation);
   };
-  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
   auto const prior = swTable_->resolvedKeyPrior();
   // The first write that has an index, whatever came of writes before it.
   bool const isFirst = handle ? !handle->isTracked() : prior == noKey;
   if (handle) handle->trackedIs(true);
-  if (swTable_->reconcilingEntry() && swTable_->syncedEntryMap().lookup(hwIndex)) return;
+  if (swTable_->reconcilingEntry() && swTable_->syncedEntryMap().lookup(hwIndex)) return false;
   VELL_ASSERT(hasValue || prior == value, "false", T::names.qualified,
               ": an empty value was stored over a key that held none");
   if (isFirst) tell(Tracker::userAdd);
@@ -95,6 +98,7 @@ void GroupAccessor<T>::tellWrite(Util const& util, Key const& key, Index hwIndex
     tell(Tracker::userDeactivate);
   else if (prior == noValue && !isFirst)
     tell(Tracker::userActivate);
+  return wasTold;
 }
 
 template <class T>

@@ -380,7 +380,7 @@ void HandleAccessor<T>::doCompleteEntryHandleForTesting(Key const& key) {
   using enum SwTableBase::EntryState;
   if (!publishEntryHandleProgrammedState()) return;
   Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
-  if (!handle) return;
+  if (!handle || !swTable_->resolvedHas(key)) return;  // a hook may have removed it
   auto const hwIndex = doRetrieveHwIndex(key).value();
   handle->hwIndexIs(hwIndex);
   handle->resolvedEntryStateIs(hwIndex.isExhausted() ? failedNoIndex : success);

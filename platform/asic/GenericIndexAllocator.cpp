@@ -19,7 +19,7 @@ GenericIndexAllocator::~GenericIndexAllocator() {
 void GenericIndexAllocator::setTableAttr(SwTable const& table, TableAttr attr) {
   VELL_ASSERT(attr.keys && attr.holds, "attr.keys && attr.holds",
               "a table enters an allocator without saying what its keys are");
-  keyTypes_[{attr.keyType.module, attr.keyType.number}] = attr.keys;
+  if (!findKeys(attr.keyType)) keyTypes_.emplace_back(attr.keyType, attr.keys);
   tableAttr_.insert_or_assign(&table, std::move(attr));
 }
 
@@ -57,11 +57,17 @@ bool GenericIndexAllocator::isHeldBeside(IndexRecord const& record, SwTable cons
 
 // ---- keys ----
 
+IndexKeyType const* GenericIndexAllocator::findKeys(Vell::ZarnType type) const {
+  for (auto const& [known, keys] : keyTypes_)
+    if (known == type) return keys;
+  return nullptr;
+}
+
 IndexKeyType const& GenericIndexAllocator::keysOf(Vell::ZarnType type) const {
-  auto const found = keyTypes_.find({type.module, type.number});
-  VELL_ASSERT(found != keyTypes_.end(), "the key's type has entered with a table",
+  auto const* const keys = findKeys(type);
+  VELL_ASSERT(keys, "the key's type has entered with a table",
               type.module ? type.data().name : "no type");
-  return *found->second;
+  return *keys;
 }
 
 auto GenericIndexAllocator::hashed(Vell::ZarnType type, void const* key) const -> Hashed {

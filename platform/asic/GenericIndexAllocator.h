@@ -21,7 +21,6 @@
 #pragma once
 
 #include <functional>
-#include <map>
 #include <memory>
 #include <unordered_map>
 #include <utility>
@@ -150,6 +149,7 @@ class GenericIndexAllocator : public Vell::Node {
   /// Indices that a key takes: 1 unless its type is allocated in blocks.
   virtual U32 runOf(Vell::ZarnType, IndexKeyType const&, void const*) const { return 1; }
 
+  IndexKeyType const* findKeys(Vell::ZarnType type) const;
   IndexKeyType const& keysOf(Vell::ZarnType type) const;
   Hashed hashed(Vell::ZarnType type, void const* key) const;
   IndexRecord const* find(Hashed const& key) const;
@@ -160,7 +160,7 @@ class GenericIndexAllocator : public Vell::Node {
   bool isHeldBeside(IndexRecord const& record, SwTable const* asking) const;
 
   std::unordered_map<SwTable const*, TableAttr> tableAttr_;
-  std::map<std::pair<void const*, U32>, IndexKeyType const*> keyTypes_;
+  std::vector<std::pair<Vell::ZarnType, IndexKeyType const*>> keyTypes_;  ///< a few
   IndexRecords records_;
   std::vector<IndexRecord const*> byIndex_;  ///< as long as the highest index that was ever held
   U32 used_ = 0;

@@ -1,5 +1,7 @@
 #include "platform/asic/HwTable.h"
 
+#include <algorithm>
+
 #include "platform/asic/Chip.h"
 #include "platform/asic/ReadResponseSm.h"
 #include "platform/asic/WriteResponseSm.h"
@@ -40,6 +42,19 @@ Vell::ZarnType Chip::typeData() const { return {&module, 1}; }
 Vell::ZarnType ReadResponseSm::typeData() const { return {&module, 2}; }
 Vell::ZarnType WriteResponseSm::typeData() const { return {&module, 3}; }
 
+void HwTable::writeIs(Index index) {
+  auto const at = std::size_t{index.value()};
+  if (at >= newestWrites_.size()) newestWrites_.resize(std::max(at + 1, 2 * newestWrites_.size()));
+  if (newestWrites_[at] == 0) ++unansweredWrites_;
+  newestWrites_[at] = ++lastWrite_;
+}
+
+void HwTable::writesOvertaken(Index index) {
+  if (newestWrite(index) == 0) return;
+  newestWrites_[index.value()] = 0;
+  --unansweredWrites_;
+}
+
 U64 HwTable::deliverReadResponses() {
   return deliver(*this, readResponses_, readResponseSm_,
                  [](ReadResponseSm& machine, ReadResponse const& response) {
@@ -54,7 +69,7 @@ U64 HwTable::deliverWriteResponses() {
                    // Number 0 is no write.
                    if (response.write == 0 || newestWrite(response.index) != response.write)
                      return false;
-                   newestWrites_.erase(response.index.value());
+                   writesOvertaken(response.index);  // it is answered
                    machine.handleWriteResponse(response);
                    return true;
                  });

@@ -12,7 +12,7 @@
 
 #include <deque>
 #include <memory>
-#include <unordered_map>
+#include <vector>
 
 #include "platform/asic/IndexUserTracker.h"
 #include "platform/asic/ReadResponse.h"
@@ -51,17 +51,16 @@ class HwTable : public Vell::Node {
 
   /// Numbers a write of the row, which overtakes the writes of it before. A table that wants
   /// responses calls it before the hook that writes.
-  void writeIs(Index index) { newestWrites_[index.value()] = ++lastWrite_; }
+  void writeIs(Index index);
   /// The row is deleted: no acknowledgement of a write before belongs to anything any more.
-  void writesOvertaken(Index index) { newestWrites_.erase(index.value()); }
+  void writesOvertaken(Index index);
   /// The number of the newest write of the row, for the chip to answer with; 0 if every write of it
   /// was answered or overtaken.
   U64 newestWrite(Index index) const {
-    auto const found = newestWrites_.find(index.value());
-    return found == newestWrites_.end() ? 0 : found->second;
+    return index.value() < newestWrites_.size() ? newestWrites_[index.value()] : 0;
   }
   /// Rows whose newest write was not answered yet.
-  std::size_t unansweredWrites() const { return newestWrites_.size(); }
+  std::size_t unansweredWrites() const { return unansweredWrites_; }
   /// Takes an acknowledgement, to be delivered later. For chips.
   void writeResponseIs(WriteResponse response) { writeResponses_.push_back(response); }
   /// As `deliverReadResponses`. Acknowledgements of overtaken writes, and second ones, are dropped
@@ -81,7 +80,8 @@ class HwTable : public Vell::Node {
   ReadResponseSm* readResponseSm_ = nullptr;
   std::deque<WriteResponse> writeResponses_;
   WriteResponseSm* writeResponseSm_ = nullptr;
-  std::unordered_map<U32, U64> newestWrites_;  ///< not answered yet, by index
+  std::vector<U64> newestWrites_;  ///< by index, as far as any was written; 0: answered
+  std::size_t unansweredWrites_ = 0;
   U64 lastWrite_ = 0;
 };
 

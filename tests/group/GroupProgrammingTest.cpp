@@ -1,168 +1,261 @@
-// What a write, an acknowledgement and a removal of a group do, in their order.
+// What a write of a group does, in its order: to its handle, the collections, the tracker and the
+// hardware.
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include <cstdlib>
 
-#include "group/EcmpGroup1DlbSwTable.h"
-#include "group/VxlanEcmpGroup1DlbSwTable.h"
-#include "support/Recording.h"
+#include "Groups.h"
+#include "platform/zarn/Trace.h"
 
 namespace Group {
 namespace {
 
-using State = Asic::SwTableBase::EntryState;
-using Type = Asic::SwTableBase::EntryType;
-using Status = Asic::ReconciliationStatus;
-using testing::ElementsAre;
-using testing::IsEmpty;
-
-/// A group table with its recording hooks and room for so many groups.
-template <class T>
-class Groups {
- public:
-  using Key = typename T::Key;
-  class Util final : public Testing::RecordingUtil<T> {
-   public:
-    U32 numEntries() const override { return entries; }
-    U32 entries = 16;
-  };
-
-  Vell::Ptr<Util> util{new Util};
-  Vell::Ptr<T> table{new T("groups")};
-  std::vector<Vell::Subscription> subscriptions;
-
-  explicit Groups(U32 entries = 16) {
-    util->entries = entries;
-    table->utilIs(util);
-    table->hwTableIs(new Asic::HwTable);
-    table->doCreateAllocator();
-    for (U32 field : {0x286, 0x288})
-      subscriptions.push_back(table->publisher()->watch(field, [=, this](auto const&) {
-        util->note(Vell::concatenate("published ", Testing::hex(field)));
-      }));
-  }
-  Groups& holding(std::map<U32, U32> const& modes) {
-    for (auto const& [row, mode] : modes) util->rows[row] = entry(mode);
-    table->syncEntries();
-    return *this;
-  }
-  Groups& replayed() {
-    table->doInitComplete();
-    table->purgeStaleEntries();
-    util->take();
-    return *this;
-  }
-  static typename T::Entry entry(U32 mode) {
-    typename T::Entry made;
-    made.lbMode = mode;
-    return made;
-  }
-  auto commit(U32 id, U32 mode) { return table->entryCommit({.adjId = id}, entry(mode)); }
-  std::vector<std::string> take() { return util->take(); }
-  void answer(U32 index, State outcome = State::success) {
-    auto& hw = *table->hwTable();
-    hw.writeResponseIs({hw.newestWrite(index), index, outcome});
-    hw.deliverWriteResponses();
-  }
-  U64 counted(Status status) const { return table->statistics().of(status); }
-  U32 usesOf(U32 row) const {
-    return Asic::IndexUserTracker::Stub::tracker(*table->hwTable()).uses(row).users;
-  }
-};
-
-std::string write(std::string_view table, U32 row, U32 mode) {
-  return Vell::concatenate("write ", row, " TessarLoadBalance::", table, "::Entry{lbMode:", mode,
-                           " fastLinkFailover:false}");
-}
-
 template <class T>
 class GroupProgramming : public testing::Test {
  protected:
-  static std::string written(U32 row, U32 mode) { return write(T::names.brief(), row, mode); }
+  GroupProgramming() { at_.replayed(); }
+  /// A committed entry whose write is acknowledged, with its handle followed.
+  HandlePtr written(U32 id, U32 mode) {
+    auto handle = at_.commit(id, mode);
+    at_.answer(at_.indexOf(id));
+    at_.follow(handle);
+    at_.take();
+    return handle;
+  }
+  static auto& ownHandle(Groups<T>& at, U32 id) { return *at.table->entryHandle(at.key(id)); }
+
+  Groups<T> at_{4};
 };
-using GroupTables = testing::Types<TessarLoadBalance::EcmpGroup1DlbTable,
-                                   TessarLoadBalance::VxlanEcmpGroup1DlbTable>;
 TYPED_TEST_SUITE(GroupProgramming, GroupTables);
 
-TYPED_TEST(GroupProgramming, aWriteIsInProgressUntilItIsAcknowledged) {
-  Groups<TypeParam> at;
-  at.replayed();
+// ---- the ordinary road ----
+
+TYPED_TEST(GroupProgramming, aFirstWriteIsToldToTheTrackerThenToTheHardwareThenToWatchers) {
+  auto& at = this->at_;
   auto const handle = at.commit(7, 1);
-  EXPECT_THAT(at.take(), ElementsAre("published 0x286", "tracker 0 userAdd", this->written(0, 1),
-                                     "published 0x288"));
+  EXPECT_THAT(at.take(), ElementsAre("published 0x286 7 new", "tracker 0 userAdd", "write 0 mode 1",
+                                     "published 0x288 7 was -"));
   EXPECT_EQ(handle->entryState(), State::inProgress);
+  EXPECT_EQ(handle->resolvedEntryState(), State::inProgress);
   EXPECT_TRUE(handle->hwIndex().isExhausted()) << "the acknowledgement brings the index";
-  at.commit(7, 1);
-  EXPECT_THAT(at.take(), IsEmpty()) << "an equal entry";
-  auto& hw = *at.table->hwTable();
-  auto const overtaken = hw.newestWrite(0);
-  at.commit(7, 2);
-  EXPECT_THAT(at.take(), ElementsAre(this->written(0, 2), "published 0x288"));
-  hw.writeResponseIs({overtaken, 0, State::success});
-  EXPECT_EQ(hw.deliverWriteResponses(), 0u);
-  EXPECT_EQ(handle->entryState(), State::inProgress) << "that was the answer to an earlier write";
-  auto const newest = hw.newestWrite(0);
-  for (int twice = 0; twice < 2; ++twice) hw.writeResponseIs({newest, 0, State::success});
-  EXPECT_EQ(hw.deliverWriteResponses(), 1u);
-  EXPECT_EQ(handle->entryState(), State::success);
-  EXPECT_EQ(handle->hwIndex().value(), 0u);
+  EXPECT_EQ(at.table->hwIndexOnlyForCrossAgentCommunication(at.key(7)).value(), noIndex);
+  EXPECT_EQ(at.table->hwIndexOnlyForCrossAgentCommunication(at.key(8)).value(), noIndex);
+
+  at.follow(handle);
+  EXPECT_EQ(at.answer(0), 1u);
+  EXPECT_THAT(at.take(), ElementsAre("entryState success", "resolved success"));
+  EXPECT_EQ(at.table->hwIndexOnlyForCrossAgentCommunication(at.key(7)).value(), 0u);
+  EXPECT_EQ(at.hw().unansweredWrites(), 0u);
 }
 
-TYPED_TEST(GroupProgramming, theLastReferenceRemovesTheEntry) {
-  Groups<TypeParam> at;
+TYPED_TEST(GroupProgramming, anEqualEntryIsNoWriteAndStillMakesTheEntryTheTables) {
+  auto& at = this->at_;
+  auto const handle = at.ref(7, 1);
+  EXPECT_EQ(handle->entryType(), Type::referenceOnly);
+  EXPECT_EQ(handle->useCount(), 1u);
+  at.answer(0);
+  at.take();
+  EXPECT_EQ(at.commit(7, 1), handle);
+  EXPECT_EQ(handle->entryType(), Type::committed);
+  EXPECT_EQ(handle->useCount(), 2u);
+  EXPECT_THAT(at.take(), IsEmpty());
+  EXPECT_EQ(handle->entryState(), State::success);
+}
+
+TYPED_TEST(GroupProgramming, aChangedEntryIsRewrittenInPlaceAndItsStateBeginsAnew) {
+  auto& at = this->at_;
+  auto const handle = this->written(7, 1);
+  at.ref(7, 2);
+  EXPECT_THAT(at.take(),
+              ElementsAre("entryState unresolved", "entryState inProgress", "resolved inProgress",
+                          "write 0 mode 2", "published 0x288 7 was mode 1"));
+  EXPECT_EQ(handle->entryType(), Type::committed) << "a reference takes nothing from the table";
+  // Nothing holds a write back: not even one that is not acknowledged.
+  at.commit(7, 3);
+  EXPECT_THAT(at.take(), ElementsAre("entryState unresolved", "entryState inProgress",
+                                     "write 0 mode 3", "published 0x288 7 was mode 2"));
+  EXPECT_EQ(at.usesOf(0), 1u);
+}
+
+TYPED_TEST(GroupProgramming, aKeyLosesItsValueAndIsGivenOneAgain) {
+  auto& at = this->at_;
+  auto const handle = this->written(7, 1);
+  at.blank(7);
+  EXPECT_THAT(at.take(),
+              ElementsAre("entryState inProgress", "resolved inProgress",
+                          "tracker 0 userDeactivate", "write 0 -", "published 0x288 7 was mode 1"));
+  EXPECT_TRUE(at.table->entryHas(at.key(7)));
+  EXPECT_EQ(at.table->entry(at.key(7)), at.entry(0));
+  EXPECT_FALSE(at.table->resolvedEntry(at.key(7)));
+  EXPECT_FALSE(at.table->entryIteratorConst());
+  at.commit(7, 2);
+  EXPECT_THAT(at.take(),
+              ElementsAre("entryState unresolved", "entryState inProgress",
+                          "tracker 0 userActivate", "write 0 mode 2", "published 0x288 7 was -"));
+  at.answer(0);
+  EXPECT_EQ(handle->entryState(), State::success);
+}
+
+TYPED_TEST(GroupProgramming, aKeyWithoutAValueLeavesAsAnInactiveUse) {
+  auto& at = this->at_;
+  this->written(7, 1);
+  at.blank(7);
+  at.take();
+  at.remove(7);
+  EXPECT_THAT(at.take(), ElementsAre("tracker 0 userRemoveInactive", "delete 0",
+                                     "published 0x288 7 was -", "published 0x286 7 gone"));
+}
+
+// ---- outcomes ----
+
+TYPED_TEST(GroupProgramming, aRefusedWriteIsToldWithItsIndexAndTheNextOneIsOrdinary) {
+  auto& at = this->at_;
+  auto const handle = at.follow(at.commit(7, 1));
+  at.take();
+  at.answer(0, Asic::WriteResponse::refused);
+  EXPECT_THAT(at.take(), ElementsAre("entryState failedNoIndex", "resolved failedNoIndex"));
+  EXPECT_EQ(handle->hwIndex().value(), 0u);
+  at.commit(7, 2);
+  EXPECT_THAT(at.take(),
+              ElementsAre("entryState unresolved", "entryState inProgress", "resolved inProgress",
+                          "write 0 mode 2", "published 0x288 7 was mode 1"));
+}
+
+TYPED_TEST(GroupProgramming, aSuccessAfterTheStateWasResetDoesNotMoveIt) {
+  auto& at = this->at_;
+  for (auto const reset : {State::unresolved, State::failedNeededEntry}) {
+    auto& handle = this->ownHandle(at, (at.commit(7, 1), 7));
+    at.answer(0);
+    at.commit(7, 2);
+    handle.pendingEntryEnq(at.entry(5));
+    handle.entryStateIs(reset);
+    at.answer(0);
+    EXPECT_EQ(handle.entryState(), reset);
+    EXPECT_EQ(handle.resolvedEntryState(), State::success);
+    EXPECT_TRUE(handle.pendingEntry().empty());
+    at.remove(7);
+  }
+}
+
+TYPED_TEST(GroupProgramming, aFinalStateEmptiesThePendingEntriesAndAnInterimOneDoesNot) {
+  auto& at = this->at_;
+  auto& handle = this->ownHandle(at, (this->written(7, 1), 7));
+  handle.pendingEntryEnq(at.entry(5));
+  handle.pendingEntryEnq(at.entry(6));
+  for (auto const interim : {State::indexReconciled, State::inProgress}) {
+    handle.resolvedEntryStateIs(interim);
+    EXPECT_EQ(handle.entryState(), interim);
+    EXPECT_EQ(handle.pendingEntry().count(), 2u);
+  }
+  handle.resolvedEntryStateIs(State::success);
+  EXPECT_EQ(handle.entryState(), State::success);
+  EXPECT_TRUE(handle.pendingEntry().empty());
+}
+
+// ---- where the index comes from ----
+
+TYPED_TEST(GroupProgramming, aFullAllocatorIsToldAndTheFirstWriteWithAnIndexTellsTheTracker) {
+  auto& at = this->at_;
+  for (U32 id = 0; id < 4; ++id) at.commit(id, 1);
+  at.take();
+  auto const handle = at.commit(7, 1);
+  EXPECT_THAT(at.take(), ElementsAre("published 0x286 7 new", "published 0x288 7 was -"));
+  EXPECT_EQ(handle->entryState(), State::failedNoIndex);
+  EXPECT_EQ(handle->resolvedEntryState(), State::failedNoIndex);
+  at.commit(7, 2);
+  EXPECT_THAT(at.take(), ElementsAre("published 0x288 7 was mode 1")) << "still full";
+  at.remove(2);
+  at.take();
+  at.commit(7, 2);
+  EXPECT_THAT(at.take(), IsEmpty()) << "nothing retries by itself";
+  at.commit(7, 3);
+  EXPECT_THAT(at.take(),
+              ElementsAre("tracker 2 userAdd", "write 2 mode 3", "published 0x288 7 was mode 2"));
+  at.commit(7, 4);
+  EXPECT_THAT(at.take(), ElementsAre("write 2 mode 4", "published 0x288 7 was mode 3"));
+  EXPECT_EQ(at.usesOf(2), 1u);
+}
+
+TYPED_TEST(GroupProgramming, anEntryWithoutAnIndexLeavesWithoutATrace) {
+  auto& at = this->at_;
+  for (U32 id = 0; id < 5; ++id) at.commit(id, 1);
+  at.take();
+  at.remove(4);
+  EXPECT_THAT(at.take(), ElementsAre("published 0x288 4 was mode 1", "published 0x286 4 gone"));
+  EXPECT_EQ(at.allocator()->totalUsedIndices(), 4u);
+}
+
+TYPED_TEST(GroupProgramming, aWriteAtAnIndexTakesItIfItIsFree) {
+  auto& at = this->at_;
+  at.table->entryWriteAtIndex(3, at.key(7), at.entry(1));
+  EXPECT_THAT(at.take(), ElementsAre("published 0x286 7 new", "tracker 3 userAdd", "write 3 mode 1",
+                                     "published 0x288 7 was -"));
+  at.commit(7, 2);
+  at.table->entryWriteAtIndex(1, at.key(7), at.entry(3));
+  EXPECT_EQ(at.indexOf(7), 3u) << "a key stays where it is";
+  at.table->entryWriteAtIndex(3, at.key(8), at.entry(4));
+  EXPECT_EQ(at.indexOf(8), 0u) << "the index is another key's";
+  EXPECT_EQ(at.table->entryHandle(at.key(8))->entryType(), Type::committed);
+  EXPECT_EQ(at.util->rows.at(3), at.entry(3));
+}
+
+TYPED_TEST(GroupProgramming, anIndexThatIsKnownAtTheWriteIsOnTheHandleAtOnce) {
+  auto& at = this->at_;
+  at.util->indexKnownAtWriteIs(true);
+  auto const handle = at.commit(7, 1);
+  EXPECT_EQ(handle->hwIndex().value(), 0u);
+  EXPECT_EQ(handle->entryState(), State::inProgress) << "the write is acknowledged all the same";
+}
+
+TYPED_TEST(GroupProgramming, withoutHooksAnIndexIsTakenAndGivenBackAndNothingIsWritten) {
+  Groups<TypeParam> at(4, Groups<TypeParam>::Hooks::absent);
   at.replayed();
   auto handle = at.commit(7, 1);
-  at.table->entryRemove({.adjId = 7});
-  EXPECT_EQ(handle->entryType(), Type::referenceOnly);
+  EXPECT_EQ(handle->entryState(), State::inProgress);
+  EXPECT_EQ(at.allocator()->totalUsedIndices(), 1u);
+  at.remove(7);
+  EXPECT_EQ(at.allocator()->totalUsedIndices(), 1u) << "the client still holds it";
   at.take();
   handle = nullptr;
-  EXPECT_THAT(at.take(), ElementsAre("tracker 0 userRemove", "delete 0", "published 0x288",
-                                     "published 0x286"));
-  EXPECT_EQ(at.table->indexAllocator()->totalUsedIndices(), 0u);
-  at.table->entryRef({.adjId = 8}, at.entry(3));
-  EXPECT_EQ(at.table->entrys(), 0u) << "nobody held it";
+  EXPECT_THAT(at.take(), ElementsAre("published 0x288 7 was mode 1", "published 0x286 7 gone"));
+  EXPECT_EQ(at.allocator()->totalUsedIndices(), 0u);
 }
 
-TYPED_TEST(GroupProgramming, aFullAllocatorIsToldAndTheNextWriteCountsAsTheFirst) {
-  Groups<TypeParam> at(1);
-  at.replayed();
-  at.commit(1, 1);
-  auto const handle = at.commit(2, 1);
-  EXPECT_EQ(handle->entryState(), State::failedNoIndex);
-  at.table->entryRemove({.adjId = 1});
-  at.take();
-  at.commit(2, 1);
-  EXPECT_THAT(at.take(), IsEmpty()) << "nothing retries by itself";
-  at.commit(2, 2);
-  EXPECT_THAT(at.take(), ElementsAre("tracker 0 userAdd", this->written(0, 2), "published 0x288"));
-  EXPECT_EQ(at.usesOf(0), 1u);
-  at.answer(0, Asic::WriteResponse::refused);
-  EXPECT_EQ(handle->entryState(), State::failedNoIndex) << "the chip refused it";
+// ---- for tests of agents ----
+
+// The environment is read once for each class, so each reading needs a process of its own.
+TYPED_TEST(GroupProgramming, theEnvironmentMayAskThatAWriteEndsWithinItsCall) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  auto& at = this->at_;
+  auto const run = [&](char const* asked) {
+    ::setenv("PUBLISH_ENTRY_HANDLE_PROGRAMMED_STATE", asked, 1);
+    auto const handle = at.commit(7, 1);
+    std::_Exit(handle->entryState() == State::success && handle->hwIndex().value() == 0 ? 0 : 1);
+  };
+  EXPECT_EXIT(run("1"), testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(run("4294967296"), testing::ExitedWithCode(1), "") << "cut to 32 bits";
+  EXPECT_EXIT(run("yes"), testing::ExitedWithCode(1), "");
 }
 
-TYPED_TEST(GroupProgramming, aSuggestionFindsTheOldIndexAndWhatIsLeftOverGoes) {
-  Groups<TypeParam> at;
-  at.holding({{4, 1}, {9, 9}, {11, 2}});
-  auto const same = at.commit(1, 1);
-  auto const changed = at.commit(2, 5);
-  auto const added = at.commit(3, 3);
-  at.take();
-  Asic::SwTableBase::suggestIndicesToNeededEntryHandle(*same, {4});
-  Asic::SwTableBase::suggestIndicesToNeededEntryHandle(*changed, {11});
-  EXPECT_EQ(same->entryState(), State::indexReconciled);
-  EXPECT_EQ(changed->entryState(), State::unresolved);
-  EXPECT_EQ(at.util->rows.size(), 3u);
-  at.replayed();
-  EXPECT_EQ(same->hwIndex().value(), 4u);
-  EXPECT_EQ(changed->hwIndex().value(), 11u);
-  EXPECT_EQ(added->entryState(), State::inProgress);
-  EXPECT_EQ(at.util->rows.size(), 3u);
-  EXPECT_FALSE(at.util->rows.contains(9));
-  EXPECT_EQ(at.counted(Status::reconcileMatched), 1u);
-  EXPECT_EQ(at.counted(Status::reconcileRewritten), 1u);
-  EXPECT_EQ(at.counted(Status::reconcileAdded), 1u);
-  EXPECT_EQ(at.counted(Status::reconcileDeleted), 1u);
-  for (U32 row : {0, 4, 11}) EXPECT_EQ(at.usesOf(row), 1u) << row;
+TEST(GroupTraces, aKeyHasTheTextOfItsTable) {
+  std::vector<std::string> lines;
+  Zarn::TraceHandle::sinkIs([&](std::string_view line) { lines.emplace_back(line); });
+  Groups<Ecmp> plain;
+  Groups<Vxlan> vxlan;
+  for (auto const* name : {"EcmpGroup1DlbTable", "VxlanEcmpGroup1DlbTable"})
+    Zarn::TraceHandle::levelsIs(name, 1u << 5);
+  plain.table->entryCommit({7, TessarL3Common::L3AdjIdKeyType::ecmpGroup}, plain.entry(1));
+  vxlan.table->entryCommit({7, TessarL3Common::L3AdjIdKeyType::tunnel}, vxlan.entry(1));
+  for (auto const* name : {"EcmpGroup1DlbTable", "VxlanEcmpGroup1DlbTable"})
+    Zarn::TraceHandle::levelsIs(name, 0);
+  Zarn::TraceHandle::sinkIs({});
+  EXPECT_THAT(lines, ElementsAre("TessarLoadBalance::EcmpGroup1DlbTable : entryCommit : Writing "
+                                 "entry : TessarLoadBalance::EcmpGroup1DlbTable::Entry{lbMode:1 "
+                                 "fastLinkFailover:false}, at key : L3AdjIdKey{adjId:7 "
+                                 "type:ecmpGroup",
+                                 "TessarLoadBalance::VxlanEcmpGroup1DlbTable : entryCommit : "
+                                 "Writing entry : TessarLoadBalance::VxlanEcmpGroup1DlbTable::"
+                                 "Entry{lbMode:1 fastLinkFailover:false}, at key : "
+                                 "TessarL3Common::VxlanL3UnderlayAdjIdKey{adjId:7 type:3}"));
 }
 
 }  // namespace

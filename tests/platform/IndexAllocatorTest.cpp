@@ -223,6 +223,13 @@ TEST(IndexAllocator, theLowestIndexAndTheSmallestRunComeFirst) {
 TEST(IndexAllocator, sizesThatAreUnknownOneOrGrow) {
   Shared<Asic::FirstFreeIndexAllocator> unknown(0);
   EXPECT_EQ(unknown.allocator->size(), Asic::GenericIndexAllocator::sizeIfUnknown);
+  unknown.allocator->sizeIs(2);
+  unknown.allocator->sizeIs(0);
+  EXPECT_EQ(unknown.allocator->size(), 2u) << "one table knows more than the others";
+  Shared<Asic::FirstFreeIndexAllocator> assumed(0);
+  EXPECT_EQ(allocated(*assumed.allocator, Key{1}).value(), 0u);
+  assumed.allocator->sizeIs(2);
+  EXPECT_EQ(assumed.allocator->size(), Asic::GenericIndexAllocator::sizeIfUnknown) << "in use";
   Shared<Asic::FirstFreeIndexAllocator> one(1);
   EXPECT_EQ(allocated(*one.allocator, Key{1}).value(), 0u);
   EXPECT_TRUE(allocated(*one.allocator, Key{2}).isExhausted());

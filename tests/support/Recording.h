@@ -103,8 +103,10 @@ class RecordingUtil : public T::Util {
   }
   bool compareHwEntries(T&, Key key, Entry const& wanted) const override {
     // As the hardware sees it: a row that refers to an entry holds that one's index.
-    bool const equal = Asic::Trait::needsEntries<T> ? text(rows[numberOf(key)]) == rowText(wanted)
-                                                    : rows[numberOf(key)] == Row(wanted);
+    auto const found = rows.find(numberOf(key));  // a comparison puts nothing there
+    Row const held = found == rows.end() ? Row() : found->second;
+    bool const equal =
+        Asic::Trait::needsEntries<T> ? text(held) == rowText(wanted) : held == Row(wanted);
     note(Vell::concatenate("compare ", numberOf(key), " ", text(wanted)));
     return equal;
   }
@@ -119,8 +121,10 @@ class RecordingUtil : public T::Util {
   static std::string text(Row const& row) { return row ? rowText(*row) : "-"; }
   /// The text form, unless it would differ from run to run.
   static std::string rowText(Entry const& entry) {
-    if constexpr (Asic::Trait::needsEntries<T>)
+    if constexpr (requires { entry.weightIdx; })
       return Vell::concatenate(entry.neededIndex(), '/', std::to_string(entry.weightIdx));
+    else if constexpr (Asic::Trait::needsEntries<T>)
+      return Vell::concatenate(entry.neededIndex());
     else
       return Zarn::valueToStrep(entry);
   }

@@ -1,0 +1,139 @@
+// Adjacencies above groups: when a row is written, and with which index; what an adjacency tells its
+// group after a restart.
+
+#include "Groups.h"
+#include "forwarding/AdjacencySwTable.h"
+
+namespace Group {
+namespace {
+
+using Adjacencies = Forwarding::AdjacencyTable;
+
+class Adjacency : public testing::Test {
+ protected:
+  class Util final : public Testing::RecordingUtil<Adjacencies> {
+   public:
+    U32 numEntries() const override { return 64; }
+  };
+
+  Adjacency() {
+    util_->indexKnownAtWriteIs(true);
+    table_->utilIs(util_);
+    table_->hwTableIs(new Asic::HwTable);
+    table_->doCreateAllocator();
+  }
+  /// What the hardware holds, by id the index of the group.
+  void holding(std::map<U32, U32> const& rows) {
+    for (auto const& [id, group] : rows) util_->rows[id].emplace().group = group;
+    table_->syncEntries();
+  }
+  void replayed() {
+    table_->doInitComplete();
+    table_->purgeStaleEntries();
+    util_->take();
+  }
+  HandlePtr commit(U32 id, HandlePtr const& group) {
+    Adjacencies::Entry entry;
+    entry.groupHandle = group;
+    return table_->entryCommit({.id = id}, entry);
+  }
+  U32 usesOf(U32 row) {
+    return Asic::IndexUserTracker::Stub::tracker(*table_->hwTable()).uses(row).users;
+  }
+
+  Groups<Ecmp> groups_{8};
+  Vell::Ptr<Util> util_{new Util};
+  Vell::Ptr<Adjacencies> table_ = Forwarding::adjacencyTableFactory();
+};
+
+TEST_F(Adjacency, isWrittenWhenItsGroupIsAcknowledgedAndKeepsItsRowUntilThen) {
+  groups_.replayed();
+  replayed();
+  auto const handle = commit(40, groups_.ref(1, 1));
+  EXPECT_THAT(util_->take(), IsEmpty());
+  EXPECT_EQ(handle->entryState(), State::unresolved);
+  groups_.answer(0);
+  EXPECT_THAT(util_->take(), ElementsAre("tracker 40 userAdd", "write 40 0"));
+  EXPECT_EQ(handle->entryState(), State::success);
+
+  commit(40, groups_.ref(2, 2));
+  EXPECT_EQ(groups_.table->entrys(), 2u) << "the row still points at the former group";
+  EXPECT_EQ(util_->rows.at(40)->group, 0u);
+  groups_.take();
+  groups_.answer(1);
+  EXPECT_THAT(util_->take(), ElementsAre("write 40 1"));
+  EXPECT_EQ(groups_.take(), (Events{"tracker 0 userRemove", "delete 0",
+                                    "published 0x288 1 was mode 1", "published 0x286 1 gone"}));
+  table_->entryRemove({.id = 40});
+  EXPECT_THAT(util_->rows, testing::SizeIs(1)) << "held here";
+}
+
+TEST_F(Adjacency, ofAFailedGroupWaitsUntilThatFindsAnIndex) {
+  Groups<Ecmp> other(8);
+  groups_.replayed();
+  other.replayed();
+  replayed();
+  for (U32 id = 10; id < 18; ++id) other.commit(id, 1);
+  auto const group = groups_.commit(1, 1);
+  ASSERT_EQ(group->entryState(), State::failedNoIndex);
+  auto const handle = commit(40, group);
+  EXPECT_EQ(handle->entryState(), State::failedNeededEntry);
+  other.remove(12);
+  groups_.commit(1, 2);
+  groups_.answer(2);
+  EXPECT_EQ(handle->entryState(), State::success);
+  EXPECT_EQ(util_->rows.at(40)->group, 2u);
+}
+
+TEST_F(Adjacency, tellsItsGroupWhereItsRowPointsAt) {
+  groups_.holding({{1, 1}, {3, 1}});
+  holding({{40, 3}});
+  auto const group = groups_.ref(7, 1);
+  EXPECT_EQ(group->entryState(), State::unresolved);
+  groups_.take();
+  auto const handle = commit(40, group);
+  EXPECT_THAT(groups_.take(), ElementsAre("compare 3 mode 1", "published 0x28a 3"));
+  EXPECT_EQ(group->entryState(), State::indexReconciled);
+  EXPECT_EQ(group->hwIndex().value(), 3u);
+  EXPECT_EQ(handle->entryState(), State::indexReconciled) << "and its own row is right";
+  EXPECT_EQ(table_->entry({.id = 40}).group, 3u);
+  EXPECT_EQ(util_->take(), Events{"compare 40 3"});
+}
+
+// An adjacency that was written, and waits for another group when the replay ends.
+TEST_F(Adjacency, thatWaitsWithAFormerValueIsNotWrittenAnewAtTheEndOfTheReplay) {
+  groups_.replayed();
+  holding({{50, 0}});
+  auto const first = groups_.commit(1, 1);
+  groups_.answer(0);
+  auto const handle = commit(40, first);
+  commit(41, first);
+  commit(41, groups_.commit(2, 2));
+  replayed();
+  EXPECT_EQ(handle->entryState(), State::success);
+  groups_.answer(1);
+  EXPECT_EQ(util_->rows.at(41)->group, 1u);
+  for (U32 row : {40, 41}) EXPECT_EQ(usesOf(row), 1u) << row;
+}
+
+// The end of the wait is told, and a watcher of it wants another group.
+TEST_F(Adjacency, aCommitFromInsideItsOwnResolutionStands) {
+  groups_.replayed();
+  replayed();
+  auto const handle = commit(40, groups_.commit(1, 1));
+  auto const second = groups_.commit(2, 2);
+  auto const watch = handle->watched().watch(0x102, [&](auto const&) {
+    if (handle->entryState() == State::success && !table_->unresolved({.id = 40}))
+      commit(40, second);
+  });
+  auto const record = handle->watched().watch(0x102, [&](auto const&) {
+    if (handle->entryState() == State::success) commit(40, second);
+  });
+  groups_.answer(0);
+  EXPECT_TRUE(table_->unresolved({.id = 40})) << "it waits for the second group";
+  groups_.answer(1);
+  EXPECT_EQ(util_->rows.at(40)->group, 1u);
+}
+
+}  // namespace
+}  // namespace Group

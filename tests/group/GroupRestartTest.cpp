@@ -1,0 +1,300 @@
+// How groups find their old index after a restart, and what becomes of rows that nobody claims.
+
+#include "Groups.h"
+
+namespace Group {
+namespace {
+
+template <class T>
+class GroupRestart : public testing::Test {
+ protected:
+  U64 settled() const {
+    return at_.counted(Status::reconcileMatched) + at_.counted(Status::reconcileRewritten) +
+           at_.counted(Status::reconcileAdded);
+  }
+  Groups<T> at_;
+};
+TYPED_TEST_SUITE(GroupRestart, GroupTables);
+
+// ---- at the commit ----
+
+TYPED_TEST(GroupRestart, whereNoRowWasFoundAKeyIsWrittenAtOnce) {
+  auto& at = this->at_.holding({});
+  auto const handle = at.commit(7, 1);
+  EXPECT_THAT(at.take(), ElementsAre("published 0x286 7 new", "tracker 0 userAdd", "write 0 mode 1",
+                                     "published 0x288 7 was -"));
+  EXPECT_EQ(handle->entryState(), State::inProgress);
+  EXPECT_EQ(at.counted(Status::reconcileAdded), 1u);
+}
+
+TYPED_TEST(GroupRestart, anEqualRowAtAKnownIndexIsLeftAlone) {
+  auto& at = this->at_.holding({{4, 1}});
+  at.recover(7, 4);
+  auto const handle = at.commit(7, 1);
+  EXPECT_THAT(at.take(), ElementsAre("published 0x286 7 new", "compare 4 mode 1",
+                                     "published 0x28a 4", "published 0x288 7 was -"));
+  EXPECT_EQ(handle->entryState(), State::indexReconciled);
+  EXPECT_EQ(handle->resolvedEntryState(), State::indexReconciled);
+  EXPECT_EQ(handle->hwIndex().value(), 4u);
+  EXPECT_EQ(at.counted(Status::reconcileMatched), 1u);
+  at.replayed();
+  EXPECT_EQ(at.usesOf(4), 1u);
+  EXPECT_EQ(this->settled(), 1u);
+}
+
+// The tracker knows the row: it is not told again, neither now nor by a later write.
+TYPED_TEST(GroupRestart, anotherRowAtAKnownIndexIsRewrittenInPlace) {
+  auto& at = this->at_.holding({{4, 1}});
+  at.recover(7, 4);
+  auto const handle = at.commit(7, 2);
+  EXPECT_THAT(at.take(), ElementsAre("published 0x286 7 new", "compare 4 mode 2", "write 4 mode 2",
+                                     "published 0x28a 4", "published 0x288 7 was -"));
+  EXPECT_EQ(handle->entryState(), State::indexReconciled);
+  EXPECT_EQ(handle->hwIndex().value(), 4u);
+  EXPECT_EQ(at.counted(Status::reconcileRewritten), 1u);
+  at.replayed();
+  at.commit(7, 3);
+  EXPECT_THAT(at.take(), ElementsAre("write 4 mode 3", "published 0x288 7 was mode 2"));
+  EXPECT_EQ(at.usesOf(4), 1u);
+  EXPECT_EQ(at.answer(4), 1u);
+  EXPECT_EQ(handle->entryState(), State::success);
+}
+
+TYPED_TEST(GroupRestart, aKnownIndexWithoutARowIsWrittenAsANewOne) {
+  auto& at = this->at_.holding({{4, 1}});
+  at.recover(7, 5);
+  auto const handle = at.commit(7, 1);
+  EXPECT_THAT(at.take(), ElementsAre("published 0x286 7 new", "tracker 5 userAdd", "write 5 mode 1",
+                                     "published 0x288 7 was -"));
+  EXPECT_EQ(handle->entryState(), State::inProgress);
+  EXPECT_EQ(at.counted(Status::reconcileAdded), 1u);
+}
+
+// The suggestions come to a handle that somebody made and nobody committed.
+TYPED_TEST(GroupRestart, aStoredSuggestionIsUsedByTheCommitIfARowWasFoundThere) {
+  auto& at = this->at_.holding({{4, 1}, {9, 9}});
+  HandlePtr const handle = at.table->entryHandleIs(at.key(7), at.table.get());
+  suggest(handle, {4, 12});
+  EXPECT_THAT(at.take(), ElementsAre("published 0x286 7 new")) << "nothing to compare with yet";
+  EXPECT_EQ(at.commit(7, 1), handle);
+  EXPECT_THAT(at.take(),
+              ElementsAre("compare 4 mode 1", "published 0x28a 4", "published 0x288 7 was -"));
+  EXPECT_EQ(handle->entryState(), State::indexReconciled);
+  EXPECT_EQ(handle->hwIndex().value(), 4u);
+  EXPECT_EQ(at.counted(Status::reconcileMatched), 1u);
+  EXPECT_EQ(at.table->indexHelpers(), 0u);
+}
+
+// ---- waiting ----
+
+TYPED_TEST(GroupRestart, aKeyWithoutAnIndexWaitsForASuggestion) {
+  auto& at = this->at_.holding({{4, 1}, {9, 9}});
+  auto const handle = at.commit(7, 1);
+  EXPECT_THAT(at.take(), ElementsAre("published 0x286 7 new", "published 0x288 7 was -"));
+  EXPECT_EQ(handle->entryState(), State::unresolved);
+  EXPECT_EQ(this->settled(), 0u);
+  at.follow(handle);
+  suggest(handle, {9});
+  EXPECT_THAT(at.take(), ElementsAre("compare 9 mode 1"));
+  suggest(handle, {9});
+  EXPECT_THAT(at.take(), IsEmpty()) << "dealt with";
+  suggest(handle, {4, 9, 12});
+  EXPECT_THAT(at.take(), ElementsAre("compare 4 mode 1", "published 0x28a 4",
+                                     "entryState indexReconciled", "resolved indexReconciled"));
+  EXPECT_EQ(handle->hwIndex().value(), 4u);
+  EXPECT_EQ(at.counted(Status::reconcileMatched), 1u);
+  EXPECT_EQ(at.table->indexHelpers(), 0u);
+}
+
+// The row was written after the sync, so that the tracker does not know it.
+TYPED_TEST(GroupRestart, aSuggestedRowThatSyncHadNotFoundIsToldToTheTracker) {
+  auto& at = this->at_.holding({{4, 9}});
+  auto const handle = at.commit(7, 1);
+  at.util->rows[6] = at.entry(1);
+  at.take();
+  suggest(handle, {6});
+  EXPECT_THAT(at.take(), ElementsAre("compare 6 mode 1", "tracker 6 userAdd"));
+  EXPECT_EQ(handle->entryState(), State::indexReconciled);
+}
+
+TYPED_TEST(GroupRestart, anIndexIsGivenToOneOfTheKeysThatItWasSuggestedTo) {
+  auto& at = this->at_.holding({{4, 1}});
+  auto const first = at.commit(7, 1);
+  auto const second = at.commit(8, 1);
+  suggest(first, {4});
+  at.take();
+  suggest(second, {4});
+  EXPECT_THAT(at.take(), IsEmpty()) << "it is not free";
+  EXPECT_EQ(second->entryState(), State::unresolved);
+  at.replayed();
+  EXPECT_EQ(at.indexOf(7), 4u);
+  EXPECT_EQ(second->entryState(), State::inProgress);
+  EXPECT_NE(at.indexOf(8), 4u);
+  EXPECT_EQ(at.counted(Status::reconcileAdded), 1u);
+}
+
+// ---- the end of the replay ----
+
+TYPED_TEST(GroupRestart, atTheEndTheFirstFreeCandidateIsTakenWhateverLiesThere) {
+  auto& at = this->at_.holding({{4, 9}});
+  auto const handle = at.follow(at.commit(7, 1));
+  suggest(handle, {4});
+  at.take();
+  at.table->doInitComplete();
+  EXPECT_THAT(at.take(),
+              ElementsAre("published 0x28a 4", "entryState indexReconciled",
+                          "resolved indexReconciled", "write 4 mode 1", "published 0x283"));
+  EXPECT_EQ(handle->hwIndex().value(), 4u);
+  EXPECT_EQ(at.counted(Status::reconcileRewritten), 1u);
+  EXPECT_EQ(at.table->indexHelpers(), 0u);
+  at.table->purgeStaleEntries();
+  EXPECT_EQ(at.usesOf(4), 1u);
+  EXPECT_EQ(at.answer(4), 1u);
+}
+
+TYPED_TEST(GroupRestart, aCandidateWithoutARowIsTakenTooAndToldToTheTracker) {
+  auto& at = this->at_.holding({{4, 9}});
+  auto const handle = at.commit(7, 1);
+  suggest(handle, {12});
+  at.take();
+  at.table->doInitComplete();
+  EXPECT_THAT(at.take(), ElementsAre("tracker 12 userAdd", "write 12 mode 1", "published 0x283"));
+  EXPECT_EQ(handle->entryState(), State::indexReconciled);
+  EXPECT_EQ(at.counted(Status::reconcileRewritten), 1u);
+}
+
+TYPED_TEST(GroupRestart, withoutACandidateAnEntryGetsANewIndex) {
+  auto& at = this->at_.holding({{4, 9}});
+  auto const handle = at.follow(at.commit(7, 1));
+  at.take();
+  at.table->doInitComplete();
+  EXPECT_THAT(at.take(), ElementsAre("entryState inProgress", "resolved inProgress",
+                                     "tracker 0 userAdd", "write 0 mode 1", "published 0x283"));
+  EXPECT_TRUE(handle->hwIndex().isExhausted());
+  EXPECT_EQ(at.counted(Status::reconcileAdded), 1u);
+}
+
+// Another table of the allocator may have told it the key's index meanwhile.
+TYPED_TEST(GroupRestart, anIndexThatTheAllocatorLearntMeanwhileGoesBeforeTheCandidates) {
+  auto& at = this->at_.holding({{4, 9}, {5, 9}});
+  auto const found = at.commit(7, 1);
+  auto const notFound = at.commit(8, 1);
+  suggest(found, {4});
+  suggest(notFound, {4});
+  at.recover(7, 5);
+  at.recover(8, 6);
+  at.take();
+  at.table->doInitComplete();
+  EXPECT_THAT(at.take(), testing::UnorderedElementsAre("write 5 mode 1", "published 0x28a 5",
+                                                       "tracker 6 userAdd", "write 6 mode 1",
+                                                       "published 0x283"));
+  EXPECT_EQ(found->entryState(), State::indexReconciled);
+  EXPECT_EQ(found->hwIndex().value(), 5u);
+  EXPECT_EQ(notFound->entryState(), State::inProgress);
+  EXPECT_EQ(notFound->hwIndex().value(), 6u);
+  EXPECT_EQ(at.counted(Status::reconcileRewritten), 1u);
+  EXPECT_EQ(at.counted(Status::reconcileAdded), 1u);
+}
+
+// New indices are the lowest free ones, and each of the candidates is one of those.
+TYPED_TEST(GroupRestart, noNewIndexTakesACandidateAway) {
+  auto& at = this->at_.holding({{0, 9}, {1, 9}, {2, 9}, {15, 9}});
+  for (U32 id = 0; id < 10; ++id) at.commit(id, 1);
+  for (U32 id : {2, 5, 9}) suggest(at.table->entryHandle(at.key(id)), {id / 4});
+  at.replayed();
+  for (U32 id : {2, 5, 9}) EXPECT_EQ(at.indexOf(id), id / 4);
+  EXPECT_EQ(at.counted(Status::reconcileRewritten), 3u);
+  EXPECT_EQ(at.counted(Status::reconcileAdded), 7u);
+  EXPECT_EQ(at.util->rows.size(), 10u);
+}
+
+TYPED_TEST(GroupRestart, whereThereIsNoRoomAtTheEndTheEntryIsCountedAllTheSame) {
+  Groups<TypeParam> at(16);
+  for (U32 id = 0; id < 16; ++id) at.recover(100 + id, id);
+  at.holding({{4, 9}});
+  auto const handle = at.commit(7, 1);
+  at.table->doInitComplete();
+  EXPECT_EQ(handle->entryState(), State::failedNoIndex);
+  EXPECT_EQ(at.counted(Status::reconcileAdded), 1u);
+}
+
+// A row above may be damaged, or older than what the allocator knows.
+TYPED_TEST(GroupRestart, aCandidateThatCannotBeHadIsPassedOver) {
+  auto& at = this->at_.holding({{4, 1}, {6, 2}});
+  auto const beyond = at.commit(7, 5);
+  suggest(beyond, {16, noIndex});
+  auto const placed = at.commit(8, 2);
+  at.recover(8, 2);
+  suggest(placed, {6});
+  EXPECT_EQ(placed->entryState(), State::unresolved);
+  at.replayed();
+  EXPECT_EQ(beyond->entryState(), State::inProgress);
+  EXPECT_EQ(at.indexOf(7), 0u);
+  EXPECT_EQ(at.indexOf(8), 2u);
+  EXPECT_THAT(at.util->rows, testing::SizeIs(2));
+}
+
+TYPED_TEST(GroupRestart, anIndexTakenGivenUpAndTakenAgainBeforeThePurgeKeepsItsUse) {
+  auto& at = this->at_.holding({{0, 9}});
+  at.table->doInitComplete();
+  at.commit(1, 1);
+  at.remove(1);
+  at.commit(2, 1);
+  EXPECT_EQ(at.indexOf(2), 0u);
+  at.table->purgeStaleEntries();
+  EXPECT_EQ(at.usesOf(0), 1u);
+  at.remove(2);
+  EXPECT_EQ(at.usesOf(0), 0u);
+}
+
+// ---- removal during the replay ----
+
+TYPED_TEST(GroupRestart, aRemovalDuringTheReplayIsCounted) {
+  auto& at = this->at_.holding({{4, 1}});
+  at.recover(7, 4);
+  at.commit(7, 1);
+  at.take();
+  at.remove(7);
+  EXPECT_THAT(at.take(), ElementsAre("tracker 4 userRemove", "delete 4",
+                                     "published 0x288 7 was mode 1", "published 0x286 7 gone"));
+  EXPECT_EQ(at.counted(Status::reconcileDeleted), 1u);
+  EXPECT_EQ(at.allocator()->totalUsedIndices(), 0u);
+}
+
+TYPED_TEST(GroupRestart, anEntryThatStillWaitsLeavesNothingAndItsRowIsPurged) {
+  auto& at = this->at_.holding({{4, 9}});
+  suggest(at.commit(7, 1), {4});
+  at.take();
+  at.remove(7);
+  EXPECT_THAT(at.take(), ElementsAre("published 0x288 7 was mode 1", "published 0x286 7 gone"));
+  EXPECT_EQ(at.table->indexHelpers(), 0u);
+  EXPECT_EQ(at.counted(Status::reconcileDeleted), 0u);
+  at.replayed();
+  EXPECT_THAT(at.util->rows, IsEmpty());
+  EXPECT_EQ(at.usesOf(4), 0u);
+}
+
+// ---- limits ----
+
+TYPED_TEST(GroupRestart, limitsOnTheCallersStopTheProcess) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  auto& at = this->at_.holding({{4, 1}});
+  auto const waiting = at.commit(8, 5);
+  at.recover(7, 4);
+  auto const matched = at.commit(7, 1);
+  at.table->syncedEntryIs(3, at.entry(1));
+  EXPECT_DEATH(suggest(matched, {4}), "eh->entryState\\(\\) == unresolved\\(\\)");
+  EXPECT_DEATH(at.table->syncEntries(), "!swTable_->resolvedEntrys\\(\\)");
+  EXPECT_DEATH(at.table->entryRemoveAll(), "Should call purgeStaleEntries instead");
+  at.table->configReplayCompleteIs(true);
+  EXPECT_DEATH(suggest(waiting, {4}), "swTable_->configReplayInProgress\\(\\)");
+}
+
+TYPED_TEST(GroupRestart, aKeyWithoutAValueCannotBeReplayed) {
+  auto& at = this->at_.holding({{4, 1}});
+  at.recover(7, 4);
+  EXPECT_THROW(at.table->resolvedEntryIs(at.key(7), {}), std::bad_optional_access);
+}
+
+}  // namespace
+}  // namespace Group

@@ -1,0 +1,127 @@
+// Tables that share one allocator: an index belongs to a key, whoever of the tables writes it, and to
+// nobody once the last of them has let go.
+
+#include "Groups.h"
+
+namespace Group {
+namespace {
+
+/// Two tables of the same kind, each with hardware of its own.
+template <class T>
+class GroupSharing : public testing::Test {
+ protected:
+  Groups<T> one_{4}, two_{4};
+};
+TYPED_TEST_SUITE(GroupSharing, GroupTables);
+
+TYPED_TEST(GroupSharing, aKeyOfTwoTablesHasOneIndexUntilTheLastLetsGo) {
+  auto &one = this->one_.replayed(), &two = this->two_.replayed();
+  two.commit(1, 5);
+  one.commit(7, 1);
+  auto const second = two.commit(7, 2);
+  EXPECT_EQ(one.allocator(), two.allocator());
+  EXPECT_EQ(one.indexOf(7), 1u);
+  EXPECT_EQ(two.util->rows.at(1), two.entry(2));
+  one.remove(7);
+  EXPECT_EQ(two.indexOf(7), 1u);
+  one.commit(8, 1);
+  EXPECT_EQ(one.indexOf(8), 2u) << "1 is not free";
+  EXPECT_EQ(two.answer(1), 1u);
+  EXPECT_EQ(second->hwIndex().value(), 1u);
+  two.remove(7);
+  EXPECT_EQ(two.util->rows.size(), 2u) << "its client holds it";
+  EXPECT_EQ(two.allocator()->totalUsedIndices(), 3u);
+}
+
+TYPED_TEST(GroupSharing, aTableThatGoesTakesOnlyItsOwnRowsAndIndices) {
+  auto &one = this->one_.replayed(), &two = this->two_.replayed();
+  for (U32 id : {1, 2}) one.commit(id, 1);
+  for (U32 id : {2, 3}) two.commit(id, 1);
+  one.table = nullptr;
+  EXPECT_THAT(one.util->rows, IsEmpty());
+  EXPECT_EQ(two.util->rows.size(), 2u);
+  EXPECT_EQ(two.allocator()->totalUsedIndices(), 2u);
+  EXPECT_EQ(two.indexOf(1), noIndex);
+  EXPECT_EQ(two.indexOf(2), 1u);
+}
+
+// A key that found no room here while another table wrote it and let it go again.
+TYPED_TEST(GroupSharing, theLastToLetGoFreesTheIndexAlsoIfItNeverWroteThere) {
+  auto &one = this->one_.replayed(), &two = this->two_.replayed();
+  for (U32 id = 0; id < 4; ++id) one.commit(id, 1);
+  auto failed = one.commit(7, 1);
+  ASSERT_EQ(failed->entryState(), State::failedNoIndex);
+  one.remove(0);
+  two.commit(7, 1);
+  two.remove(7);
+  EXPECT_EQ(one.indexOf(7), 0u) << "the first table still has the key";
+  one.take();
+  failed = nullptr;
+  one.remove(7);
+  EXPECT_THAT(one.take(), ElementsAre("published 0x288 7 was mode 1", "published 0x286 7 gone"));
+  EXPECT_EQ(one.indexOf(7), noIndex);
+  EXPECT_EQ(one.allocator()->totalUsedIndices(), 3u);
+}
+
+// ---- the purge ----
+
+TYPED_TEST(GroupSharing, thePurgeSparesRowsOfItsOwnKeysAndTellsTheTrackerOfAll) {
+  auto& one = this->one_.holding({{1, 9}, {3, 9}});
+  one.table->doInitComplete();
+  one.table->entryWriteAtIndex(1, one.key(7), one.entry(1));
+  one.take();
+  one.table->purgeStaleEntries();
+  EXPECT_THAT(one.take(), ElementsAre("tracker 1 userRemove", "tracker 3 userRemove", "delete 3",
+                                      "published 0x28a 1", "published 0x28a 3"));
+  EXPECT_EQ(one.usesOf(1), 1u) << "the entry's own";
+  EXPECT_EQ(one.usesOf(3), 0u);
+  EXPECT_EQ(one.counted(Status::reconcileDeleted), 1u);
+  one.table->purgeStaleEntries();
+  EXPECT_THAT(one.take(), IsEmpty());
+}
+
+// The other table's key owns the index; what lies here at that index is from another life.
+TYPED_TEST(GroupSharing, aRowAtAnIndexOfAnotherTablesKeyIsDeletedAndTheIndexStays) {
+  auto &one = this->one_.holding({{0, 9}}), &two = this->two_.replayed();
+  two.commit(7, 1);
+  ASSERT_EQ(two.indexOf(7), 0u);
+  one.table->doInitComplete();
+  one.take();
+  one.table->purgeStaleEntries();
+  EXPECT_THAT(one.take(), ElementsAre("tracker 0 userRemove", "delete 0", "published 0x28a 0"));
+  EXPECT_EQ(two.indexOf(7), 0u);
+  EXPECT_EQ(two.util->rows.at(0), two.entry(1));
+}
+
+TYPED_TEST(GroupSharing, aRowOfAKeyThatBothTablesHaveStays) {
+  auto &one = this->one_.holding({{2, 1}, {3, 9}}), &two = this->two_.holding({{2, 1}, {3, 9}});
+  one.recover(7, 2);
+  one.commit(7, 1);
+  two.commit(7, 1);
+  EXPECT_EQ(two.counted(Status::reconcileMatched), 1u) << "the allocator told it the index";
+  one.replayed();
+  EXPECT_EQ(one.util->rows.size(), 1u);
+  EXPECT_EQ(two.util->rows.size(), 2u) << "a purge is of its own table";
+  two.replayed();
+  EXPECT_EQ(two.util->rows.size(), 1u);
+  EXPECT_EQ(two.indexOf(7), 2u);
+}
+
+TEST(GroupSharingOfBothKinds, aCandidateThatAKeyOfTheOtherKindHoldsIsNotFree) {
+  Groups<Ecmp> plain;
+  Groups<Vxlan> vxlan;
+  vxlan.replayed();
+  vxlan.commit(1, 1);
+  plain.holding({{0, 1}});
+  auto const handle = plain.commit(1, 1);
+  plain.take();
+  suggest(handle, {0});
+  EXPECT_THAT(plain.take(), IsEmpty());
+  plain.replayed();
+  EXPECT_EQ(plain.indexOf(1), 1u);
+  EXPECT_FALSE(plain.util->rows.contains(0));
+  EXPECT_EQ(vxlan.util->rows.size(), 1u);
+}
+
+}  // namespace
+}  // namespace Group
