@@ -66,13 +66,17 @@ struct Agent {
     session->start();
   }
 
+  /// After the replay.
   void warnOfTablesWithoutHardware(Configuration const& wanted) const {
-    for (auto const& table : session->tables())
-      if (auto const entries = wanted.of(table.type()).size(); entries > 0 && !table.hasHardware())
+    auto const warn = [&](auto const& table, U64 entries) {
+      if (entries > 0 && !table.hasHardware())
         tell(fmt::format(
             "warning: chip \"{}\" has no hardware for {}: {} nowhere else", options.chip,
             table.type().name(),
             counted(entries, "entry is in software and", "entries are in software and")));
+    };
+    for (auto const& table : session->tables()) warn(table, wanted.of(table.type()).size());
+    for (auto const* table : session->chain().tables()) warn(*table, table->handles().size());
   }
 
   /// What a replay of the configuration does, to the hardware or to a copy of it. The report is
@@ -80,8 +84,9 @@ struct Agent {
   Report replayed(Access access) const {
     auto const wanted = configuration();
     open(access);
+    auto report = session->replay(wanted);
     warnOfTablesWithoutHardware(wanted);
-    return session->replay(wanted);
+    return report;
   }
 
   Options const& options;

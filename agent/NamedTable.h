@@ -55,7 +55,9 @@ class NamedTable final : public ChainTable {
   U32 rowsOf(EntryHandle const& handle) const override { return T::blockSizeOf(keyOf(handle)); }
   std::string shortageOf(EntryHandle const& handle) const override;
   void noteFound() override;
+  auto wantedRows(EntryHandle const& handle) const;
   Entry rowOf(EntryHandle const& handle, U32 number) const;
+  std::vector<Change> homeless() const;
   std::map<U32, Placed> placed() const;
   static bool isSameRow(Entry const& a, Entry const& b);
 
@@ -77,14 +79,19 @@ Rows NamedTable<T>::held() const {
 
 // ---- what an entry needs ----
 
+/// The rows that the entry has or waits for.
+template <class T>
+auto NamedTable<T>::wantedRows(EntryHandle const& handle) const {
+  auto const record = table().unresolved(keyOf(handle));
+  return record ? std::as_const(*record).rows() : table().resolvedRows(keyOf(handle));
+}
+
 template <class T>
 auto NamedTable<T>::needed(EntryHandle const& handle) const -> std::vector<Handle> {
   std::vector<Handle> handles;
   if constexpr (Asic::Trait::needsEntries<T>) {
-    auto const record = table().unresolved(keyOf(handle));
-    auto const rows = record ? std::as_const(*record).rows() : table().resolvedRows(keyOf(handle));
     std::set<EntryHandle const*> seen;
-    rows.forEach([&](Asic::SwTableBase::Index, Entry const& row) {
+    wantedRows(handle).forEach([&](Asic::SwTableBase::Index, Entry const& row) {
       if (auto const& each = row.neededEntryHandle(); each && seen.insert(each.get()).second)
         handles.push_back(each);
     });
@@ -158,9 +165,26 @@ bool NamedTable<T>::isSameRow(Entry const& a, Entry const& b) {
   return same;
 }
 
+/// Entries of a table that the chip has no hardware for: by their names, as they have no rows.
+template <class T>
+std::vector<Change> NamedTable<T>::homeless() const {
+  std::vector<Change> list;
+  for (auto const& [name, handle] : handles()) {
+    if (rowsOf(*handle) == 0) continue;
+    Entry wanted;
+    if constexpr (Asic::Trait::needsEntries<T>)
+      wanted = wantedRows(*handle).entry(0);
+    else
+      wanted = rowOf(*handle, 0);
+    list.push_back(
+        {&type(), Key(Vell::Value(name)), Change::Kind::homeless, {}, recordOf(wanted), {}});
+  }
+  return list;
+}
+
 template <class T>
 std::vector<Change> NamedTable<T>::changes() const {
-  if (!hasHardware()) return {};
+  if (!hasHardware()) return homeless();
   std::map<U32, Change> changes;
   auto const rows = placed();
   for (auto const& [row, wanted] : rows) {

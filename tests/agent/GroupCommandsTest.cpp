@@ -90,6 +90,18 @@ TEST_F(GroupCommandsTest, whyReachesThroughToAnAcknowledgementThatNeverComes) {
             "VXLAN group v1: the hardware refused to write row 3\n");
 }
 
+TEST_F(GroupCommandsTest, aChipWithoutTheHardwareIsTold) {
+  auto const run = agent("run " + groups + " --chip template");
+  EXPECT_THAT(run.err,
+              HasSubstr("chip \"template\" has no hardware for EcmpGroup1DlbTable: 3 entries "
+                        "are in software and nowhere else"));
+  auto const check = agent("check " + groups + " --chip template");
+  EXPECT_EQ(check.code, 1);
+  EXPECT_THAT(check.out, HasSubstr("g2  missing: lbMode 2, fastLinkFailover true"));
+  EXPECT_EQ(agent("why " + groups + " a1 --chip template").out,
+            "adjacency a1: the chip has no hardware for it\n");
+}
+
 TEST_F(GroupCommandsTest, aFullTableIsToldDownToItsSize) {
   ordered_json full;
   for (unsigned i = 0; i <= 8192; ++i) full["groups"][std::to_string(10000 + i)] = {{"adjId", i}};
