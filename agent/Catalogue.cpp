@@ -4,9 +4,7 @@
 
 #include <algorithm>
 
-#include "agent/Failure.h"
 #include "agent/FieldValue.h"
-#include "agent/Words.h"
 
 namespace DlbAgent {
 namespace {
@@ -70,11 +68,6 @@ TableType const* Catalogue::find(std::string_view name) const {
   return findOrNull(tables_, [=](TableType const& each) {
     return each.name() == name || each.qualifiedName() == name;
   });
-}
-
-TableType const& Catalogue::get(std::string_view name) const {
-  if (auto const* found = find(name)) return *found;
-  throw Failure(fmt::format("no table \"{}\"; {}", name, hintFor(name, names())));
 }
 
 std::vector<std::string_view> Catalogue::names() const {

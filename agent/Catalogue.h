@@ -49,8 +49,6 @@ class Catalogue {
   std::vector<TableType> const& tables() const { return tables_; }
   /// The table of that name, short or qualified, or null.
   TableType const* find(std::string_view name) const;
-  /// The same, or a failure that tells what there is.
-  TableType const& get(std::string_view name) const;
   /// The short names.
   std::vector<std::string_view> names() const;
 

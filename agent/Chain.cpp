@@ -185,8 +185,9 @@ void readAdjacencies(ChainCheck const& check, std::string const& path, JsonValue
                              fmt::format("is the id of \"{}\"; take another one", first->second));
         checkRoom(check, fieldPath, adjacency.id);
       } else if (field == "group") {
-        namesGroup = true;
-        readNameInto(adjacency.group, "a group", fieldPath, content, check.problems);
+        namesGroup =
+            !readNameInto(adjacency.group, "a group", fieldPath, content, check.problems) ||
+            !adjacency.group.empty();
       } else {
         check.problems.add(fieldPath, "no such field; " + hintFor(field, {"id", "group"}));
       }

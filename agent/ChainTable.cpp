@@ -53,9 +53,10 @@ std::string ChainTable::hindranceOf(EntryHandle const& handle) const {
     case State::indexReconciled:
       return "the hardware has not acknowledged its write";
     case State::failedNoIndex:
-      return handle.hwIndex().isExhausted()
+      // With a place of its own it has failed at nothing but the hardware.
+      return indexOf(handle).isExhausted()
                  ? shortageOf(handle)
-                 : fmt::format("the hardware refused to write {}", placeText(handle));
+                 : fmt::format("the hardware refused to write row {}", indexOf(handle).value());
     default:
       return fmt::format("its state is {}", Vell::concatenate(handle.entryState()));
   }

@@ -84,6 +84,8 @@ class ChainTable {
   Asic::SwTable& swTable() const { return runner_.table(); }
 
  private:
+  /// The entry's first row, or the row that it would have; none if no place was found for it.
+  virtual Asic::Index indexOf(EntryHandle const& handle) const = 0;
   /// Rows that the entry takes.
   virtual U32 rowsOf(EntryHandle const& handle) const = 0;
   /// What the allocator has no room for.

@@ -165,8 +165,11 @@ std::vector<Flowset> allFlowsets(FlowsetReader& reader) {
 
 /// A table of that name, of entries by key or of entries that have handles.
 TableType const& shownTable(Agent const& agent, std::string const& name) {
-  auto const* const chained = findChainType(name);
-  return chained ? *chained : agent.catalogue.get(name);
+  if (auto const* const chained = findChainType(name)) return *chained;
+  if (auto const* const table = agent.catalogue.find(name)) return *table;
+  auto known = agent.catalogue.names();
+  for (auto const* type : chainTypes()) known.push_back(type->name());
+  throw Failure(fmt::format("no table \"{}\"; {}", name, hintFor(name, known)));
 }
 
 /// Entries by the names that the configuration has for them, on a copy of the hardware.

@@ -52,6 +52,10 @@ class NamedTable final : public ChainTable {
   }
   static Key rowKey(U32 row) { return Key(Vell::Value(U64{row})); }
 
+  Asic::Index indexOf(EntryHandle const& handle) const override {
+    auto const& key = keyOf(handle);
+    return table().indexAllocator()->indexForKey(T::keyType(), &key);
+  }
   U32 rowsOf(EntryHandle const& handle) const override { return T::blockSizeOf(keyOf(handle)); }
   std::string shortageOf(EntryHandle const& handle) const override;
   void noteFound() override;
@@ -139,7 +143,7 @@ auto NamedTable<T>::placed() const -> std::map<U32, Placed> {
   std::map<U32, Placed> placed;
   for (auto const& [name, handle] : handles()) {
     auto const& key = keyOf(*handle);
-    auto const first = table().indexAllocator()->indexForKey(T::keyType(), &key);
+    auto const first = indexOf(*handle);
     auto const rows = first.isExhausted() ? 0 : rowsOf(*handle);
     for (U32 i = 0; i < rows; ++i) {
       U32 const row = first.value() + i;

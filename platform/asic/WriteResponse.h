@@ -7,7 +7,8 @@
 namespace Asic {
 
 struct WriteResponse {
-  /// What a chip says of a write that it refused: the row has no place in the hardware.
+  /// What a chip says of a write that it refused: the hardware has no place for it, and the row is
+  /// what it was before.
   static constexpr auto refused = SwTableBase::EntryState::failedNoIndex;
 
   U64 write;                        ///< the write's number, as `HwTable::newestWrite` told it

@@ -88,6 +88,9 @@ TEST_F(GroupCommandsTest, whyReachesThroughToAnAcknowledgementThatNeverComes) {
               AllOf(HasSubstr("group g1: the hardware has not"), Not(HasSubstr("adjacency a1"))));
   EXPECT_EQ(agent("why " + groups + " v1 --hardware other --chip-switch refuse-writes=100").out,
             "VXLAN group v1: the hardware refused to write row 3\n");
+  EXPECT_EQ(agent("run " + groups + " --hardware other --chip-switch refuse-writes=100").code, 1);
+  EXPECT_TRUE(json("show AdjacencyTable --hardware other").at("tables").at("AdjacencyTable").empty())
+      << "nothing points at a row that was refused";
 }
 
 TEST_F(GroupCommandsTest, aChipWithoutTheHardwareIsTold) {
@@ -129,7 +132,7 @@ TEST_F(GroupCommandsTest, anyCrashAndAPlainRunEndInWhatIsWanted) {
 TEST_F(GroupCommandsTest, everyErrorIsToldAtOnceWithItsPath) {
   contentIs("bad.json", R"({
       "adjacencies": {"a1": {"id": 16384, "group": "g9"}, "a2": {"id": 1, "group": "g5"},
-                      "a3": {"id": "0x1", "grup": 1}, "a4": {"group": 4}},
+                      "a3": {"id": "0x1", "grup": 1}, "a4": {"group": 4}, "a5": {"group": ""}},
       "groups": {"g1": {"adjId": 7, "adj": 1}, "g2": {"lbMode": 5}, "g3": {"adjId": -1},
                  "g4": {"adjId": 1, "type": "x"}, "g5": {"adjId": 1}, "g6": {"adjId": 1}},
       "vxlanGroups": {"g5": {"adjId": "0x7"}}})");
@@ -147,6 +150,7 @@ TEST_F(GroupCommandsTest, everyErrorIsToldAtOnceWithItsPath) {
         "adjacencies.a3: names no group; add \"group\": NAME",
         "adjacencies.a4.group: must be the name of a group, not 4",
         "adjacencies.a4: names no id; add \"id\": NUMBER",
+        "adjacencies.a5: names no group; add \"group\": NAME",
         "adjacencies.a1.group: no group named \"g9\"; did you mean \"g5\"?",
         "vxlanGroups.g5: is the name of a group in the section groups as well; rename one"})
     EXPECT_THAT(outcome.err, HasSubstr(line));

@@ -89,7 +89,7 @@ class ReflectionTest : public ::testing::Test {
   }
 
   Catalogue const catalogue_ = loadedCatalogue();
-  TableType const& type_ = catalogue_.get("Testing::FlowTable");
+  TableType const& type_ = *catalogue_.find("Testing::FlowTable");
 };
 
 TEST_F(ReflectionTest, aStructuredKeyIsKnownByTheTextThatItsTableGivesIt) {

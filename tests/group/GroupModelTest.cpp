@@ -264,7 +264,7 @@ class Model {
     }
     of->unanswered = 0;
     of->state = outcome;
-    of->handleIndex = index;
+    if (outcome == State::success) of->handleIndex = index;
   }
 
   /// If it is quiet, every entry that stays is suggested its own row: then nothing is written.

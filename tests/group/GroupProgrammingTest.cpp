@@ -107,17 +107,22 @@ TYPED_TEST(GroupProgramming, aKeyWithoutAValueLeavesAsAnInactiveUse) {
 
 // ---- outcomes ----
 
-TYPED_TEST(GroupProgramming, aRefusedWriteIsToldWithItsIndexAndTheNextOneIsOrdinary) {
+TYPED_TEST(GroupProgramming, aRefusedWriteLeadsNobodyToARowThatIsNotThere) {
   auto& at = this->at_;
   auto const handle = at.follow(at.commit(7, 1));
   at.take();
   at.answer(0, Asic::WriteResponse::refused);
   EXPECT_THAT(at.take(), ElementsAre("entryState failedNoIndex", "resolved failedNoIndex"));
-  EXPECT_EQ(handle->hwIndex().value(), 0u);
+  EXPECT_TRUE(handle->hwIndex().isExhausted());
+  EXPECT_EQ(at.indexOf(7), 0u) << "kept for the next write";
   at.commit(7, 2);
   EXPECT_THAT(at.take(),
               ElementsAre("entryState unresolved", "entryState inProgress", "resolved inProgress",
                           "write 0 mode 2", "published 0x288 7 was mode 1"));
+  at.answer(0);
+  at.commit(7, 3);
+  at.answer(0, Asic::WriteResponse::refused);
+  EXPECT_EQ(handle->hwIndex().value(), 0u) << "an earlier value stands there";
 }
 
 TYPED_TEST(GroupProgramming, aSuccessAfterTheStateWasResetDoesNotMoveIt) {
