@@ -89,7 +89,8 @@ TEST_F(GroupCommandsTest, whyReachesThroughToAnAcknowledgementThatNeverComes) {
   EXPECT_EQ(agent("why " + groups + " v1 --hardware other --chip-switch refuse-writes=100").out,
             "VXLAN group v1: the hardware refused to write row 3\n");
   EXPECT_EQ(agent("run " + groups + " --hardware other --chip-switch refuse-writes=100").code, 1);
-  EXPECT_TRUE(json("show AdjacencyTable --hardware other").at("tables").at("AdjacencyTable").empty())
+  EXPECT_TRUE(
+      json("show AdjacencyTable --hardware other").at("tables").at("AdjacencyTable").empty())
       << "nothing points at a row that was refused";
 }
 
