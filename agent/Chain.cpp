@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
-#include <algorithm>
+#include <set>
 
 #include "agent/EntryReader.h"
 #include "agent/Words.h"
@@ -76,10 +76,12 @@ void readTypeInto(L3AdjIdKeyType& field, std::string const& path, JsonValue cons
 // ---- next hops ----
 
 void readNextHops(ChainCheck const& check, std::string const& path, JsonValue const& value) {
-  for (auto const& [name, fields] : membersOf(path, value, "next hops by name", check.problems))
+  for (auto const& [name, fields] : membersOf(path, value, "next hops by name", check.problems)) {
+    auto& nextHop = check.chain.nextHops[name];  // known by its name, whatever is wrong in it
     if (auto const record =
             readEntry(tableTypeOf<NextHopTable>(), pathTo(path, name), fields, check.problems))
-      check.chain.nextHops[name] = Asic::EntryReflection<NextHopTable::Entry>::fromValue(*record);
+      nextHop = Asic::EntryReflection<NextHopTable::Entry>::fromValue(*record);
+  }
 }
 
 // ---- member blocks ----
@@ -131,6 +133,7 @@ void readGroups(ChainCheck const& check, WantedGroups<T>& groups, std::string co
   std::map<typename T::Key, std::string> names;
   for (auto const& [name, fields] : membersOf(path, value, "groups by name", check.problems)) {
     auto const groupPath = pathTo(path, name);
+    auto& group = groups[name];  // known by its name, whatever is wrong in it
     typename T::Key key{.type = L3AdjIdKeyType::ecmpGroup};
     bool hasId = false;
     FieldBeside const keyFields[] = {{"adjId",
@@ -153,7 +156,7 @@ void readGroups(ChainCheck const& check, WantedGroups<T>& groups, std::string co
       check.problems.add(groupPath, fmt::format("has the adjacency id and type of \"{}\"; give it "
                                                 "another \"adjId\"",
                                                 first->second));
-    groups[name] = {key, Asic::EntryReflection<typename T::Entry>::fromValue(*record)};
+    group = {key, Asic::EntryReflection<typename T::Entry>::fromValue(*record)};
   }
 }
 
@@ -200,19 +203,36 @@ void readAdjacencies(ChainCheck const& check, std::string const& path, JsonValue
 
 // ---- names ----
 
-template <class Entries>
-void addNames(std::vector<std::string_view>& names, Entries const& entries) {
-  for (auto const& each : entries) names.push_back(each.first);
-}
+/// The names of one kind, and a problem for each that stands for nothing.
+class KnownNames {
+ public:
+  KnownNames(std::string_view kind, std::string_view sections, Problems& problems)
+      : kind_(kind), sections_(sections), problems_(problems) {}
 
-void checkName(std::string const& path, std::string_view kind, std::string_view sections,
-               std::string const& name, std::vector<std::string_view> const& known,
-               Problems& problems) {
-  if (name.empty() || std::ranges::find(known, name) != known.end()) return;
-  problems.add(
-      path, fmt::format("no {} named \"{}\"; {}", kind, clipped(name),
-                        known.empty() ? fmt::format("{} none", sections) : hintFor(name, known)));
-}
+  template <class Entries>
+  void add(Entries const& entries) {
+    for (auto const& each : entries) names_.insert(each.first);
+  }
+  void check(std::string const& path, std::string const& name) {
+    if (name.empty() || names_.contains(name)) return;
+    problems_.add(path, fmt::format("no {} named \"{}\"{}", kind_, clipped(name), hintOf(name)));
+  }
+
+ private:
+  /// A hint takes a look at every name: whoever renamed all of them needs it no more than so often.
+  static constexpr int mostHints = 20;
+
+  std::string hintOf(std::string const& name) {
+    if (names_.empty()) return fmt::format("; {} none", sections_);
+    if (hints_++ >= mostHints) return "";
+    return "; " + hintFor(name, {names_.begin(), names_.end()});
+  }
+
+  std::string_view kind_, sections_;
+  Problems& problems_;
+  std::set<std::string_view> names_;
+  int hints_ = 0;
+};
 
 }  // namespace
 
@@ -233,19 +253,17 @@ std::span<ChainSection const> chainSections() {
 }
 
 void checkNames(WantedChain const& chain, Problems& problems) {
-  std::vector<std::string_view> nextHops, groups;
-  addNames(nextHops, chain.nextHops);
-  addNames(groups, chain.groups);
-  addNames(groups, chain.vxlanGroups);
+  KnownNames nextHops("next hop", "the section nextHops names", problems);
+  nextHops.add(chain.nextHops);
   for (auto const& [name, rows] : chain.blocks)
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-      auto const rowsPath = pathTo(pathTo(blocksSection, name), "rows");
-      checkName(pathTo(elementOf(rowsPath, i), "nextHop"), "next hop", "the section nextHops names",
-                rows[i].nextHop, nextHops, problems);
-    }
+    for (std::size_t i = 0; i < rows.size(); ++i)
+      nextHops.check(pathTo(elementOf(pathTo(pathTo(blocksSection, name), "rows"), i), "nextHop"),
+                     rows[i].nextHop);
+  KnownNames groups("group", "the sections groups and vxlanGroups name", problems);
+  groups.add(chain.groups);
+  groups.add(chain.vxlanGroups);
   for (auto const& [name, adjacency] : chain.adjacencies)
-    checkName(pathTo(pathTo(adjacenciesSection, name), "group"), "group",
-              "the sections groups and vxlanGroups name", adjacency.group, groups, problems);
+    groups.check(pathTo(pathTo(adjacenciesSection, name), "group"), adjacency.group);
   for (auto const& each : chain.vxlanGroups)
     if (chain.groups.contains(each.first))
       problems.add(pathTo(vxlanGroupsSection, each.first),

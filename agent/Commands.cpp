@@ -219,9 +219,13 @@ int checkCommand(Options const& options) {
   };
   auto const text = [&] {
     return equal ? fmt::format("The hardware holds what \"{}\" asks.\n", options.configuration)
-                 : fmt::format("{}\nThe hardware does not hold what \"{}\" asks: {}.\n",
-                               differencesText(report), options.configuration,
-                               counted(report.changes.size(), "entry differs", "entries differ"));
+                 : fmt::format(
+                       "{}\nThe hardware does not hold what \"{}\" asks: {}.\n",
+                       differencesText(report), options.configuration,
+                       report.changes.empty()
+                           ? counted(report.unfinished.size(), "entry is not in place",
+                                     "entries are not in place")
+                           : counted(report.changes.size(), "entry differs", "entries differ"));
   };
   print(options, json, text);
   return warnOfUnfinished(report, equal ? exitFine : exitProblem);

@@ -40,6 +40,14 @@ std::array<ChainTable const*, 5> LiveChain::tables() const {
 
 void LiveChain::start(Vell::Ptr<Asic::Chip> const& chip) {
   for (auto* table : bottomUp()) table->start(chip);
+  forEachGroupRow([this](U32 row) { groups_.table().indexAllocator()->candidateIs(row); });
+}
+
+/// Rows of groups that were found, of either table.
+template <class Visitor>
+void LiveChain::forEachGroupRow(Visitor const& visitor) const {
+  for (auto const& each : groups_.found()) visitor(each.first);
+  for (auto const& each : vxlanGroups_.found()) visitor(each.first);
 }
 
 // ---- replay ----
@@ -53,12 +61,14 @@ void LiveChain::replay(WantedChain const& wanted) {
     groups_.handleIs(name, groups_.table().entryCommit(group.key, group.entry));
   for (auto const& [name, group] : wanted.vxlanGroups)
     vxlanGroups_.handleIs(name, vxlanGroups_.table().entryCommit(group.key, group.entry));
-  for (auto const& [name, adjacency] : wanted.adjacencies) {
+  GroupFinder const finder(wanted, adjacencies_.found(), groups_.found(), vxlanGroups_.found());
+  for (auto const* each : finder.adjacencies()) {
+    auto const& [name, adjacency] = *each;
     AdjacencyTable::Entry entry;
     entry.groupHandle = groupHandle(adjacency.group);
     adjacencies_.handleIs(name, adjacencies_.table().entryCommit({.id = adjacency.id}, entry));
   }
-  suggest(wanted);
+  suggest(wanted, finder);
 }
 
 LiveChain::Handle LiveChain::committedBlock(std::vector<WantedRow> const& rows) {
@@ -79,9 +89,9 @@ LiveChain::Handle LiveChain::groupHandle(std::string const& name) const {
 
 /// From the top down. Adjacencies have told their groups already; what nothing leads to is found by
 /// what it holds.
-void LiveChain::suggest(WantedChain const& wanted) {
-  suggestGroups(wanted, groups_);
-  suggestGroups(wanted, vxlanGroups_);
+void LiveChain::suggest(WantedChain const& wanted, GroupFinder const& places) {
+  suggestGroups(groups_, places);
+  suggestGroups(vxlanGroups_, places);
   if (nextHops_.found().empty() && members_.found().empty()) return;
   PlaceFinder const finder(wanted, nextHops_.found(), members_.found());
   for (auto const& [name, first] : finder.blocks()) suggestTo(members_.handle(name), {first});
@@ -91,24 +101,18 @@ void LiveChain::suggest(WantedChain const& wanted) {
   }
 }
 
-/// Each row that nobody has claimed and no adjacency leads to is offered to one group of its value.
+/// Groups that found no place by what points at them, as far as their values tell one.
 template <class T>
-void LiveChain::suggestGroups(WantedChain const& wanted, NamedTable<T> const& groups) const {
-  std::set<U32> ledTo;
-  for (auto const& each : wanted.adjacencies)
-    if (auto const at = adjacencies_.found().find(each.second.id); at != adjacencies_.found().end())
-      ledTo.insert(at->second.group);
-  std::map<typename T::Entry, std::vector<U32>> rowsOf;  // the highest first
-  for (auto const& [row, entry] : groups.found() | std::views::reverse)
-    if (!ledTo.contains(row) && groups.table().syncedEntryGet(row)) rowsOf[entry].push_back(row);
-  for (auto const& [name, handle] : groups.handles()) {
-    if (handle->entryState() != State::unresolved || groups.table().indexHelper(*handle)) continue;
-    auto const& key = static_cast<typename T::EntryHandle const&>(*handle).key();
-    auto const rows = rowsOf.find(groups.table().entry(key));
-    if (rows == rowsOf.end() || rows->second.empty()) continue;
-    suggestTo(handle, {rows->second.back()});
-    rows->second.pop_back();
-  }
+void LiveChain::suggestGroups(NamedTable<T> const& groups, GroupFinder const& finder) const {
+  std::map<std::string, typename T::Entry> open;
+  for (auto const& [name, handle] : groups.handles())
+    if (handle->entryState() == State::unresolved)
+      open[name] = groups.table().entry(static_cast<typename T::EntryHandle const&>(*handle).key());
+  HeldRows<T> unclaimed;
+  for (auto const& each : groups.found())
+    if (groups.table().syncedEntryGet(each.first)) unclaimed.insert(each);
+  for (auto const& [name, row] : finder.placesOf(open, unclaimed))
+    suggestTo(groups.handle(name), {row});
 }
 
 void LiveChain::replayEnded(Asic::Chip& chip) {
@@ -119,6 +123,8 @@ void LiveChain::replayEnded(Asic::Chip& chip) {
   for (auto* table : bottomUp()) {
     if (table->needsEntries()) settle();
     table->replayEnded();
+    if (table == &vxlanGroups_)
+      forEachGroupRow([this](U32 row) { groups_.table().indexAllocator()->candidateDel(row); });
   }
   settle();
 }
@@ -158,7 +164,11 @@ std::string LiveChain::why(ChainTable const& table, std::string const& name,
   auto const place = table.placeText(*handle);
   if (place.empty())
     return fmt::format("{} {} has no rows, and nothing to wait for", table.kind(), name);
-  return fmt::format("{} {} is in the hardware, {}", table.kind(), name, place);
+  auto const line = fmt::format("{} {} is in the hardware, {}", table.kind(), name, place);
+  for (auto const& needed : table.needed(*handle))
+    if (auto const& of = tableOf(*needed); !of.isInHardware(*needed))
+      return line + "; " + why(of, of.nameOf(*needed), needed);
+  return line;
 }
 
 std::vector<std::string> LiveChain::unfinished() const {

@@ -6,6 +6,8 @@
 //     deleted in the opposite order. So no row of the hardware ever points at something gone.
 //  2. Before the replay of a table ends whose entries need others, the hardware has had the time to
 //     acknowledge the writes of those: what waits for them has then found its place.
+//  3. Until the replay of both tables of groups has ended, rows of groups that were found are the last
+//     to be given to new ones: the allocator is theirs together, and knows of none of them yet.
 //
 // Threading: one thread.
 
@@ -15,6 +17,7 @@
 
 #include "agent/Chain.h"
 #include "agent/ChainTree.h"
+#include "agent/GroupFinder.h"
 #include "agent/NamedTable.h"
 
 namespace DlbAgent {
@@ -52,9 +55,11 @@ class LiveChain {
   std::array<ChainTable*, 5> bottomUp();
   Handle committedBlock(std::vector<WantedRow> const& rows);
   Handle groupHandle(std::string const& name) const;
-  void suggest(WantedChain const& wanted);
+  void suggest(WantedChain const& wanted, GroupFinder const& finder);
   template <class T>
-  void suggestGroups(WantedChain const& wanted, NamedTable<T> const& groups) const;
+  void suggestGroups(NamedTable<T> const& groups, GroupFinder const& finder) const;
+  template <class Visitor>
+  void forEachGroupRow(Visitor const& visitor) const;
   ChainTable const& tableOf(Asic::SwTableBase::EntryHandle const& handle) const;
   std::string why(ChainTable const& table, std::string const& name, Handle const& handle) const;
   std::string hindrance(ChainTable const& table, Handle const& handle) const;

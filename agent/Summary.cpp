@@ -77,9 +77,13 @@ std::string summaryText(Report const& report, Mood mood) {
   auto const totals = report.totals();
   addRow(table, "all tables", totals);
   bool const unchanged = totals.rewritten + totals.added + totals.deleted == 0;
-  return fmt::format(
-      "{}\n{}\n", table.text(),
-      emphasised(sentence(totals, mood), unchanged ? Emphasis::good : Emphasis::changed));
+  auto const unfinished = report.unfinished.empty()
+                              ? std::string()
+                              : fmt::format(" Not in place after that: {}.",
+                                            counted(report.unfinished.size(), "entry", "entries"));
+  return fmt::format("{}\n{}\n", table.text(),
+                     emphasised(sentence(totals, mood) + unfinished,
+                                unchanged ? Emphasis::good : Emphasis::changed));
 }
 
 }  // namespace DlbAgent

@@ -24,7 +24,9 @@ class BitmapTree {
   void grow(U32 before, U32 size);
   /// The lowest number; `none` if there is none.
   U32 lowest() const;
-  bool has(U32 number) const { return levels_[0][number / 64] >> number % 64 & 1; }
+  bool has(U32 number) const {
+    return number / 64 < levels_[0].size() && (levels_[0][number / 64] >> number % 64 & 1) != 0;
+  }
   void insert(U32 number);
   void erase(U32 number);
 

@@ -34,7 +34,7 @@ void SwTable::dispatchResponse(Asic::Index index, EntryState outcome) {
   auto const handle = getEntryHandle(index);
   if (!handle) return;
   // Before the state: whoever watches it reads the index. A refused write leaves the row as it was,
-  // and with it what the handle says: nobody must be led to a row that is not there.
+  // and with it what the handle says: nobody else is led to a row that is not there.
   if (outcome != WriteResponse::refused) handle->hwIndexIs(index);
   handle->resolvedEntryStateIs(outcome);
 }

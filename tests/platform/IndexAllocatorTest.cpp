@@ -227,6 +227,9 @@ TEST(IndexAllocator, sizesThatAreUnknownOneOrGrow) {
   unknown.allocator->sizeIs(0);
   EXPECT_EQ(unknown.allocator->size(), 2u) << "one table knows more than the others";
   Shared<Asic::FirstFreeIndexAllocator> assumed(0);
+  assumed.allocator->candidateIs(0);
+  assumed.allocator->candidateIs(1);
+  assumed.allocator->candidateDel(0);
   EXPECT_EQ(allocated(*assumed.allocator, Key{1}).value(), 0u);
   assumed.allocator->sizeIs(2);
   EXPECT_EQ(assumed.allocator->size(), Asic::GenericIndexAllocator::sizeIfUnknown) << "in use";
