@@ -44,7 +44,8 @@ void GroupAccessor<T>::programHwEntry(Key const& key, EntryState entryState) {
     handle->entryStateIs(entryState);
     handle->resolvedEntryStateIs(entryState);
   }
-  if (!swTable_->entryHas(key)) return;  // a watcher removed it, and that was carried
+  // A watcher removed it, or put another handle in this one's place: that was carried.
+  if (!swTable_->entryHas(key) || swTable_->entryHandle(key) != handle) return;
   auto const hwIndex = this->allocator().newIndexForKey(T::keyType(), &key);
   this->traceHwIndex(hwIndex);
   if (auto const util = this->utilIfExists()) {
@@ -57,7 +58,8 @@ void GroupAccessor<T>::programHwEntry(Key const& key, EntryState entryState) {
     swTable_->reconcilingEntryIs(entryState == indexReconciled);
     hwTableEntryIs(*util, key, hwIndex, handle.get());
     // A hook may have removed it: its index may be another's by now.
-    if (handle && util->indexKnownAtWrite() && swTable_->entryHas(key)) handle->hwIndexIs(hwIndex);
+    if (handle && util->indexKnownAtWrite() && this->doRetrieveHwIndex(key) == hwIndex)
+      handle->hwIndexIs(hwIndex);
   }
   this->doCompleteEntryHandleForTesting(key);
 }
@@ -302,7 +304,7 @@ bool GroupAccessor<T>::processIndexSuggestion(EntryHandle& handle, Index hwIndex
   if (!wasFound)  // the hardware holds it, and sync has told the tracker of nothing there
     this->utilIfExists()->updateHwIndexRefCountTracker(swTable_->hwTable(), hwIndex.value(),
                                                        Tracker::userAdd);
-  if (handle.entryState() != EntryState::unresolved || !swTable_->entryHas(key))
+  if (handle.entryState() != EntryState::unresolved || this->doRetrieveHwIndex(key) != hwIndex)
     return true;  // a watcher wrote it anew, or removed it
   handle.hwIndexIs(hwIndex);
   handle.entryStateIs(EntryState::indexReconciled);

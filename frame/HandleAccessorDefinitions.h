@@ -156,7 +156,8 @@ template <class T>
 void HandleAccessor<T>::placeAtCandidate(EntryHandle& handle) {
   auto const key = handle.key();
   auto const index = self().reconcileUsingIndexHelper(key, Compare::no);
-  if (index.isExhausted()) return;
+  // A watcher may have removed it, and its index may be another's.
+  if (index.isExhausted() || doRetrieveHwIndex(key) != index) return;
   handle.hwIndexIs(index);
   // The record of the row has gone: only the entry itself can tell whether the tracker knows it.
   swTable_->resolvedKeyPriorIs(SwTable::KeyPrior::noKey);
