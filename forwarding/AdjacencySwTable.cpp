@@ -1,8 +1,10 @@
 #include "forwarding/AdjacencySwTable.h"
 
 #include "forwarding/SmallTableDefinitions.h"
+#include "frame/UnresolvedEntriesDefinitions.h"
 
 template class Asic::HandleTable<Forwarding::AdjacencyTable, Forwarding::AdjacencySheet>;
+template class Asic::UnresolvedEntries<Forwarding::AdjacencyTable, Forwarding::AdjacencySheet>;
 template class Asic::TableEntryHandle<Forwarding::AdjacencyTable>;
 template class Forwarding::SmallTable<Forwarding::AdjacencyTable, Forwarding::AdjacencySheet>;
 
@@ -16,27 +18,11 @@ Vell::ZarnType AdjacencySharedAllocator::type() {
 
 // ---- records ----
 
-constinit Zarn::AllocTrackTypeInfo AdjacencyTable::UnresolvedAdjacency::memAllocationTracker_{
+constinit Zarn::AllocTrackTypeInfo UnresolvedAdjacency::memAllocationTracker_{
     "Forwarding::AdjacencyTable::UnresolvedAdjacency"};
 
-Vell::ZarnType AdjacencyTable::UnresolvedAdjacency::typeData() const {
-  return {&module(), unresolvedTypeNumber};
-}
-
-void AdjacencyTable::UnresolvedAdjacency::doResolve() {
-  Vell::Ptr<UnresolvedAdjacency> const held(this);
-  Vell::Ptr<Asic::SwTable> const table = swTable();
-  if (!table) return;
-  Asic::SwTable::OperationScope const scope(*table);
-  AccessorT(static_cast<AdjacencyTable&>(*table)).doResolve(*this);
-}
-
-void AdjacencyTable::UnresolvedAdjacency::markFailedNeededEntry() {
-  Vell::Ptr<UnresolvedAdjacency> const held(this);
-  Vell::Ptr<Asic::SwTable> const table = swTable();
-  if (!table) return;
-  Asic::SwTable::OperationScope const scope(*table);
-  AccessorT(static_cast<AdjacencyTable&>(*table)).markFailedNeededEntry(*this);
+Vell::ZarnType UnresolvedAdjacency::typeData() const {
+  return {&AdjacencyTable::module(), AdjacencyTable::unresolvedTypeNumber};
 }
 
 // ---- the table ----
@@ -52,9 +38,8 @@ AdjacencyTable::HandlePtr AdjacencyTable::entryCommit(Key key, Entry const& entr
   handle->entryStateIs(Asic::SwTableBase::EntryState::unresolved);
   auto const former = unresolved(key);  // with its group, until the new one is in its place
   unresolvedDel(key);
-  Vell::Ptr<UnresolvedAdjacency> const record = new UnresolvedAdjacency(key, entry);
-  unresolved_.newMemberG(key, {record, key});
-  record->swTableIs(this);
+  auto const record = unresolvedIs(key);
+  record->rows().row = entry;
   AccessorT(*this).initUnresolved(*record);
   // Still waiting: the row that lies there from before knows where its group was.
   if (!configReplayComplete() &&
@@ -68,23 +53,6 @@ AdjacencyTable::HandlePtr AdjacencyTable::entryCommit(Key key, Entry const& entr
 bool AdjacencyTable::isWanted(Key const& key, Entry const& entry) const {
   if (auto const record = unresolved(key)) return record->rows().row == entry;
   return resolvedHas(key) && this->entry(key) == entry;
-}
-
-Vell::Ptr<AdjacencyTable::UnresolvedAdjacency> AdjacencyTable::unresolved(Key const& key) const {
-  auto const* const node = unresolved_.lookupNodeG(key);
-  return node ? node->value_ : nullptr;
-}
-
-void AdjacencyTable::unresolvedDel(Key const& key) {
-  UnresolvedMap::Node removed;
-  if (!unresolved_.deleteMemberG(key, &removed)) return;
-  removed.value_->neededEntryHandleSmDelAll();
-  removed.value_->swTableIs(nullptr);
-}
-
-void AdjacencyTable::unresolvedDelAll() {
-  for (Zarn::HashMap2018IteratorGeneric at(unresolved_); at; at.advance())
-    unresolvedDel(at.currNodeMaybeStale()->key());
 }
 
 Asic::Index AdjacencyTable::newIndex(IndexAllocator& allocator, Key const& key) {

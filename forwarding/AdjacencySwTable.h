@@ -17,7 +17,7 @@
 #include <string_view>
 
 #include "forwarding/SmallTable.h"
-#include "platform/asic/UnresolvedEntry.h"
+#include "frame/UnresolvedEntries.h"
 
 namespace Forwarding {
 
@@ -35,13 +35,18 @@ class AdjacencySharedAllocator final : public Asic::FirstFreeIndexAllocator {
   Vell::ZarnType typeData() const override { return type(); }
 };
 
+class UnresolvedAdjacency;
+
 struct AdjacencySheet : SmallSheet {
   static constexpr Asic::TableNames names{"Forwarding::AdjacencyTable", "AdjacencySwTable"};
-  static constexpr Asic::HandleMapConstants maps{.entryHandle = 0x37D0A96B,
-                                                 .resolvedEntry = 0xE25C418F};
+  static constexpr Asic::HandleMapConstants maps{
+      .entryHandle = 0x37D0A96B, .resolvedEntry = 0xE25C418F, .unresolved = 0x58B13F04};
+  static constexpr U32 unresolvedField = 0x28e;
 
   using Key = AdjacencyKey;
   using IndexAllocator = AdjacencySharedAllocator;
+  template <class T>
+  using Record = UnresolvedAdjacency;
 
   class Entry : public Asic::FieldEntry<Entry> {
    public:
@@ -71,32 +76,11 @@ struct AdjacencySheet : SmallSheet {
   };
 };
 
-class AdjacencyTable final : public SmallTable<AdjacencyTable, AdjacencySheet> {
+class AdjacencyTable final : public SmallTable<AdjacencyTable, AdjacencySheet>,
+                             public Asic::UnresolvedEntries<AdjacencyTable, AdjacencySheet> {
  public:
+  using Key = AdjacencyKey;
   using KeyNames = AdjacencyNames;
-
-  /// The record of an adjacency that waits for its group.
-  class UnresolvedAdjacency final : public Asic::SwTable::UnresolvedEntry,
-                                    public Bruvel::Allocated<UnresolvedAdjacency> {
-   public:
-    static Zarn::AllocTrackTypeInfo memAllocationTracker_;
-
-    UnresolvedAdjacency(Key key, Entry const& entry) : key_(key), rows_{entry} {}
-    Vell::ZarnType typeData() const override;
-    void doResolve() override;
-    void markFailedNeededEntry() override;
-
-    Key const& key() const { return key_; }
-    Rows& rows() { return rows_; }
-    Rows const& rows() const { return rows_; }
-
-   private:
-    Key key_;
-    Rows rows_;
-  };
-  using UnresolvedRecord = UnresolvedAdjacency;
-  using UnresolvedMap =
-      Zarn::HashMap2018<Zarn::HN<Key, Vell::Ptr<UnresolvedAdjacency>, 0x58B13F04>>;
 
   static constexpr std::string_view initUnresolvedName = "initUnresolvedEntry";
   static constexpr U32 unresolvedTypeNumber = 8;
@@ -107,22 +91,38 @@ class AdjacencyTable final : public SmallTable<AdjacencyTable, AdjacencySheet> {
   /// The table shall own this adjacency, and that group shall serve it. Goes to the hardware as soon
   /// as the group is usable.
   HandlePtr entryCommit(Key key, Entry const& entry);
-  /// The record of an adjacency that waits for its group, or null.
-  Vell::Ptr<UnresolvedAdjacency> unresolved(Key const& key) const;
 
   // For the generic logic.
 
   /// The id's own row, or the exhausted index if the hardware has none of that number.
   static Asic::Index newIndex(IndexAllocator& allocator, Key const& key);
-  bool unresolvedHas(Key const& key) const { return unresolved(key) != nullptr; }
-  void unresolvedDel(Key const& key);
-  void unresolvedDelAll();
+  using UnresolvedEntries::unresolvedDel;
+  using UnresolvedEntries::unresolvedDelAll;
+  using UnresolvedEntries::unresolvedHas;
   void resolvedIs(UnresolvedAdjacency const& record);
 
  private:
   bool isWanted(Key const& key, Entry const& entry) const;
+};
 
-  UnresolvedMap unresolved_{1, false};
+/// The record of an adjacency that waits for its group.
+class UnresolvedAdjacency final : public Asic::TableRecord<AdjacencyTable, UnresolvedAdjacency> {
+ public:
+  using Key = AdjacencyKey;
+  using Rows = AdjacencyTable::Rows;
+
+  static Zarn::AllocTrackTypeInfo memAllocationTracker_;
+
+  explicit UnresolvedAdjacency(Key key) : key_(key) {}
+  Vell::ZarnType typeData() const override;
+
+  Key const& key() const { return key_; }
+  Rows& rows() { return rows_; }
+  Rows const& rows() const { return rows_; }
+
+ private:
+  Key key_;
+  Rows rows_;
 };
 
 /// A new table, empty and in its first phase.
@@ -131,6 +131,8 @@ Vell::Ptr<AdjacencyTable> adjacencyTableFactory();
 }  // namespace Forwarding
 
 extern template class Asic::HandleTable<Forwarding::AdjacencyTable, Forwarding::AdjacencySheet>;
+extern template class Asic::UnresolvedEntries<Forwarding::AdjacencyTable,
+                                              Forwarding::AdjacencySheet>;
 extern template class Asic::TableEntryHandle<Forwarding::AdjacencyTable>;
 extern template class Forwarding::SmallTable<Forwarding::AdjacencyTable,
                                              Forwarding::AdjacencySheet>;

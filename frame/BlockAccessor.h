@@ -49,8 +49,6 @@ class BlockAccessor : public HandleAccessor<T> {
   /// Everything that the record needs is usable: fills in its indices and moves it on.
   template <class Record>
   void doResolve(Record& record);
-  template <class Record>
-  void markFailedNeededEntry(Record& record);
 
   // Restart.
 
@@ -74,7 +72,7 @@ class BlockAccessor : public HandleAccessor<T> {
 
   void writeRows(Util const& util, Key const& key, Index hwIndex);
   bool adoptSuggestion(EntryHandle& handle, Index index);
-  void suggestIndexToNeededTable(Rows block, Index baseIndex);
+  void suggestIndicesToNeededTable(Rows block, Index baseIndex);
   void staleBlock(Util const& util, Index index);
   void staleRow(Util const& util, Index index);
 };

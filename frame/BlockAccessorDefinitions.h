@@ -92,15 +92,12 @@ void BlockAccessor<T>::writeRows(Util const& util, Key const& key, Index hwIndex
 template <class T>
 template <class Record>
 void BlockAccessor<T>::initUnresolved(Record& record) {
-  auto const util = this->utilIfExists();
   std::as_const(record).rows().forEach([&](SwTableBase::Index, Entry const& row) {
-    if (auto const& needed = row.neededEntryHandle();
-        needed && !SwTable::UnresolvedEntry::isUsable(*needed, util.get()))
-      record.neededEntryHandleSmIs(*needed);
+    this->watchNeeded(record, row.neededEntryHandle().get());
   });
   if (record.neededEntryHandleSms() != 0) {
     // One that failed before the watch began will not fail again.
-    if (record.neededEntryHasFailed()) markFailedNeededEntry(record);
+    if (record.neededEntryHasFailed()) this->markFailedNeededEntry(record);
     return;
   }
   trace(traceLife, T::initUnresolvedName, ": Resolved block: ", static_cast<void const*>(&record));
@@ -123,14 +120,6 @@ void BlockAccessor<T>::doResolve(Record& record) {
   if (record.swTable()) swTable_->unresolvedDel(record.key());  // else another one has its place
 }
 
-template <class T>
-template <class Record>
-void BlockAccessor<T>::markFailedNeededEntry(Record& record) {
-  auto const key = record.key();
-  if (Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key))
-    handle->entryStateIs(EntryState::failedNeededEntry);
-}
-
 // ---- suggestions ----
 
 /// True if the suggestion settled the entry's index.
@@ -151,7 +140,7 @@ bool BlockAccessor<T>::processIndexSuggestion(EntryHandle& handle, Index index) 
   // A waiting entry has nothing to compare yet; the candidate stays for when it has.
   if constexpr (Trait::needsEntries<T>)
     if (auto const record = swTable_->unresolved(handle.key()))
-      suggestIndexToNeededTable(record->rows(), index);
+      suggestIndicesToNeededTable(record->rows(), index);
   return false;
 }
 
@@ -172,17 +161,13 @@ bool BlockAccessor<T>::adoptSuggestion(EntryHandle& handle, Index index) {
 
 /// By value: what is suggested may resolve the record that the block is part of.
 template <class T>
-void BlockAccessor<T>::suggestIndexToNeededTable(Rows block, Index baseIndex) {
-  constexpr std::string_view name = "suggestIndexToNeededTable";
+void BlockAccessor<T>::suggestIndicesToNeededTable(Rows block, Index baseIndex) {
   U32 const size = block.getBlockSize();
-  trace(traceKey, name, ": swEntry:", block, ", baseIndex:", baseIndex, ", blockSize:", size);
+  trace(traceKey, "suggestIndexToNeededTable", ": swEntry:", block, ", baseIndex:", baseIndex,
+        ", blockSize:", size);
   for (U32 i = 0; i < size; ++i) {
     auto const synced = swTable_->syncedEntry(baseIndex.value() + i);
-    auto const row = block.entry(i);
-    trace(traceKey, name, ": swEntry:", row, ", syncedEntry:", synced);
-    if (auto const& needed = row.neededEntryHandle();
-        needed && needed->entryState() == EntryState::unresolved)
-      SwTableBase::suggestIndicesToNeededEntryHandle(*needed, {synced.neededIndex()});
+    this->suggestIndexToNeededTable(block.entry(i), synced);
   }
 }
 

@@ -26,7 +26,7 @@
 #pragma once
 
 #include "frame/HandleTable.h"
-#include "platform/asic/UnresolvedEntry.h"
+#include "frame/UnresolvedEntries.h"
 
 namespace Asic {
 
@@ -35,8 +35,7 @@ struct BlockTableReflection;
 
 /// The record of one block that waits for its next hops.
 template <class T>
-class UnresolvedEntryBlock final : public SwTable::UnresolvedEntry,
-                                   public Bruvel::Allocated<UnresolvedEntryBlock<T>> {
+class UnresolvedEntryBlock final : public TableRecord<T, UnresolvedEntryBlock<T>> {
  public:
   using Key = typename T::Key;
 
@@ -47,8 +46,6 @@ class UnresolvedEntryBlock final : public SwTable::UnresolvedEntry,
   Vell::ZarnType typeData() const override {
     return {&T::module(), T::unresolvedEntryBlockTypeNumber};
   }
-  void doResolve() override;
-  void markFailedNeededEntry() override;
 
   /// The block; its next hops' indices are filled in when it resolves, which leaves it equal.
   Key const& entryBlock() const { return entryBlock_; }
@@ -61,7 +58,9 @@ class UnresolvedEntryBlock final : public SwTable::UnresolvedEntry,
 };
 
 template <class T, class Sheet>
-class BlockTable : public HandleTable<T, Sheet> {
+class BlockTable : public HandleTable<T, Sheet>, public UnresolvedEntries<T, Sheet> {
+  using Waiting = UnresolvedEntries<T, Sheet>;
+
  public:
   using Base = HandleTable<T, Sheet>;
   using EntryBlock = typename Sheet::Key;
@@ -70,18 +69,8 @@ class BlockTable : public HandleTable<T, Sheet> {
   using EntryHandle = typename Base::EntryHandle;
   using HandlePtr = Vell::Ptr<SwTableBase::EntryHandle const>;
   using UnresolvedEntryBlock = Asic::UnresolvedEntryBlock<T>;
-  using UnresolvedRecord = UnresolvedEntryBlock;
   using HN_ResolvedEntryBlock = Zarn::HNKeyOnly<EntryBlock, Sheet::maps.resolvedEntryBlock>;
   using ResolvedEntryBlockMap = Zarn::HashMap2018<HN_ResolvedEntryBlock>;
-
-  /// Reads a record's key for the map, which holds no key of its own.
-  struct UnresolvedKeyFunktor {
-    EntryBlock const& operator()(Vell::Ptr<UnresolvedEntryBlock> const& record) const;
-  };
-  using HN_UnresolvedEntryBlock =
-      Zarn::HNKeyInValue<Vell::Ptr<UnresolvedEntryBlock>, UnresolvedKeyFunktor,
-                         Sheet::maps.unresolvedEntryBlock>;
-  using UnresolvedEntryBlockMap = Zarn::HashMap2018<HN_UnresolvedEntryBlock>;
 
   /// Numbers of the table's types in its module.
   static constexpr U32 entryTypeNumber = 0;
@@ -93,8 +82,8 @@ class BlockTable : public HandleTable<T, Sheet> {
   static constexpr U32 typeNumber = 6;
   static constexpr U32 syncedEntryTypeNumber = 7;
   /// Field ids of the publications, and what their former value is.
-  static constexpr U32 resolvedEntryBlockField = 0x286;    ///< the block, or null
-  static constexpr U32 unresolvedEntryBlockField = 0x28e;  ///< the record, or null
+  static constexpr U32 resolvedEntryBlockField = 0x286;                     ///< the block, or null
+  static constexpr U32 unresolvedEntryBlockField = Sheet::unresolvedField;  ///< the record, or null
 
   // What clients ask.
 
@@ -103,7 +92,9 @@ class BlockTable : public HandleTable<T, Sheet> {
   /// Blocks known, committed or only referenced.
   U32 entryBlocks() const { return this->entryHandleMap().count(); }
   /// The waiting record of the block, or null.
-  Vell::Ptr<UnresolvedEntryBlock> unresolvedEntryBlock(EntryBlock const& key) const;
+  Vell::Ptr<UnresolvedEntryBlock> unresolvedEntryBlock(EntryBlock const& key) const {
+    return this->unresolved(key);
+  }
 
   // What clients do. Both throw `std::logic_error`, with nothing changed, for a block whose rows
   // are not as many as its block size says.
@@ -119,10 +110,14 @@ class BlockTable : public HandleTable<T, Sheet> {
 
   // The collections, for the generic logic.
 
-  Vell::Ptr<UnresolvedEntryBlock> unresolvedEntryBlockIs(EntryBlock const& key);
+  Vell::Ptr<UnresolvedEntryBlock> unresolvedEntryBlockIs(EntryBlock const& key) {
+    return this->unresolvedIs(key);
+  }
   /// Takes the record out, watching nothing any more, and gives it; null if there was none.
-  Vell::Ptr<UnresolvedEntryBlock> unresolvedEntryBlockDel(EntryBlock const& key);
-  void unresolvedEntryBlockDelAll();
+  Vell::Ptr<UnresolvedEntryBlock> unresolvedEntryBlockDel(EntryBlock const& key) {
+    return this->unresolvedDel(key);
+  }
+  void unresolvedEntryBlockDelAll() { this->unresolvedDelAll(); }
   /// Stores the block with its next hops' indices filled in; nothing if it is there.
   void resolvedEntryBlockIs(EntryBlock const& key);
   /// False if it was not there.
@@ -132,7 +127,6 @@ class BlockTable : public HandleTable<T, Sheet> {
   void handleEntryBlock(EntryBlock const& key);
 
   ResolvedEntryBlockMap const& resolvedEntryBlockMap() const { return resolvedEntryBlock_; }
-  UnresolvedEntryBlockMap const& unresolvedEntryBlockMap() const { return unresolvedEntryBlock_; }
 
   // What the generic logic calls these collections, and their operations in its lines.
 
@@ -153,19 +147,9 @@ class BlockTable : public HandleTable<T, Sheet> {
   void resolvedIs(UnresolvedEntryBlock const& record) { resolvedEntryBlockIs(record.entryBlock()); }
   void resolvedDel(EntryBlock const& key) { resolvedEntryBlockDel(key); }
   void resolvedDelAll() { resolvedEntryBlockDelAll(); }
-  Vell::Ptr<UnresolvedEntryBlock> unresolved(EntryBlock const& key) const {
-    return unresolvedEntryBlock(key);
-  }
-  bool unresolvedHas(EntryBlock const& key) const {
-    return unresolvedEntryBlock_.lookupNodeG(key) != nullptr;
-  }
-  void unresolvedDel(EntryBlock const& key) { unresolvedEntryBlockDel(key); }
-  void unresolvedDelAll() { unresolvedEntryBlockDelAll(); }
-
-  // What records call.
-
-  void resolveRecord(UnresolvedEntryBlock& record);
-  void markFailedRecord(UnresolvedEntryBlock& record);
+  using Waiting::unresolvedDel;
+  using Waiting::unresolvedDelAll;
+  using Waiting::unresolvedHas;
 
  protected:
   using AccessorT = SwTable::Accessor<T>;
@@ -179,7 +163,6 @@ class BlockTable : public HandleTable<T, Sheet> {
   HandlePtr startNewBlock(EntryHandle& handle);
 
   ResolvedEntryBlockMap resolvedEntryBlock_{1, false};
-  UnresolvedEntryBlockMap unresolvedEntryBlock_{1, false};
 };
 
 }  // namespace Asic

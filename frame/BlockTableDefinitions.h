@@ -9,6 +9,7 @@
 #include "frame/BlockTable.h"
 #include "frame/BlockTableReflection.h"
 #include "frame/HandleTableDefinitions.h"
+#include "frame/UnresolvedEntriesDefinitions.h"
 #include "platform/ostler/Utility.h"
 
 namespace Asic {
@@ -18,38 +19,6 @@ namespace Asic {
 template <class T>
 constinit Zarn::AllocTrackTypeInfo UnresolvedEntryBlock<T>::memAllocationTracker_{
     NestedName<T, "::UnresolvedEntryBlock">::view};
-
-template <class T>
-void UnresolvedEntryBlock<T>::doResolve() {
-  Vell::Ptr<UnresolvedEntryBlock> const held(this);
-  if (Vell::Ptr<SwTable> const table = this->swTable())
-    static_cast<T&>(*table).resolveRecord(*this);
-}
-
-template <class T>
-void UnresolvedEntryBlock<T>::markFailedNeededEntry() {
-  Vell::Ptr<UnresolvedEntryBlock> const held(this);
-  if (Vell::Ptr<SwTable> const table = this->swTable())
-    static_cast<T&>(*table).markFailedRecord(*this);
-}
-
-template <class T, class Sheet>
-auto BlockTable<T, Sheet>::UnresolvedKeyFunktor::operator()(
-    Vell::Ptr<UnresolvedEntryBlock> const& record) const -> EntryBlock const& {
-  return record->entryBlock();
-}
-
-template <class T, class Sheet>
-void BlockTable<T, Sheet>::resolveRecord(UnresolvedEntryBlock& record) {
-  SwTable::OperationScope const scope(*this);
-  AccessorT(this->table()).doResolve(record);
-}
-
-template <class T, class Sheet>
-void BlockTable<T, Sheet>::markFailedRecord(UnresolvedEntryBlock& record) {
-  SwTable::OperationScope const scope(*this);
-  AccessorT(this->table()).markFailedNeededEntry(record);
-}
 
 // ---- what clients do ----
 
@@ -67,7 +36,7 @@ template <class T, class Sheet>
 auto BlockTable<T, Sheet>::knownHandle(EntryBlock const& key, std::string_view operation)
     -> Vell::Ptr<EntryHandle> {
   AccessorT const accessor(this->table());
-  if (!unresolvedHas(key) && !resolvedHas(key)) {
+  if (!this->unresolvedHas(key) && !resolvedHas(key)) {
     accessor.trace(traceClient, operation, " : Writing new entry : ", key);
     return nullptr;
   }
@@ -140,44 +109,6 @@ void BlockTable<T, Sheet>::handleEntryBlock(EntryBlock const& key) {
 }
 
 // ---- the collections ----
-
-template <class T, class Sheet>
-auto BlockTable<T, Sheet>::unresolvedEntryBlock(EntryBlock const& key) const
-    -> Vell::Ptr<UnresolvedEntryBlock> {
-  auto const* node = unresolvedEntryBlock_.lookupNodeG(key);
-  return node ? node->value_ : nullptr;
-}
-
-template <class T, class Sheet>
-auto BlockTable<T, Sheet>::unresolvedEntryBlockIs(EntryBlock const& key)
-    -> Vell::Ptr<UnresolvedEntryBlock> {
-  if (auto existing = unresolvedEntryBlock(key)) return existing;
-  Vell::Ptr<UnresolvedEntryBlock> const record = new UnresolvedEntryBlock(key);
-  unresolvedEntryBlock_.newMemberG(record->entryBlock(), {record});
-  record->swTableIs(this);
-  this->publish(unresolvedEntryBlockField, record->entryBlock(), nullptr);
-  return record;
-}
-
-template <class T, class Sheet>
-auto BlockTable<T, Sheet>::unresolvedEntryBlockDel(EntryBlock const& key)
-    -> Vell::Ptr<UnresolvedEntryBlock> {
-  HN_UnresolvedEntryBlock removed;
-  if (!unresolvedEntryBlock_.deleteMemberG(key, &removed)) return nullptr;
-  auto record = std::move(removed.value_);
-  record->neededEntryHandleSmDelAll();
-  record->swTableIs(nullptr);
-  this->publish(unresolvedEntryBlockField, record->entryBlock(), record.get());
-  return record;
-}
-
-template <class T, class Sheet>
-void BlockTable<T, Sheet>::unresolvedEntryBlockDelAll() {
-  for (Zarn::HashMap2018IteratorGeneric at(unresolvedEntryBlock_); at; at.advance()) {
-    Vell::Ptr<UnresolvedEntryBlock> const record = at.currNodeMaybeStale()->value_;
-    unresolvedEntryBlockDel(record->entryBlock());
-  }
-}
 
 template <class T, class Sheet>
 auto BlockTable<T, Sheet>::resolvedRows(EntryBlock const& key) const -> Rows {

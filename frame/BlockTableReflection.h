@@ -183,7 +183,7 @@ struct BlockTableReflection {
       walkMap(table.resolvedEntryBlockMap(),
               [&](auto const& node) { visitor(Block::toValue(node.key()), true); });
     } else if (attribute.name == "unresolvedEntryBlock") {
-      walkMap(table.unresolvedEntryBlockMap(), [&](auto const& node) {
+      walkMap(table.unresolvedMap(), [&](auto const& node) {
         visitor(Block::toValue(node.key()), Block::toValue(node.value_->entryBlock()));
       });
     } else {
@@ -205,7 +205,7 @@ struct BlockTableReflection {
     };
     if (attribute.name == "syncedEntry") return of(table.syncedEntryMap());
     if (attribute.name == "resolvedEntryBlock") return of(table.resolvedEntryBlockMap());
-    if (attribute.name == "unresolvedEntryBlock") return of(table.unresolvedEntryBlockMap());
+    if (attribute.name == "unresolvedEntryBlock") return of(table.unresolvedMap());
     return of(table.entryHandleMap());
   }
 

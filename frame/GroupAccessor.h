@@ -35,18 +35,27 @@ class GroupAccessor : public HandleAccessor<T> {
   using Util = typename T::Util;
   using EntryState = SwTableBase::EntryState;
   using typename HandleAccessor<T>::Compare;
+  using typename HandleAccessor<T>::Removal;
 
   using HandleAccessor<T>::HandleAccessor;
   using HandleAccessor<T>::cleanup;
   using HandleAccessor<T>::handleEntry;
   using AccessorBase<T>::trace;
 
+  using HandlePtr = Vell::Ptr<SwTableBase::EntryHandle const>;
+
   // Programming.
 
+  /// The table shall keep the entry, or whoever holds the result.
+  HandlePtr entryCommit(Key const& key, Entry const& entry) {
+    return write("entryCommit", key, entry, AutoRemoveType::committed);
+  }
+  HandlePtr entryRef(Key const& key, Entry const& entry) {
+    return write("entryRef", key, entry, AutoRemoveType::referenced);
+  }
   /// What commits and references have in common: classifies the handle, stores the value if it is
   /// another one, and carries it to the hardware.
-  Vell::Ptr<SwTableBase::EntryHandle const> entryWriteHelper(Key const& key, Entry const& entry,
-                                                             AutoRemoveType autoRemove);
+  HandlePtr entryWriteHelper(Key const& key, Entry const& entry, AutoRemoveType autoRemove);
   void handleEntry(Key const& key, void const* /*node*/) { handleEntry(key); }
   /// Gets the key an index and writes it: as a write of its own (`inProgress`), or over the row that
   /// the entry had before a restart (`indexReconciled`).
@@ -54,12 +63,12 @@ class GroupAccessor : public HandleAccessor<T> {
   /// Deletes the row of a key that has gone, and gives up its index.
   void removeHwEntry(Key const& key);
   /// The outcome of a write, on its way from `resolvedEntryState` to `entryState`.
-  void handleResolvedEntryState(EntryHandle& handle) const;
+  void handleResolvedEntryState(EntryHandle& handle);
 
   // Removal.
 
   void deleteResolvedEntry(Key const& key);
-  bool removeEntryOf(EntryHandle& handle, Key const& key);
+  Removal removeEntryOf(EntryHandle& handle, Key const& key);
 
   // Restart.
 
@@ -77,10 +86,18 @@ class GroupAccessor : public HandleAccessor<T> {
   void doInitComplete();
   void handleStaleEntries() noexcept;
 
- private:
-  using Tracker = IndexUserTracker::OpType;
+ protected:
   using AccessorBase<T>::swTable_;
 
+  /// Takes out value and index of an entry whose handle is the next to go.
+  Removal removeAtOnce(EntryHandle& handle, Key const& key);
+
+ private:
+  using Tracker = IndexUserTracker::OpType;
+
+  HandlePtr write(std::string_view operation, Key const& key, Entry const& entry,
+                  AutoRemoveType autoRemove);
+  bool wasRefused(Key const& key, EntryState outcome) const;
   void hwTableEntryIs(Util const& util, Key const& key, Index hwIndex, EntryHandle* handle);
   bool tellWrite(Util const& util, Index hwIndex, EntryHandle* handle, bool hasValue);
   void hwTableEntryDel(Util const& util, Key const& key, Index hwIndex);

@@ -12,9 +12,15 @@ namespace Asic {
 // ---- programming ----
 
 template <class T>
+auto GroupAccessor<T>::write(std::string_view operation, Key const& key, Entry const& entry,
+                             AutoRemoveType autoRemove) -> HandlePtr {
+  trace(traceClient, operation, " : Writing entry : ", entry, ", at key : ", T::keyText(key));
+  return entryWriteHelper(key, entry, autoRemove);
+}
+
+template <class T>
 auto GroupAccessor<T>::entryWriteHelper(Key const& key, Entry const& entry,
-                                        AutoRemoveType autoRemove)
-    -> Vell::Ptr<SwTableBase::EntryHandle const> {
+                                        AutoRemoveType autoRemove) -> HandlePtr {
   Entry const wanted = entry;  // it may lie in what a watcher is about to change
   Vell::Ptr<EntryHandle> const handle = swTable_->entryHandleIs(key, swTable_);
   // First of all, and also for a value that is there already.
@@ -40,12 +46,19 @@ void GroupAccessor<T>::programHwEntry(Key const& key, EntryState entryState) {
   this->template message<"programHwEntry", Fennlog::Time::asMessageBefore>();
   trace(traceKey, "programHwEntry", " key: ", T::keyText(key), ", entryState:", entryState);
   Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
+  bool const hadValue = swTable_->hasValue(key);
+  // A watcher removed it, or put another handle in this one's place, or let its removal begin: that
+  // was carried.
+  auto const isOvertaken = [&] {
+    return !swTable_->resolvedHas(key) || swTable_->entryHandle(key) != handle ||
+           (Trait::tableNeedsDeleteDance<T> && swTable_->hasValue(key) != hadValue);
+  };
   if (handle) {
     handle->entryStateIs(entryState);
+    if (isOvertaken()) return;
     handle->resolvedEntryStateIs(entryState);
   }
-  // A watcher removed it, or put another handle in this one's place: that was carried.
-  if (!swTable_->entryHas(key) || swTable_->entryHandle(key) != handle) return;
+  if (isOvertaken()) return;
   auto const hwIndex = this->allocator().newIndexForKey(T::keyType(), &key);
   this->traceHwIndex(hwIndex);
   if (auto const util = this->utilIfExists()) {
@@ -71,7 +84,7 @@ void GroupAccessor<T>::hwTableEntryIs(Util const& util, Key const& key, Index hw
   auto const value = swTable_->resolvedEntry(key);
   bool const wasTold = tellWrite(util, hwIndex, handle, value.has_value());
   // The hook changed the key: that change was carried.
-  if (wasTold && (!swTable_->entryHas(key) || swTable_->resolvedEntry(key) != value)) return;
+  if (wasTold && (!swTable_->resolvedHas(key) || swTable_->resolvedEntry(key) != value)) return;
   // The number goes to the chip with the write, so that the answer finds it again.
   if (auto* const hwTable = swTable_->hwTable(); hwTable && swTable_->hwResponseNeeded())
     hwTable->writeIs(hwIndex);
@@ -117,7 +130,7 @@ void GroupAccessor<T>::removeHwEntry(Key const& key) {
     if (hwIndex.isExhausted()) return;
   } else if (util) {
     hwTableEntryDel(*util, key, hwIndex);
-    if (swTable_->entryHas(key)) return;  // a hook wrote the key again: it keeps its index
+    if (swTable_->resolvedHas(key)) return;  // a hook wrote the key again: it keeps its index
     if (!swTable_->configReplayComplete())
       swTable_->updateStatistic(ReconciliationStatus::reconcileDeleted);
   }
@@ -132,9 +145,9 @@ void GroupAccessor<T>::hwTableEntryDel(Util const& util, Key const& key, Index h
   trace(traceKey, "hwTableEntryDel", ": Deleting entry at key:", T::keyText(key));
   if (Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key)) handle->trackedIs(false);
   util.updateHwIndexRefCountTracker(swTable_->hwTable(), hwIndex.value(), this->trackerOfDelete());
-  if (swTable_->entryHas(key)) return;  // the hook wrote the key: its row is wanted again
+  if (swTable_->resolvedHas(key)) return;  // the hook wrote the key: its row is wanted again
   if (auto const owner = swTable_->swKeyFromHwIndex(hwIndex);
-      owner && *owner != key && swTable_->entryHas(*owner))
+      owner && *owner != key && swTable_->resolvedHas(*owner))
     return;  // the hook let another table free the index, and wrote another key there
   deleteRow(util, hwIndex);
 }
@@ -145,8 +158,15 @@ void GroupAccessor<T>::deleteRow(Util const& util, Index hwIndex) {
   util.hwTableEntryDel(*swTable_, hwIndex.value());
 }
 
+/// A chip that refuses a write leaves the row as it was, at the index that the key still has.
 template <class T>
-void GroupAccessor<T>::handleResolvedEntryState(EntryHandle& handle) const {
+bool GroupAccessor<T>::wasRefused(Key const& key, EntryState outcome) const {
+  return outcome == EntryState::failedNoIndex &&
+         !this->doRetrieveHwIndex(key).value().isExhausted();
+}
+
+template <class T>
+void GroupAccessor<T>::handleResolvedEntryState(EntryHandle& handle) {
   using enum SwTableBase::EntryState;
   auto const outcome = handle.resolvedEntryState();
   if (outcome == inProgress || outcome == indexReconciled) {  // a write is under way
@@ -154,16 +174,24 @@ void GroupAccessor<T>::handleResolvedEntryState(EntryHandle& handle) const {
     return;
   }
   auto const key = handle.key();
-  auto const state = handle.entryState();
-  VELL_ASSERT(swTable_->entryHas(key), "swTable_->resolvedEntryHas( key )", T::names.qualified,
+  auto const stateBefore = handle.entryState();
+  VELL_ASSERT(swTable_->resolvedHas(key), "swTable_->resolvedEntryHas( key )", T::names.qualified,
               " key ", T::keyText(key), " outcome ", outcome);
   if (!swTable_->hasValue(key)) {
     VELL_ASSERT(outcome == success, "resolvedEntryState == success()", T::names.qualified, " key ",
                 T::keyText(key), " outcome ", outcome);
-    VELL_ASSERT(false, "Trait::tableNeedsDeleteDance", T::names.qualified, " key ", T::keyText(key),
-                " has lost its value");
+    if constexpr (Trait::tableNeedsDeleteDance<T>)
+      this->self().endDeleteDance(handle, key, stateBefore);
+    else
+      VELL_ASSERT(false, "Trait::tableNeedsDeleteDance", T::names.qualified, " key ",
+                  T::keyText(key), " has lost its value");
+    return;
   }
-  handle.pendingEntryDelAll();
+  // What the row still shows must not go yet.
+  bool const rowIsFormer = Trait::tableNeedsDeleteDance<T> && wasRefused(key, outcome);
+  if (!rowIsFormer) handle.pendingEntryDelAll();
+  if (handle.resolvedEntryState() != outcome) return;  // a watcher wrote it anew
+  auto const state = handle.entryState();
   if (state == inProgress || state == indexReconciled) {
     handle.entryStateIs(outcome);
     return;
@@ -171,8 +199,8 @@ void GroupAccessor<T>::handleResolvedEntryState(EntryHandle& handle) const {
   VELL_ASSERT(state == unresolved || state == failedNeededEntry,
               "entryState == unresolved() || entryState == failedNeededEntry()", T::names.qualified,
               " key ", T::keyText(key), " state ", state, " outcome ", outcome);
-  VELL_ASSERT(outcome == success, "resolvedEntryState == success()", T::names.qualified, " key ",
-              T::keyText(key), " state ", state, " outcome ", outcome);
+  VELL_ASSERT(outcome == success || rowIsFormer, "resolvedEntryState == success()",
+              T::names.qualified, " key ", T::keyText(key), " state ", state, " outcome ", outcome);
 }
 
 // ---- removal ----
@@ -183,16 +211,20 @@ void GroupAccessor<T>::deleteResolvedEntry(Key const& key) {
   swTable_->resolvedEntryDel(key);
 }
 
-/// True if a watcher brought the entry back.
 template <class T>
-bool GroupAccessor<T>::removeEntryOf(EntryHandle& handle, Key const& key) {
+auto GroupAccessor<T>::removeEntryOf(EntryHandle& handle, Key const& key) -> Removal {
   VELL_ASSERT(handle.entryType() == SwTableBase::EntryType::referenceOnly,
               "eh->entryType() == EntryHandle::referenceOnly()", "unexpected entryType ",
               handle.entryType(), " of ", T::names.qualified, " key ", T::keyText(key));
+  return removeAtOnce(handle, key);
+}
+
+template <class T>
+auto GroupAccessor<T>::removeAtOnce(EntryHandle& handle, Key const& key) -> Removal {
   handle.swTableIs(nullptr);
-  if (handle.swTable()) return true;
+  if (handle.swTable()) return Removal::cameBack;
   deleteResolvedEntry(key);
-  return handle.swTable() != nullptr;
+  return handle.swTable() ? Removal::cameBack : Removal::done;
 }
 
 // ---- restart ----
@@ -291,7 +323,7 @@ template <class T>
 bool GroupAccessor<T>::processIndexSuggestion(EntryHandle& handle, Index hwIndex) {
   constexpr std::string_view name = "processIndexSuggestion";
   auto const key = handle.key();
-  if (!swTable_->entryHas(key)) return false;  // stored for the commit
+  if (!swTable_->resolvedHas(key)) return false;  // stored for the commit
   trace(traceKey, name, ": eh:", static_cast<void const*>(&handle), ", key:", T::keyText(key),
         ", hwIndex:", hwIndex);
   bool const wasFound = swTable_->syncedEntryMap().lookup(hwIndex);

@@ -1,6 +1,7 @@
 // A table of groups: a client addresses a group by a key that means nothing to the hardware, gets a
 // handle, and watches it. `T` is the concrete table, `Sheet` its data sheet, which derives from
-// `GroupSheet`.
+// `GroupSheet`. Groups that stand on entries of other tables have a template of their own on top of
+// this (frame/SelectiveGroupTable.h).
 //
 // Invariants
 //  1. `resolvedEntry` is what clients want the hardware to hold (frame/ResolvedEntries.h); its keys
@@ -29,6 +30,7 @@ struct GroupTableReflection;
 template <class Sheet>
 struct GroupSheet {
   static constexpr U32 entryHandleField = 0x286;
+  static constexpr U32 resolvedEntryField = 0x288;
   static constexpr U32 syncedEntryField = 0x28a;
   static constexpr HandleFields handleFields{
       .blockSize = 0, .pendingEntry = 0x185, .cleanup = 0x186};
@@ -63,7 +65,7 @@ class GroupTable : public HandleTable<T, Sheet>, public ResolvedEntries<T, Sheet
   static constexpr U32 syncedEntryTypeNumber = 5;
   /// Field ids of the publications, and what their former value is.
   static constexpr U32 writeResponseSmField = 0x283;  ///< `Vell::Ptr<WriteResponseSm>`
-  static constexpr U32 resolvedEntryField = 0x288;    ///< `Zarn::Optional<Entry>`
+  static constexpr U32 resolvedEntryField = Sheet::resolvedEntryField;  ///< `Zarn::Optional<Entry>`
 
   // What clients ask.
 
@@ -101,7 +103,7 @@ class GroupTable : public HandleTable<T, Sheet>, public ResolvedEntries<T, Sheet
   static Vell::ZarnType keyType() { return Key::keyType(); }
   static U32 blockSizeOf(Key const&) { return 1; }
   static void setUpAllocator(IndexAllocator&) {}
-  bool resolvedHas(Key const& key) const { return this->entryHas(key); }
+  bool resolvedHas(Key const& key) const { return Resolved::entryHas(key); }
   bool hasValue(Key const& key) const { return this->resolvedEntry(key).has_value(); }
   bool isValue(Key const& key, Entry const& entry) {
     return this->holds(this->resolvedNode(key), &entry);
@@ -127,8 +129,6 @@ class GroupTable : public HandleTable<T, Sheet>, public ResolvedEntries<T, Sheet
   ~GroupTable() override = default;
 
  private:
-  HandlePtr write(std::string_view operation, Key key, Entry const& entry, AutoRemoveType keeper);
-
   Vell::Ptr<WriteResponseSm> writeResponseSm_;
 };
 

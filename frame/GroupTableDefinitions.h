@@ -19,31 +19,24 @@ GroupTable<T, Sheet>::GroupTable(Vell::String name) : Handles(std::move(name)) {
 // ---- what clients do ----
 
 template <class T, class Sheet>
-auto GroupTable<T, Sheet>::write(std::string_view operation, Key key, Entry const& entry,
-                                 AutoRemoveType keeper) -> HandlePtr {
-  SwTable::OperationScope const scope(*this);
-  AccessorT accessor(this->table());
-  accessor.trace(traceClient, operation, " : Writing entry : ", entry,
-                 ", at key : ", T::keyText(key));
-  return accessor.entryWriteHelper(key, entry, keeper);
-}
-
-template <class T, class Sheet>
 auto GroupTable<T, Sheet>::entryCommit(Key key, Entry const& entry) -> HandlePtr {
-  return write("entryCommit", key, entry, AutoRemoveType::committed);
+  SwTable::OperationScope const scope(*this);
+  return AccessorT(this->table()).entryCommit(key, entry);
 }
 
 template <class T, class Sheet>
 auto GroupTable<T, Sheet>::entryRef(Key key, Entry const& entry) -> HandlePtr {
   AccessorT::template message<"entryRef">();
-  return write("entryRef", key, entry, AutoRemoveType::referenced);
+  SwTable::OperationScope const scope(*this);
+  return AccessorT(this->table()).entryRef(key, entry);
 }
 
 template <class T, class Sheet>
 auto GroupTable<T, Sheet>::entryWriteAtIndex(Index hwIndex, Key key, Entry const& entry)
     -> HandlePtr {
+  SwTable::OperationScope const scope(*this);
   this->indexAllocator()->requestIndexForKey(hwIndex, keyType(), &key);
-  return write("entryCommit", key, entry, AutoRemoveType::committed);
+  return AccessorT(this->table()).entryCommit(key, entry);
 }
 
 template <class T, class Sheet>

@@ -4,6 +4,7 @@
 
 #include "frame/GroupTable.h"
 #include "frame/HandleReflection.h"
+#include "frame/SelectiveGroupTable.h"
 
 namespace Asic {
 
@@ -13,8 +14,57 @@ struct TextKeyOf : KeyValue<Key> {
   static constexpr auto shape = Vell::ValueShape::text;
 };
 
+/// The record of an entry that waits.
+template <class T>
+struct UnresolvedGroupEntryReflection {
+  using Record = typename T::UnresolvedEntry;
+  using Entry = EntryReflection<typename T::Entry>;
+
+  static constexpr Vell::AttributeData attributes[] = {
+      {Record::keyField, "key", Vell::AttributeKind::value, Vell::AttributeAccess::isPublic,
+       Vell::AttributeConstness::isConst, Vell::ValueShape::text},
+      {Record::entryField, "entry", Vell::AttributeKind::field, Vell::AttributeAccess::isPublic,
+       Vell::AttributeConstness::notConst, Vell::ValueShape::record},
+  };
+  static Record& recordOf(void const* object) {
+    return static_cast<Record&>(*static_cast<Vell::Node*>(const_cast<void*>(object)));
+  }
+  static Vell::Value get(void const* object, Vell::AttributeData const& attribute) {
+    auto const& record = recordOf(object);
+    if (attribute.id == Record::keyField) return TextKeyOf<typename T::Key>::toValue(record.key());
+    return Entry::toValue(record.entry());
+  }
+  static void set(void* object, Vell::AttributeData const&, Vell::Value const& value) {
+    recordOf(object).entryIs(Entry::fromValue(value));
+  }
+  static constexpr Vell::TypeData type{
+      NestedName<T, "::UnresolvedEntry">::view, attributes, {.get = &get, .set = &set}};
+};
+
+/// The attributes of a table whose entries wait, made of those of a table whose entries do not: two
+/// more, and all of them numbered through.
+template <std::size_t count>
+constexpr auto withUnresolvedEntries(std::array<Vell::AttributeData, count> const& group) {
+  using enum Vell::AttributeKind;
+  using enum Vell::AttributeAccess;
+  using enum Vell::AttributeConstness;
+  using enum Vell::ValueShape;
+  std::array<Vell::AttributeData, count + 2> all{};
+  std::size_t next = 0;
+  for (auto const& each : group) {
+    if (each.name == "entryHandle")
+      all[next++] = {0, "unresolvedEntry", collection, isPublic, notConst, record};
+    if (each.name == "syncedEntry")
+      all[next++] = {0, "entryInHwTable", operation, isPublic, isConst, boolean, 1};
+    all[next++] = each;
+  }
+  for (U32 id = group.front().id; auto& each : all) each.id = id++;
+  return all;
+}
+
 template <class T>
 struct GroupTableReflection {
+  static constexpr bool entriesWait = Trait::tableNeedsDeleteDance<T>;
   using Key = TextKeyOf<typename T::Key>;
   using Entry = EntryReflection<typename T::Entry>;
   using Arguments = std::span<Vell::Value const>;
@@ -24,7 +74,7 @@ struct GroupTableReflection {
     using enum Vell::AttributeAccess;
     using enum Vell::AttributeConstness;
     using enum Vell::ValueShape;
-    return std::to_array<Vell::AttributeData>({
+    constexpr auto group = std::to_array<Vell::AttributeData>({
         {0x282, "indexAllocator", value, isPublic, isConst, pointer, 64},
         {0x283, "writeResponseSm", value, isPublic, isConst, pointer, 64},
         {0x284, "setResolvedEntryBlockMetaDataDefinedByUser", constant, isPublic, isConst, number,
@@ -53,6 +103,10 @@ struct GroupTableReflection {
         {0x29a, "doMountHwTableRecoveryStatus", staticOperation, isPublic, notConst},
         {0x29b, "doRecoverHwTable", staticOperation, isPublic, notConst},
     });
+    if constexpr (entriesWait)
+      return withUnresolvedEntries(group);
+    else
+      return group;
   }();
 
   static T& tableOf(void const* object) {
@@ -96,6 +150,7 @@ struct GroupTableReflection {
     }
     auto const key = Key::fromValue(arguments[0]);
     if (name == "entryHas") return table.entryHas(key);
+    if (name == "entryInHwTable") return table.entryInHwTable(key);
     if (name == "hwIndexOnlyForCrossAgentCommunication")
       return U64{table.hwIndexOnlyForCrossAgentCommunication(key).value()};
     table.entryRemove(key);
@@ -127,14 +182,19 @@ struct GroupTableReflection {
       for (Zarn::HashMap2018IteratorGeneric at(table.entryHandleMap()); at; at.advance())
         visitor(Key::toValue(at.currNodeMaybeStale()->key()),
                 addressOf(at.currNodeMaybeStale()->value_.get()));
+    } else if (attribute.name == "entry") {
+      for (auto at = table.entryIteratorConst(); at; at.advance())
+        visitor(Key::toValue(at.key()), Entry::toValue(at.entry()));
+    } else if (attribute.name == "unresolvedEntry") {
+      if constexpr (entriesWait)
+        for (Zarn::HashMap2018IteratorGeneric at(table.unresolvedMap()); at; at.advance())
+          visitor(Key::toValue(at.currNodeMaybeStale()->key()),
+                  Entry::toValue(at.currNodeMaybeStale()->value_->entry()));
     } else {
-      bool const valuesOnly = attribute.name == "entry";
       for (Zarn::HashMap2018IteratorGeneric at(table.resolvedEntryMap()); at; at.advance()) {
-        auto const key = Key::toValue(at.currNodeMaybeStale()->key());
-        if (auto const& value = at.currNodeMaybeStale()->value_)
-          visitor(key, Entry::toValue(*value));
-        else if (!valuesOnly)
-          visitor(key, {});
+        auto const& value = at.currNodeMaybeStale()->value_;
+        visitor(Key::toValue(at.currNodeMaybeStale()->key()),
+                value ? Entry::toValue(*value) : Vell::Value());
       }
     }
   }
@@ -147,6 +207,10 @@ struct GroupTableReflection {
     if (attribute.name == "syncedEntry") return of(table.syncedEntryMap());
     if (attribute.name == "entryHandle") return of(table.entryHandleMap());
     auto figures = of(table.resolvedEntryMap());
+    if constexpr (entriesWait) {
+      if (attribute.name == "unresolvedEntry") return of(table.unresolvedMap());
+      figures.version += table.unresolvedMap().version();
+    }
     if (attribute.name == "entry") {
       figures.count = 0;
       for (auto at = table.entryIteratorConst(); at; at.advance()) ++figures.count;
@@ -159,12 +223,18 @@ struct GroupTableReflection {
       attributes,
       {.makeNode = &makeTable, .get = &get, .call = &call, .walk = &walk, .figures = &figures}};
   static constexpr Vell::TypeData syncedEntryType{NestedName<T, "::ZarnSyncedEntry">::view, {}, {}};
-  static constexpr Vell::TypeData const* types[] = {&Entry::type,
-                                                    &HandleReflection<T, Key>::type,
-                                                    &RowUtilReflection<T>::type,
-                                                    &UtilLoaderReflection<T>::type,
-                                                    &tableType,
-                                                    &syncedEntryType};
+  static constexpr auto types = [] {
+    std::array<Vell::TypeData const*, 6 + entriesWait> all{};
+    all[T::entryTypeNumber] = &Entry::type;
+    all[T::entryHandleTypeNumber] = &HandleReflection<T, Key>::type;
+    if constexpr (entriesWait)
+      all[T::unresolvedEntryTypeNumber] = &UnresolvedGroupEntryReflection<T>::type;
+    all[T::utilTypeNumber] = &RowUtilReflection<T>::type;
+    all[T::utilLoaderTypeNumber] = &UtilLoaderReflection<T>::type;
+    all[T::typeNumber] = &tableType;
+    all[T::syncedEntryTypeNumber] = &syncedEntryType;
+    return all;
+  }();
   static inline constinit Vell::ModuleInspectData module{T::names.module, types};
 };
 

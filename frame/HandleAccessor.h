@@ -75,8 +75,27 @@ class HandleAccessor : public AccessorBase<T> {
   /// PUBLISH_ENTRY_HANDLE_PROGRAMMED_STATE is a number other than 0, as first read.
   void doCompleteEntryHandleForTesting(Key const& key);
 
+  /// How the removal of an entry went on.
+  enum class Removal {
+    done,      ///< its handle is the next to go
+    cameBack,  ///< a watcher of that claimed the entry
+    leaves,    ///< it leaves in steps; its handle stays until the last of them
+  };
   /// Removes the record and the value of the key, as `cleanup` of its handle does.
-  bool removeEntryOf(EntryHandle& handle, Key const& key);
+  Removal removeEntryOf(EntryHandle& handle, Key const& key);
+
+  // What an entry needs, in tables whose entries wait for others in records.
+
+  /// Watches an entry that the record needs, unless it is usable already.
+  template <class Record>
+  void watchNeeded(Record& record, SwTableBase::EntryHandle const* needed) const;
+  /// The state of the record's entry when one that it needs has failed.
+  template <class Record>
+  void markFailedNeededEntry(Record& record) const;
+  /// Tells the table of the entry that `swEntry` needs where the hardware held it, as far as
+  /// `syncedEntry` says.
+  template <class Entry>
+  void suggestIndexToNeededTable(Entry const& swEntry, Entry const& syncedEntry) const;
 
  protected:
   using AccessorBase<T>::swTable_;
@@ -105,6 +124,8 @@ class HandleAccessor : public AccessorBase<T> {
   void placeAtKnownIndex(EntryHandle& handle, Index hwIndex);
   void programAsAdded(Key const& key);
   static bool publishEntryHandleProgrammedState();
+  /// Whether somebody holds an entry that was claimed while its removal went on.
+  static bool isHeldAnew(EntryHandle& handle);
   void entryHandleRemoveAll();
   void leaveAllocator();
 };

@@ -8,6 +8,7 @@
 
 #include "containers/HashMap2018Iterator.h"
 #include "frame/HandleAccessor.h"
+#include "platform/asic/UnresolvedEntry.h"
 
 namespace Asic {
 
@@ -64,6 +65,8 @@ void HandleAccessor<T>::handleEntry(Key const& key) {
 template <class T>
 void HandleAccessor<T>::replayEntry(Key const& key) {
   using enum ReconciliationStatus;
+  if constexpr (Trait::tableNeedsDeleteDance<T>)
+    if (!swTable_->hasValue(key)) return self().writeWithoutValue(key);
   auto const status = self().reconcileSyncedEntry(key);
   trace(traceKey, "handleEntry", ": reconcileStatus: ", status);
   if (!swTable_->resolvedHas(key)) return;  // a hook removed it, and that was carried
@@ -186,6 +189,34 @@ void HandleAccessor<T>::programAsAdded(Key const& key) {
   swTable_->updateStatistic(ReconciliationStatus::reconcileAdded);
 }
 
+// ---- what an entry needs ----
+
+template <class T>
+template <class Record>
+void HandleAccessor<T>::watchNeeded(Record& record, SwTableBase::EntryHandle const* needed) const {
+  if (needed && !SwTable::UnresolvedEntry::isUsable(*needed, this->utilIfExists().get()))
+    record.neededEntryHandleSmIs(*needed);
+}
+
+template <class T>
+template <class Record>
+void HandleAccessor<T>::markFailedNeededEntry(Record& record) const {
+  auto const key = record.key();
+  if (Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key))
+    handle->entryStateIs(SwTableBase::EntryState::failedNeededEntry);
+}
+
+template <class T>
+template <class Entry>
+void HandleAccessor<T>::suggestIndexToNeededTable(Entry const& swEntry,
+                                                  Entry const& syncedEntry) const {
+  trace(traceKey, "suggestIndexToNeededTable", ": swEntry:", swEntry,
+        ", syncedEntry:", syncedEntry);
+  auto const needed = swEntry.neededEntryHandle();  // held until it has been told
+  if (needed && needed->entryState() == SwTableBase::EntryState::unresolved)
+    SwTableBase::suggestIndicesToNeededEntryHandle(*needed, {syncedEntry.neededIndex()});
+}
+
 // ---- removal ----
 
 template <class T>
@@ -217,18 +248,17 @@ void HandleAccessor<T>::entryRemove(Key const& key) {
   // If nobody else holds the handle, the use held here is the last: its end removes the entry.
 }
 
-/// Removes the record and the value of the key. True if a watcher of that brought the entry back.
 template <class T>
-bool HandleAccessor<T>::removeEntryOf(EntryHandle& handle, Key const& key) {
+auto HandleAccessor<T>::removeEntryOf(EntryHandle& handle, Key const& key) -> Removal {
   auto const isKnown = [&] { return swTable_->unresolvedHas(key) || swTable_->resolvedHas(key); };
   bool const waited = swTable_->unresolvedHas(key);
   swTable_->unresolvedDel(key);
-  if (waited && isKnown()) return true;
+  if (waited && isKnown()) return Removal::cameBack;
   VELL_ASSERT(handle.entryType() == SwTableBase::EntryType::referenceOnly,
               "eh->entryType() == EntryHandle::referenceOnly()", "unexpected entryType ",
               handle.entryType(), " of ", T::names.qualified, " key ", T::keyText(key));
   swTable_->resolvedDel(key);
-  return isKnown();
+  return isKnown() ? Removal::cameBack : Removal::done;
 }
 
 template <class T>
@@ -239,20 +269,30 @@ void HandleAccessor<T>::cleanup(EntryHandle& handle) {
   auto const key = handle.key();
   trace(traceLife, "cleanup", " : entryhandle cleanup, eh : ", static_cast<void const*>(&handle),
         ", key :", T::keyText(key), ", refCnt:", handle.useCount());
-  // A handle that is not the table's own for its key has nothing to remove.
-  if (swTable_->entryHandle(key).get() != &handle) return;
-  for (U32 walks = 0; self().removeEntryOf(handle, key); ++walks) {
+  auto const isOwn = [&] { return swTable_->entryHandle(key).get() == &handle; };
+  if (!isOwn()) {
+    // A handle that is not the table's own for its key has nothing to remove.
+    if constexpr (Trait::tableNeedsDeleteDance<T>) self().handleOutsideGone(handle, key);
+    return;
+  }
+  for (U32 walks = 0;; ++walks) {
     VELL_ASSERT(walks < mostCleanupWalks, "walks < mostCleanupWalks", T::names.qualified,
                 ": its watchers bring an entry back without end while it goes");
-    if (handle.entryType() == SwTableBase::EntryType::committed) return;
-    // For the duration of this; and by the table, unless what watchers did took that back again.
-    U32 const heldHere = handle.tableUse() == EntryHandle::TableUse::counted ? 2 : 1;
-    if (handle.useCount() > heldHere) {
-      handle.tableUseIs(EntryHandle::TableUse::uncounted);
-      return;
-    }
+    auto const removal = self().removeEntryOf(handle, key);
+    if (removal == Removal::done) break;
+    if (removal == Removal::leaves || isHeldAnew(handle) || !isOwn()) return;
   }
   swTable_->entryHandleDel(key);
+}
+
+template <class T>
+bool HandleAccessor<T>::isHeldAnew(EntryHandle& handle) {
+  if (handle.entryType() == SwTableBase::EntryType::committed) return true;
+  // For the duration of this; and by the table, unless what watchers did took that back again.
+  U32 const heldHere = handle.tableUse() == EntryHandle::TableUse::counted ? 2 : 1;
+  if (handle.useCount() <= heldHere) return false;
+  handle.tableUseIs(EntryHandle::TableUse::uncounted);
+  return true;
 }
 
 template <class T>
@@ -287,6 +327,7 @@ void HandleAccessor<T>::cleanup() {
     handle->swTableIs(nullptr);
     handle->doAmendReferences();
   }
+  if constexpr (Trait::tableNeedsDeleteDance<T>) swTable_->leaversForget();
   for (U32 walks = 0; swTable_->resolvedCount() != 0; ++walks) {
     VELL_ASSERT(walks < mostCleanupWalks, "walks < mostCleanupWalks", T::names.qualified,
                 ": its watchers commit without end while the table goes");

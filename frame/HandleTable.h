@@ -142,6 +142,8 @@ class HandleTable : public Sheet::Base, public Bruvel::Allocated<T> {
   bool unresolvedHas(Key const&) const { return false; }
   void unresolvedDel(Key const&) {}
   void unresolvedDelAll() {}
+  /// A handle has left the collection, and with it the table.
+  void handleLeft(EntryHandle& handle) { handle.swTableIs(nullptr); }
   /// Gives up the response machine, in tables whose writes are acknowledged.
   void endResponses() {}
 

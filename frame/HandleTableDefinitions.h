@@ -36,6 +36,7 @@ void HandleTable<T, Sheet>::tearDown() {
     SwTable::OperationScope const scope(*this);
     AccessorT(table()).cleanup();
     table().endResponses();
+    if constexpr (Trait::tableNeedsDeleteDance<T>) table().unresolvedDelAll();
     entryHandleDelAll();
     table().unresolvedDelAll();
   }
@@ -120,7 +121,7 @@ auto HandleTable<T, Sheet>::entryHandleDel(Key const& key) -> Vell::Ptr<EntryHan
   if (!entryHandle_.deleteMemberG(key, &removed)) return nullptr;
   auto handle = std::move(removed.value_);
   this->indexHelperDel(*handle);  // its key is the handle's address, which may be another's soon
-  handle->swTableIs(nullptr);
+  table().handleLeft(*handle);
   publish(entryHandleField, handle->key(), handle.get());
   return handle;
 }

@@ -35,4 +35,8 @@ void SwTable::IndexHelper::indexIs(Asic::Index index) {
   if (allocator_) allocator_->candidateIs(index);
 }
 
+void SwTable::IndexHelper::indexDel(Asic::Index index) {
+  if (index_.deleteMemberG(index.value()) && allocator_) allocator_->candidateDel(index);
+}
+
 }  // namespace Asic

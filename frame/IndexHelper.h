@@ -27,6 +27,8 @@ class SwTable::IndexHelper final : public Vell::Node,
   void allocatorIs(GenericIndexAllocator* allocator);
   /// Adds a candidate.
   void indexIs(Asic::Index index);
+  /// Takes a candidate back; nothing if it is none.
+  void indexDel(Asic::Index index);
   bool indexHas(Asic::Index index) const { return index_.lookupNodeG(index.value()) != nullptr; }
   /// The candidates, tried in the order of this set.
   Indices const& indices() const { return index_; }

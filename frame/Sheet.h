@@ -31,13 +31,14 @@ struct DirectMapConstants {
 struct BlockMapConstants {
   U32 entryHandle;
   U32 resolvedEntryBlock;
-  U32 unresolvedEntryBlock;
+  U32 unresolved;
 };
 
 /// The same of a table whose keys take one index each.
 struct HandleMapConstants {
   U32 entryHandle;
   U32 resolvedEntry;
+  U32 unresolved = 0;  ///< in tables whose entries wait for others
 };
 
 template <class S>

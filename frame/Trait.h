@@ -42,4 +42,11 @@ inline constexpr bool needsEntries = requires {
   typename T::UnresolvedRecord;
 };
 
+/// An entry takes one row, which holds the index of an entry that it needs: it must not be written
+/// before that one has an index, and the needed entry must not go while the row points at it. So an
+/// entry leaves in steps: its row is written without a value, and deleted when that is acknowledged.
+template <class T>
+inline constexpr bool tableNeedsDeleteDance =
+    isUnknownIndexTable<T> && !isBlockTable<T> && needsEntries<T>;
+
 }  // namespace Asic::Trait

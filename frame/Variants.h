@@ -4,6 +4,7 @@
 //   if the table only reads its hardware:                         ReadAccessor
 //   if the client knows the key (an index, or a structured key):  DirectAccessor
 //   if an allocator gives the index, and an entry takes rows:     BlockAccessor
+//   if an allocator gives the index, and entries need others:     SelectiveGroupAccessor
 //   if an allocator gives the index:                              GroupAccessor
 //
 // A table that needs something else is described by a trait; nothing tests for a concrete table.
@@ -14,6 +15,7 @@
 #include "frame/DirectAccessor.h"
 #include "frame/GroupAccessor.h"
 #include "frame/ReadAccessor.h"
+#include "frame/SelectiveGroupAccessor.h"
 #include "frame/Trait.h"
 
 namespace Asic {
@@ -32,6 +34,9 @@ concept BlockTableClass =
 template <class T>
 concept GroupTableClass =
     Trait::writesHardware<T> && Trait::isUnknownIndexTable<T> && !Trait::isBlockTable<T>;
+
+template <class T>
+concept SelectiveGroupTableClass = GroupTableClass<T> && Trait::tableNeedsDeleteDance<T>;
 
 /// Names the variant for `T`; a table class of no known kind does not compile.
 template <class T>
@@ -55,6 +60,11 @@ struct AccessorVariant<T> {
 template <GroupTableClass T>
 struct AccessorVariant<T> {
   using Type = GroupAccessor<T>;
+};
+
+template <SelectiveGroupTableClass T>
+struct AccessorVariant<T> {
+  using Type = SelectiveGroupAccessor<T>;
 };
 
 template <class T>

@@ -6,6 +6,7 @@
 
 #include "frame/FieldEntry.h"
 #include "frame/GroupTable.h"
+#include "group/L3AdjIdKeyText.h"
 #include "platform/l3/L3AdjIdKey.h"
 #include "platform/l3/L3EcmpGroupLevel1SharedAllocator.h"
 
@@ -32,15 +33,7 @@ struct EcmpGroup1DlbSheet : Asic::GroupSheet<EcmpGroup1DlbSheet> {
     }
   };
 
-  /// A key as this table's traces show it: open at its end.
-  struct KeyText {
-    Key key;
-    friend std::ostream& operator<<(std::ostream& out, KeyText const& text) {
-      return out << "L3AdjIdKey{adjId:" << std::to_string(text.key.adjId)
-                 << " type:" << text.key.type;
-    }
-  };
-  static KeyText keyText(Key const& key) { return {key}; }
+  static L3AdjIdKeyText keyText(Key const& key) { return {key}; }
 };
 
 class EcmpGroup1DlbTable final : public Asic::GroupTable<EcmpGroup1DlbTable, EcmpGroup1DlbSheet> {

@@ -7,6 +7,8 @@ template class Asic::BlockTable<TessarLoadBalance::DlbEcmpMember1Table,
 template class Asic::HandleTable<TessarLoadBalance::DlbEcmpMember1Table,
                                  TessarLoadBalance::DlbEcmpMember1Sheet>;
 template class Asic::TableEntryHandle<TessarLoadBalance::DlbEcmpMember1Table>;
+template class Asic::UnresolvedEntries<TessarLoadBalance::DlbEcmpMember1Table,
+                                       TessarLoadBalance::DlbEcmpMember1Sheet>;
 template class Asic::UnresolvedEntryBlock<TessarLoadBalance::DlbEcmpMember1Table>;
 
 namespace TessarLoadBalance {

@@ -15,11 +15,11 @@ namespace TessarLoadBalance {
 struct DlbEcmpMember1Sheet {
   static constexpr Asic::TableNames names{"TessarLoadBalance::DlbEcmpMember1Table",
                                           "DlbEcmpMember1Table"};
-  static constexpr Asic::BlockMapConstants maps{.entryHandle = 0x42CCBF9C,
-                                                .resolvedEntryBlock = 0x2BEE5E9F,
-                                                .unresolvedEntryBlock = 0xC74B5ABA};
+  static constexpr Asic::BlockMapConstants maps{
+      .entryHandle = 0x42CCBF9C, .resolvedEntryBlock = 0x2BEE5E9F, .unresolved = 0xC74B5ABA};
   static constexpr U32 entryHandleField = 0x285;
   static constexpr U32 syncedEntryField = 0x289;
+  static constexpr U32 unresolvedField = 0x28e;
   static constexpr Asic::HandleFields handleFields{
       .blockSize = 0x184, .pendingEntry = 0x186, .cleanup = 0x187};
 
@@ -29,6 +29,8 @@ struct DlbEcmpMember1Sheet {
   using IndexAllocator = TessarL3Common::L3EcmpMember1SharedAllocator;
   template <class T>
   using Reflection = Asic::BlockTableReflection<T>;
+  template <class T>
+  using Record = Asic::UnresolvedEntryBlock<T>;
 
   struct QE_PendingEntry {
     static constexpr U32 firstCapacity = 2;
@@ -58,4 +60,6 @@ extern template class Asic::BlockTable<TessarLoadBalance::DlbEcmpMember1Table,
 extern template class Asic::HandleTable<TessarLoadBalance::DlbEcmpMember1Table,
                                         TessarLoadBalance::DlbEcmpMember1Sheet>;
 extern template class Asic::TableEntryHandle<TessarLoadBalance::DlbEcmpMember1Table>;
+extern template class Asic::UnresolvedEntries<TessarLoadBalance::DlbEcmpMember1Table,
+                                              TessarLoadBalance::DlbEcmpMember1Sheet>;
 extern template class Asic::UnresolvedEntryBlock<TessarLoadBalance::DlbEcmpMember1Table>;

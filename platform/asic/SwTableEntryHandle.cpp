@@ -22,6 +22,7 @@ void SwTable::EntryHandle::committed() {
 }
 
 bool SwTable::EntryHandle::referenced() {
+  ++references_;
   if (entryType() != EntryType::unset && entryType() != EntryType::inDeletion) return false;
   entryTypeIs(EntryType::referenceOnly);
   tableUseIs(TableUse::uncounted);

@@ -33,6 +33,8 @@ class SwTable::EntryHandle : public SwTableBase::EntryHandle {
   /// Moves with every commit of the entry, so that an operation that let others run can tell
   /// whether the entry was committed anew meanwhile.
   U32 commits() const { return commits_; }
+  /// Moves with every commit and every reference, for an operation that either of them undoes.
+  U32 claims() const { return commits_ + references_; }
   /// The entry belongs to the table now: its use counts.
   void committed();
   /// Somebody needs the entry. Unless the table owns it, it lives as long as its handle is held: the
@@ -48,6 +50,7 @@ class SwTable::EntryHandle : public SwTableBase::EntryHandle {
   TableUse tableUse_ = TableUse::counted;
   bool isTracked_ = false;
   U32 commits_ = 0;
+  U32 references_ = 0;
 };
 
 }  // namespace Asic

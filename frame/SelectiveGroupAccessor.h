@@ -1,0 +1,97 @@
+// The generic logic of tables of groups whose rows hold the index of an entry of another table: how
+// an entry waits for the one that it needs, and how it leaves without its row ever pointing at
+// something gone. The rest is that of all groups (frame/GroupAccessor.h).
+//
+// The state of a key has six coordinates: its record (U: none, waiting), what `resolvedEntry` has of
+// it (R: nothing, no value, a value), and of its handle the type (T), `entryState` (E),
+// `resolvedEntryState` (S) and the queue of pending entries (Q).
+//
+// The way in
+//
+//   entryCommit, entryRef         U waiting, E unresolved         the needed entry is not usable
+//   it becomes usable: doResolve  U none, R value, E, S inProgress         the row is written
+//   acknowledged                  E, S success, Q empty
+//
+// A changed value goes the same way; what the row shows stays in R and then in Q until the write of
+// the new value is acknowledged.
+//
+// The way out, the delete dance
+//
+//   entryRemove                   T referenceOnly                 the row stays while it is held
+//   the last user goes: cleanup   T inDeletion, Q + value, R no value, E, S inProgress
+//                                                                 the row is written without a value
+//   acknowledged                  R nothing, Q empty, the handle leaves     the row is deleted
+//   the handle's last use ends    cleanup once more               the handle is freed
+//
+// A commit or a reference during the dance ends it: T committed or referenceOnly, and the way in
+// again, over the same index if the needed entry is usable before the acknowledgement comes.
+//
+// Invariants
+//  1. A row is written only when the needed entry has an index.
+//  2. Whatever value the row may still show, R or Q holds a use of the entry that it needs.
+//  3. The row is gone before the uses in Q are.
+
+#pragma once
+
+#include "frame/GroupAccessor.h"
+
+namespace Asic {
+
+template <class T>
+class SelectiveGroupAccessor : public GroupAccessor<T> {
+ public:
+  using Key = typename T::Key;
+  using Entry = typename T::Entry;
+  using EntryHandle = typename T::EntryHandle;
+  using UnresolvedEntry = typename T::UnresolvedEntry;
+  using EntryState = SwTableBase::EntryState;
+  using typename GroupAccessor<T>::HandlePtr;
+  using typename GroupAccessor<T>::Removal;
+
+  using GroupAccessor<T>::GroupAccessor;
+  using AccessorBase<T>::trace;
+
+  // The way in.
+
+  HandlePtr entryCommit(Key const& key, Entry const& entry) {
+    return write("entryCommit", key, entry, AutoRemoveType::committed);
+  }
+  HandlePtr entryRef(Key const& key, Entry const& entry) {
+    return write("entryRef", key, entry, AutoRemoveType::referenced);
+  }
+  /// The handle of a key that has an entry; without one the process stops.
+  Vell::Ptr<EntryHandle> validEntryHandle(Key const& key) const;
+  /// Gives the record its entry, and resolves it at once or watches what it needs.
+  void initUnresolvedEntry(UnresolvedEntry& unresolved, Entry const& entry);
+  void initUnresolvedEntry(UnresolvedEntry& unresolved);
+  /// What the entry needs is usable: fills in its index and moves it to `resolvedEntry`.
+  void doResolve(UnresolvedEntry& unresolved);
+  /// The one way into `resolvedEntry`: notes what the key held, then stores.
+  void setResolvedEntry(Key const& key, Zarn::Optional<Entry> const& value);
+
+  // The way out.
+
+  Removal removeEntryOf(EntryHandle& handle, Key const& key);
+  /// The row has been written without a value.
+  void endDeleteDance(EntryHandle& handle, Key const& key, EntryState stateBefore);
+  /// The last use of a handle has gone that is not the key's own, or not any more.
+  void handleOutsideGone(EntryHandle& handle, Key const& key);
+
+  // Restart.
+
+  /// A dance that begins before the replay has ended: the end of an entry is no reconciliation.
+  void writeWithoutValue(Key const& key);
+  bool processIndexSuggestion(EntryHandle& handle, Index hwIndex);
+
+ private:
+  using AccessorBase<T>::swTable_;
+
+  HandlePtr write(std::string_view operation, Key const& key, Entry const& entry,
+                  AutoRemoveType keeper);
+  HandlePtr existing(std::string_view operation, Key const& key, Entry const& entry,
+                     AutoRemoveType keeper);
+  void suggestFromSyncedRows(UnresolvedEntry const& unresolved);
+  static void dropPending(EntryHandle& handle, U32 count);
+};
+
+}  // namespace Asic

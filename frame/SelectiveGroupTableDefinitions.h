@@ -1,0 +1,57 @@
+// The operations of tables of groups that stand on entries of other tables. Included by the source
+// that instantiates the table, and nowhere else.
+
+#pragma once
+
+#include <algorithm>
+
+#include "frame/GroupTableDefinitions.h"
+#include "frame/SelectiveGroupAccessorDefinitions.h"
+#include "frame/SelectiveGroupTable.h"
+#include "frame/UnresolvedEntriesDefinitions.h"
+
+namespace Asic {
+
+template <class T>
+constinit Zarn::AllocTrackTypeInfo UnresolvedGroupEntry<T>::memAllocationTracker_{
+    NestedName<T, "::UnresolvedEntry">::view};
+
+template <class T>
+UnresolvedGroupEntry<T>::~UnresolvedGroupEntry() {
+  this->nodeFlagSet(Vell::Node::freedAtZeroFlag, false);
+  entry_ = Entry();
+}
+
+template <class T, class Sheet>
+auto SelectiveGroupTable<T, Sheet>::entry(Key key) const -> Entry {
+  if (auto const record = this->unresolved(key)) return record->entry();
+  return Resolved::entry(key);
+}
+
+template <class T, class Sheet>
+bool SelectiveGroupTable<T, Sheet>::entryHas(Key key) const {
+  Vell::Ptr<EntryHandle> const handle = this->entryHandle(key);
+  if (!handle || handle->entryType() == SwTableBase::EntryType::inDeletion) return false;
+  return this->unresolvedHas(key) || this->resolvedHas(key);
+}
+
+template <class T, class Sheet>
+void SelectiveGroupTable<T, Sheet>::handleLeft(EntryHandle& handle) {
+  if (handle.entryType() == SwTableBase::EntryType::inDeletion && handle.swTable())
+    leavers_.push_back(&handle);
+  else
+    handle.swTableIs(nullptr);
+}
+
+template <class T, class Sheet>
+void SelectiveGroupTable<T, Sheet>::leaverGone(EntryHandle& handle) {
+  std::erase(leavers_, &handle);
+  handle.swTableIs(nullptr);
+}
+
+template <class T, class Sheet>
+void SelectiveGroupTable<T, Sheet>::leaversForget() {
+  for (auto* const handle : std::exchange(leavers_, {})) handle->swTableIs(nullptr);
+}
+
+}  // namespace Asic

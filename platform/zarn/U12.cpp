@@ -1,0 +1,32 @@
+#include "platform/zarn/U12.h"
+
+#include "platform/vell/Inspect.h"
+
+namespace Zarn {
+namespace {
+
+std::string refusal(U64 value) {
+  return Vell::concatenate("a number of 12 bits is up to ", U12::largest, ", not ", value);
+}
+
+}  // namespace
+
+void U12::deserialize(CharRange& range, std::string_view name) {
+  auto const at = range.position();
+  U16 read = 0;
+  try {
+    range.deserializeAttr("number", read);
+  } catch (Vell::RangeException const&) {
+    rethrowFromDeserializeAttr(name);
+  }
+  if (read > largest) throw Vell::RangeException(name, at, refusal(read));
+  *this = U12(read);
+}
+
+void FieldType<U12>::fromValue(U12& field, Vell::Value const& value) {
+  auto const read = *value.number();
+  if (read > U12::largest) throw Vell::ArgumentError(refusal(read));
+  field = U12(read);
+}
+
+}  // namespace Zarn
