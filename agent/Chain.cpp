@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <algorithm>
 #include <set>
 
 #include "agent/EntryReader.h"
@@ -15,8 +16,6 @@ namespace {
 using TessarL3Common::L3AdjIdKeyType;
 
 constexpr std::string_view blocksSection = "memberBlocks";
-constexpr std::string_view groupsSection = "groups";
-constexpr std::string_view vxlanGroupsSection = "vxlanGroups";
 constexpr std::string_view adjacenciesSection = "adjacencies";
 
 /// The members of an object; a problem and none if it is something else.
@@ -127,36 +126,79 @@ void readMemberBlocks(ChainCheck const& check, std::string const& path, JsonValu
 
 // ---- groups ----
 
+/// The fields of a group that are its key, and no part of its entry.
+class GroupKeyReader {
+ public:
+  explicit GroupKeyReader(Problems& problems) : problems_(problems) {}
+
+  std::vector<FieldBeside> fields() {
+    return {{"adjId",
+             [this](std::string const& at, JsonValue const& id) {
+               hasId = true;
+               readNumberInto(adjId, 0xFFFFFFFF, at, id, problems_);
+             }},
+            {"type", [this](std::string const& at, JsonValue const& given) {
+               readTypeInto(type, at, given, problems_);
+             }}};
+  }
+
+  bool hasId = false;
+  U32 adjId = 0;
+  L3AdjIdKeyType type = L3AdjIdKeyType::ecmpGroup;
+
+ private:
+  Problems& problems_;
+};
+
+/// A group that stands on a block: the block is named, and its index is no field of the user's.
 template <class T>
-void readGroups(ChainCheck const& check, WantedGroups<T>& groups, std::string const& path,
-                JsonValue const& value) {
+void addBlockFields(std::vector<FieldBeside>& fields, WantedGroup<T>& group, Problems& problems) {
+  fields.push_back({"block", [&](std::string const& at, JsonValue const& name) {
+                      readNameInto(group.block, "a block", at, name, problems);
+                    }});
+  fields.push_back({"ecmpSecondaryBlockPtr", [&](std::string const& at, JsonValue const&) {
+                      problems.add(at, "follows from the block; leave it out");
+                    }});
+}
+
+/// What is left to the group's block where the user said nothing.
+template <class T>
+void blockDefaultsAre(WantedGroup<T>& group, JsonValue const& fields) {
+  auto const* const given = fields.as<JsonValue::Object>();
+  auto const isGiven = [&](std::string_view name) {
+    return given && std::ranges::find(*given, name, &JsonValue::Member::key) != given->end();
+  };
+  if (!isGiven("secondaryBlockValid")) group.entry.secondaryBlockValid = true;
+  group.countsAllRows = !isGiven("countSecondary");
+}
+
+template <class T>
+void readGroups(ChainCheck const& check, std::string const& path, JsonValue const& value) {
+  auto& groups = std::get<WantedGroups<T>>(check.chain.groups);
   std::map<typename T::Key, std::string> names;
   for (auto const& [name, fields] : membersOf(path, value, "groups by name", check.problems)) {
     auto const groupPath = pathTo(path, name);
     auto& group = groups[name];  // known by its name, whatever is wrong in it
-    typename T::Key key{.type = L3AdjIdKeyType::ecmpGroup};
-    bool hasId = false;
-    FieldBeside const keyFields[] = {{"adjId",
-                                      [&](std::string const& at, JsonValue const& id) {
-                                        hasId = true;
-                                        readNumberInto(key.adjId, 0xFFFFFFFF, at, id,
-                                                       check.problems);
-                                      }},
-                                     {"type", [&](std::string const& at, JsonValue const& type) {
-                                        readTypeInto(key.type, at, type, check.problems);
-                                      }}};
-    auto const record = readEntry(tableTypeOf<T>(), groupPath, fields, check.problems, keyFields);
+    GroupKeyReader keyReader(check.problems);
+    auto beside = keyReader.fields();
+    if constexpr (Asic::Trait::needsEntries<T>) addBlockFields(beside, group, check.problems);
+    auto const record = readEntry(tableTypeOf<T>(), groupPath, fields, check.problems, beside);
     if (!record) continue;
-    if (!hasId) {
+    if (!keyReader.hasId) {
       check.problems.add(groupPath, "names no adjacency id; add \"adjId\": NUMBER");
       continue;
     }
-    auto const [first, isFirst] = names.try_emplace(key, name);
+    group.key = {.adjId = keyReader.adjId, .type = keyReader.type};
+    group.entry = Asic::EntryReflection<typename T::Entry>::fromValue(*record);
+    if constexpr (Asic::Trait::needsEntries<T>) {
+      if (group.block.empty()) check.problems.add(groupPath, "names no block; add \"block\": NAME");
+      blockDefaultsAre(group, fields);
+    }
+    auto const [first, isFirst] = names.try_emplace(group.key, name);
     if (!isFirst)
       check.problems.add(groupPath, fmt::format("has the adjacency id and type of \"{}\"; give it "
                                                 "another \"adjId\"",
                                                 first->second));
-    group = {key, Asic::EntryReflection<typename T::Entry>::fromValue(*record)};
   }
 }
 
@@ -234,20 +276,56 @@ class KnownNames {
   int hints_ = 0;
 };
 
+/// Whether the block can serve the group.
+template <class T>
+void checkBlockOf(WantedChain const& chain, WantedGroup<T> const& group, std::string const& path,
+                  Problems& problems) {
+  auto const block = chain.blocks.find(group.block);
+  if (block == chain.blocks.end()) return;  // told by its name
+  auto const rows = block->second.size();
+  if (rows == 0)
+    problems.add(pathTo(path, "block"),
+                 fmt::format("\"{}\" has no rows; a group needs one at least", group.block));
+  else if (!group.countsAllRows && group.entry.countSecondary.value() > rows)
+    problems.add(pathTo(path, "countSecondary"),
+                 fmt::format("is more than the {} of \"{}\"; leave it out to use them all",
+                             counted(rows, "row", "rows"), group.block));
+}
+
+void checkGroups(WantedChain const& chain, Problems& problems) {
+  KnownNames blocks("member block", "the section memberBlocks names", problems);
+  blocks.add(chain.blocks);
+  KnownNames groups("group", "the sections of groups name", problems);
+  std::map<std::string, std::string_view> sections;  // of groups, by name
+  forEachOf(chain.groups, [&]<class T>(std::map<std::string, WantedGroup<T>> const& section) {
+    groups.add(section);
+    for (auto const& [name, group] : section) {
+      auto const path = pathTo(groupWords<T>.section, name);
+      auto const [first, isFirst] = sections.try_emplace(name, groupWords<T>.section);
+      if (!isFirst)
+        problems.add(path, fmt::format("is the name of a group in the section {} as well; rename "
+                                       "one of them",
+                                       first->second));
+      if constexpr (Asic::Trait::needsEntries<T>) {
+        blocks.check(pathTo(path, "block"), group.block);
+        checkBlockOf(chain, group, path, problems);
+      }
+    }
+  });
+  for (auto const& [name, adjacency] : chain.adjacencies)
+    groups.check(pathTo(pathTo(adjacenciesSection, name), "group"), adjacency.group);
+}
+
 }  // namespace
 
 std::span<ChainSection const> chainSections() {
   static constexpr ChainSection sections[] = {
       {"nextHops", &readNextHops},
       {blocksSection, &readMemberBlocks},
-      {groupsSection,
-       [](ChainCheck const& check, std::string const& path, JsonValue const& value) {
-         readGroups(check, check.chain.groups, path, value);
-       }},
-      {vxlanGroupsSection,
-       [](ChainCheck const& check, std::string const& path, JsonValue const& value) {
-         readGroups(check, check.chain.vxlanGroups, path, value);
-       }},
+      {groupWords<GroupTable>.section, &readGroups<GroupTable>},
+      {groupWords<VxlanGroupTable>.section, &readGroups<VxlanGroupTable>},
+      {groupWords<SelectiveGroupTable>.section, &readGroups<SelectiveGroupTable>},
+      {groupWords<VxlanSelectiveGroupTable>.section, &readGroups<VxlanSelectiveGroupTable>},
       {adjacenciesSection, &readAdjacencies}};
   return sections;
 }
@@ -259,17 +337,7 @@ void checkNames(WantedChain const& chain, Problems& problems) {
     for (std::size_t i = 0; i < rows.size(); ++i)
       nextHops.check(pathTo(elementOf(pathTo(pathTo(blocksSection, name), "rows"), i), "nextHop"),
                      rows[i].nextHop);
-  KnownNames groups("group", "the sections groups and vxlanGroups name", problems);
-  groups.add(chain.groups);
-  groups.add(chain.vxlanGroups);
-  for (auto const& [name, adjacency] : chain.adjacencies)
-    groups.check(pathTo(pathTo(adjacenciesSection, name), "group"), adjacency.group);
-  for (auto const& each : chain.vxlanGroups)
-    if (chain.groups.contains(each.first))
-      problems.add(pathTo(vxlanGroupsSection, each.first),
-                   fmt::format("is the name of a group in the section {} as well; rename one of "
-                               "them",
-                               groupsSection));
+  checkGroups(chain, problems);
 }
 
 }  // namespace DlbAgent

@@ -5,11 +5,14 @@
 //    "memberBlocks": {"b1": {"rows": [{"nextHop": "nh1", "weightIdx": 0}]}},
 //    "groups": {"g1": {"adjId": 7, "lbMode": 1}},
 //    "vxlanGroups": {"v1": {"adjId": 7, "type": "tunnel", "fastLinkFailover": true}},
+//    "selectiveGroups": {"s1": {"adjId": 9, "block": "b1"}},
+//    "vxlanSelectiveGroups": {"t1": {"adjId": 9, "block": "b1", "countSecondary": 1}},
 //    "adjacencies": {"a1": {"id": 3, "group": "g1"}}}
 //
 // Names are the user's own; the hardware knows none of them. A group's `adjId` and `type` are its
-// key, by which the tables know it; `type` is "ecmpGroup" unless it is given. An adjacency's `id` is
-// its place in the hardware.
+// key, by which the tables know it; `type` is "ecmpGroup" unless it is given. A selective group uses
+// all rows of its block, as far as it can count, unless its `countSecondary` says otherwise; its
+// `secondaryBlockValid` is true unless it is given. An adjacency's `id` is its place in the hardware.
 
 #pragma once
 
@@ -34,6 +37,9 @@ template <class T>
 struct WantedGroup {
   typename T::Key key;
   typename T::Entry entry;
+  // Of groups that stand on a block.
+  std::string block = {};
+  bool countsAllRows = true;
 };
 template <class T>
 using WantedGroups = std::map<std::string, WantedGroup<T>>;
@@ -46,10 +52,20 @@ struct WantedAdjacency {
 struct WantedChain {
   std::map<std::string, NextHopTable::Entry> nextHops;
   std::map<std::string, std::vector<WantedRow>> blocks;
-  WantedGroups<GroupTable> groups;
-  WantedGroups<VxlanGroupTable> vxlanGroups;
+  OfGroupTables<WantedGroups> groups;
   std::map<std::string, WantedAdjacency> adjacencies;
+
+  template <class T>
+  WantedGroups<T> const& groupsOf() const {
+    return std::get<WantedGroups<T>>(groups);
+  }
 };
+
+/// Calls `visitor(each)` for each element of a tuple.
+template <class Tuple, class Visitor>
+void forEachOf(Tuple&& tuple, Visitor&& visitor) {
+  std::apply([&](auto&... each) { (visitor(each), ...); }, tuple);
+}
 
 /// What the readers of the sections share: each adds a problem for whatever is wrong in its own.
 struct ChainCheck {

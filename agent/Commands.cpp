@@ -100,10 +100,22 @@ ordered_json summaryWithChanges(Report const& report) {
   return json;
 }
 
-/// A warning for each entry that found no place. The exit code that follows from there being any.
+/// A warning for each entry that found no place, and for each row that points at nothing. The exit
+/// code that follows from there being any.
 int warnOfUnfinished(Report const& report, int code) {
   for (auto const& line : report.unfinished) tell("warning: " + line);
-  return report.unfinished.empty() ? code : exitProblem;
+  for (auto const& line : report.contradictions)
+    tell("warning: the hardware contradicts itself: " + line);
+  return report.unfinished.empty() && report.contradictions.empty() ? code : exitProblem;
+}
+
+/// What is wrong, as the end of a sentence about the hardware.
+std::string faultsOf(Report const& report) {
+  if (!report.changes.empty())
+    return counted(report.changes.size(), "entry differs", "entries differ");
+  if (!report.unfinished.empty())
+    return counted(report.unfinished.size(), "entry is not in place", "entries are not in place");
+  return "it contradicts itself";
 }
 
 /// The changes if there are any, then the summary.
@@ -211,21 +223,21 @@ int planCommand(Options const& options) {
 int checkCommand(Options const& options) {
   Agent const agent(options);
   auto const report = agent.replayed(Access::copy);
-  bool const equal = report.changes.empty() && report.unfinished.empty();
+  bool const equal =
+      report.changes.empty() && report.unfinished.empty() && report.contradictionsFound.empty();
   auto const json = [&] {
     ordered_json outcome{{"equal", equal}, {"differences", differencesJson(report)}};
     if (!report.unfinished.empty()) outcome["unfinished"] = report.unfinished;
+    if (!report.contradictionsFound.empty()) outcome["contradictions"] = report.contradictionsFound;
     return outcome;
   };
   auto const text = [&] {
-    return equal ? fmt::format("The hardware holds what \"{}\" asks.\n", options.configuration)
-                 : fmt::format(
-                       "{}\nThe hardware does not hold what \"{}\" asks: {}.\n",
-                       differencesText(report), options.configuration,
-                       report.changes.empty()
-                           ? counted(report.unfinished.size(), "entry is not in place",
-                                     "entries are not in place")
-                           : counted(report.changes.size(), "entry differs", "entries differ"));
+    if (equal) return fmt::format("The hardware holds what \"{}\" asks.\n", options.configuration);
+    auto lines = differencesText(report) + '\n';
+    for (auto const& each : report.contradictionsFound)
+      lines += fmt::format("The hardware contradicts itself: {}.\n", each);
+    return fmt::format("{}The hardware does not hold what \"{}\" asks: {}.\n", lines,
+                       options.configuration, faultsOf(report));
   };
   print(options, json, text);
   return warnOfUnfinished(report, equal ? exitFine : exitProblem);

@@ -3,8 +3,7 @@
 namespace DlbAgent {
 
 GroupFinder::GroupFinder(WantedChain const& wanted, HeldRows<AdjacencyTable> const& adjacencies,
-                         HeldRows<GroupTable> const& groups,
-                         HeldRows<VxlanGroupTable> const& vxlanGroups) {
+                         IsHeld const& isHeld) {
   std::map<std::string, std::map<U32, U64>> votes;  // by group and row
   for (auto const& each : wanted.adjacencies) {
     adjacencies_.push_back(&each);
@@ -12,8 +11,7 @@ GroupFinder::GroupFinder(WantedChain const& wanted, HeldRows<AdjacencyTable> con
     auto const held = adjacencies.find(each.second.id);
     if (held == adjacencies.end()) continue;
     U32 const row = held->second.group;
-    if (wanted.groups.contains(group) ? groups.contains(row) : vxlanGroups.contains(row))
-      ++votes[group][row];
+    if (isHeld(group, row)) ++votes[group][row];
   }
   for (auto const& [group, rows] : votes) {
     auto const best =

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -22,17 +23,20 @@ class GroupFinder {
  public:
   using Adjacency = std::pair<std::string const, WantedAdjacency>;
 
+  /// Whether the table of the group of that name was found to hold the row.
+  using IsHeld = std::function<bool(std::string const& group, U32 row)>;
+
   /// `wanted` outlives this.
   GroupFinder(WantedChain const& wanted, HeldRows<AdjacencyTable> const& adjacencies,
-              HeldRows<GroupTable> const& groups, HeldRows<VxlanGroupTable> const& vxlanGroups);
+              IsHeld const& isHeld);
 
   /// All adjacencies, in the order in which they are to be committed.
   std::vector<Adjacency const*> const& adjacencies() const { return adjacencies_; }
   /// Rows for groups that no adjacency has led to their place. `open` are such groups with their
-  /// values, `unclaimed` the rows of their table that are left.
-  template <class Entry>
-  std::map<std::string, U32> placesOf(std::map<std::string, Entry> const& open,
-                                      std::map<U32, Entry> const& unclaimed) const;
+  /// values, `unclaimed` the rows of their table that are left; a value is what the hardware sees.
+  template <class Value>
+  std::map<std::string, U32> placesOf(std::map<std::string, Value> const& open,
+                                      std::map<U32, Value> const& unclaimed) const;
 
  private:
   /// The row that most adjacencies of a group say it lies at.
@@ -48,9 +52,9 @@ class GroupFinder {
 // A group that was changed in place keeps the row that is claimed for it. One of which nothing is known
 // takes a row of its value that is claimed for nobody. A claim of one vote alone yields, if both that
 // group and one of which nothing is known then find rows of their values.
-template <class Entry>
-std::map<std::string, U32> GroupFinder::placesOf(std::map<std::string, Entry> const& open,
-                                                 std::map<U32, Entry> const& unclaimed) const {
+template <class Value>
+std::map<std::string, U32> GroupFinder::placesOf(std::map<std::string, Value> const& open,
+                                                 std::map<U32, Value> const& unclaimed) const {
   std::map<std::string, U32> places;
   std::map<std::string, Claim> claimed;
   std::set<U32> ledTo;
@@ -60,11 +64,11 @@ std::map<std::string, U32> GroupFinder::placesOf(std::map<std::string, Entry> co
       claimed.insert(*at);
       ledTo.insert(at->second.row);
     }
-  std::map<Entry, std::vector<U32>> rowsOf;  // the highest first
+  std::map<Value, std::vector<U32>> rowsOf;  // the highest first
   for (auto at = unclaimed.rbegin(); at != unclaimed.rend(); ++at)
     if (!ledTo.contains(at->first)) rowsOf[at->second].push_back(at->first);
-  std::map<Entry, std::vector<std::string>> homeless;
-  auto const take = [&](std::string const& name, Entry const& value) {
+  std::map<Value, std::vector<std::string>> homeless;
+  auto const take = [&](std::string const& name, Value const& value) {
     auto const rows = rowsOf.find(value);
     if (rows == rowsOf.end() || rows->second.empty()) return false;
     places[name] = rows->second.back();

@@ -21,33 +21,50 @@ void suggestTo(ChainTable::Handle const& handle, Asic::IndexSet const& indices) 
     Asic::SwTableBase::suggestIndicesToNeededEntryHandle(*handle, indices);
 }
 
+template <class T>
+auto partsOf(std::string const& chipName) -> typename NamedTable<T>::Parts {
+  constexpr auto words = groupWords<T>;
+  return {words.kind, new T(Vell::String(words.section)), chipName};
+}
+
 }  // namespace
 
 LiveChain::LiveChain(std::string const& chipName)
-    : nextHops_("next hop", new NextHopTable, chipName),
-      members_("block", new MemberTable, chipName),
-      groups_("group", new GroupTable("groups"), chipName),
-      vxlanGroups_("VXLAN group", new VxlanGroupTable("vxlanGroups"), chipName),
-      adjacencies_("adjacency", new AdjacencyTable, chipName) {}
+    : nextHops_({"next hop", new NextHopTable, chipName}),
+      members_({"block", new MemberTable, chipName}),
+      groups_(partsOf<GroupTable>(chipName), partsOf<VxlanGroupTable>(chipName),
+              partsOf<SelectiveGroupTable>(chipName), partsOf<VxlanSelectiveGroupTable>(chipName)),
+      adjacencies_({"adjacency", new AdjacencyTable, chipName}) {}
 
-std::array<ChainTable*, 5> LiveChain::bottomUp() {
-  return {&nextHops_, &members_, &groups_, &vxlanGroups_, &adjacencies_};
+auto LiveChain::bottomUp() -> std::array<ChainTable*, chainTables> {
+  return std::apply(
+      [this](auto&... each) {
+        return std::array<ChainTable*, chainTables>{&nextHops_, &members_, &each..., &adjacencies_};
+      },
+      groups_);
 }
 
-std::array<ChainTable const*, 5> LiveChain::tables() const {
-  return {&nextHops_, &members_, &groups_, &vxlanGroups_, &adjacencies_};
+auto LiveChain::tables() const -> std::array<ChainTable const*, chainTables> {
+  return std::apply(
+      [this](auto const&... each) {
+        return std::array<ChainTable const*, chainTables>{&nextHops_, &members_, &each...,
+                                                          &adjacencies_};
+      },
+      groups_);
 }
 
 void LiveChain::start(Vell::Ptr<Asic::Chip> const& chip) {
   for (auto* table : bottomUp()) table->start(chip);
-  forEachGroupRow([this](U32 row) { groups_.table().indexAllocator()->candidateIs(row); });
+  forEachGroupRow(
+      [this](U32 row) { groupsOf<GroupTable>().table().indexAllocator()->candidateIs(row); });
 }
 
-/// Rows of groups that were found, of either table.
+/// Rows of groups that were found, of whichever table.
 template <class Visitor>
 void LiveChain::forEachGroupRow(Visitor const& visitor) const {
-  for (auto const& each : groups_.found()) visitor(each.first);
-  for (auto const& each : vxlanGroups_.found()) visitor(each.first);
+  forEachOf(groups_, [&](auto const& table) {
+    for (auto const& each : table.found()) visitor(each.first);
+  });
 }
 
 // ---- replay ----
@@ -57,18 +74,17 @@ void LiveChain::replay(WantedChain const& wanted) {
   for (auto const& [name, entry] : wanted.nextHops)
     nextHops_.handleIs(name, nextHops_.table().entryCommit({.id = id++}, entry));
   for (auto const& [name, rows] : wanted.blocks) members_.handleIs(name, committedBlock(rows));
-  for (auto const& [name, group] : wanted.groups)
-    groups_.handleIs(name, groups_.table().entryCommit(group.key, group.entry));
-  for (auto const& [name, group] : wanted.vxlanGroups)
-    vxlanGroups_.handleIs(name, vxlanGroups_.table().entryCommit(group.key, group.entry));
-  GroupFinder const finder(wanted, adjacencies_.found(), groups_.found(), vxlanGroups_.found());
-  for (auto const* each : finder.adjacencies()) {
+  forEachOf(groups_, [&]<class T>(NamedTable<T>&) { commitGroups<T>(wanted); });
+  groupFinder_.emplace(wanted, adjacencies_.found(), [&](std::string const& group, U32 row) {
+    return isHeld(wanted, group, row);
+  });
+  for (auto const* each : groupFinder_->adjacencies()) {
     auto const& [name, adjacency] = *each;
     AdjacencyTable::Entry entry;
     entry.groupHandle = groupHandle(adjacency.group);
     adjacencies_.handleIs(name, adjacencies_.table().entryCommit({.id = adjacency.id}, entry));
   }
-  suggest(wanted, finder);
+  suggest(wanted);
 }
 
 LiveChain::Handle LiveChain::committedBlock(std::vector<WantedRow> const& rows) {
@@ -82,16 +98,43 @@ LiveChain::Handle LiveChain::committedBlock(std::vector<WantedRow> const& rows) 
   return members_.table().entryBlockCommit(block);
 }
 
-LiveChain::Handle LiveChain::groupHandle(std::string const& name) const {
-  auto const group = groups_.handle(name);
-  return group ? group : vxlanGroups_.handle(name);
+template <class T>
+void LiveChain::commitGroups(WantedChain const& wanted) {
+  auto& groups = groupsOf<T>();
+  for (auto const& [name, group] : wanted.groupsOf<T>()) {
+    auto entry = group.entry;
+    if constexpr (Asic::Trait::needsEntries<T>) {
+      entry.ecmpSecondaryBlockPtrHandle = members_.handle(group.block);
+      auto const rows = wanted.blocks.at(group.block).size();
+      if (group.countsAllRows)
+        entry.countSecondary = Zarn::U12(std::min<U64>(rows, Zarn::U12::largest));
+    }
+    groups.handleIs(name, groups.table().entryCommit(group.key, entry));
+  }
 }
 
-/// From the top down. Adjacencies have told their groups already; what nothing leads to is found by
-/// what it holds.
-void LiveChain::suggest(WantedChain const& wanted, GroupFinder const& places) {
-  suggestGroups(groups_, places);
-  suggestGroups(vxlanGroups_, places);
+LiveChain::Handle LiveChain::groupHandle(std::string const& name) const {
+  Handle found;
+  forEachOf(groups_, [&](auto const& table) {
+    if (!found) found = table.handle(name);
+  });
+  return found;
+}
+
+/// Whether the table that the group is to be in was found to hold that row.
+bool LiveChain::isHeld(WantedChain const& wanted, std::string const& group, U32 row) const {
+  bool held = false;
+  forEachOf(groups_, [&]<class T>(NamedTable<T> const& table) {
+    held = held || (wanted.groupsOf<T>().contains(group) && table.found().contains(row));
+  });
+  return held;
+}
+
+/// From the top down. Adjacencies have told their groups already, and those their blocks; what
+/// nothing leads to is found by what it holds.
+void LiveChain::suggest(WantedChain const& wanted) {
+  suggestGroups(groupsOf<GroupTable>());
+  suggestGroups(groupsOf<VxlanGroupTable>());
   if (nextHops_.found().empty() && members_.found().empty()) return;
   PlaceFinder const finder(wanted, nextHops_.found(), members_.found());
   for (auto const& [name, first] : finder.blocks()) suggestTo(members_.handle(name), {first});
@@ -101,17 +144,30 @@ void LiveChain::suggest(WantedChain const& wanted, GroupFinder const& places) {
   }
 }
 
-/// Groups that found no place by what points at them, as far as their values tell one.
+/// Groups that found no place by what points at them, as far as their values tell one. A group that
+/// still waits for its block has none yet.
 template <class T>
-void LiveChain::suggestGroups(NamedTable<T> const& groups, GroupFinder const& finder) const {
-  std::map<std::string, typename T::Entry> open;
-  for (auto const& [name, handle] : groups.handles())
-    if (handle->entryState() == State::unresolved)
-      open[name] = groups.table().entry(static_cast<typename T::EntryHandle const&>(*handle).key());
-  HeldRows<T> unclaimed;
-  for (auto const& each : groups.found())
-    if (groups.table().syncedEntryGet(each.first)) unclaimed.insert(each);
-  for (auto const& [name, row] : finder.placesOf(open, unclaimed))
+void LiveChain::suggestGroups(NamedTable<T> const& groups) const {
+  using Entry = typename T::Entry;
+  // Handles are the software's own.
+  auto const seen = [](Entry entry) {
+    if constexpr (Asic::Trait::needsEntries<T>)
+      return std::tuple(entry.ecmpSecondaryBlockPtr, entry.secondaryBlockValid,
+                        entry.countSecondary);
+    else
+      return entry;
+  };
+  using Seen = decltype(seen(Entry()));
+  std::map<std::string, Seen> open;
+  for (auto const& [name, handle] : groups.handles()) {
+    auto const& key = static_cast<typename T::EntryHandle const&>(*handle).key();
+    if (handle->entryState() == State::unresolved && groups.table().hasValue(key))
+      open.emplace(name, seen(*groups.table().resolvedEntry(key)));
+  }
+  std::map<U32, Seen> unclaimed;
+  for (auto const& [row, entry] : groups.found())
+    if (groups.table().syncedEntryGet(row)) unclaimed.emplace(row, seen(entry));
+  for (auto const& [name, row] : groupFinder_->placesOf(open, unclaimed))
     suggestTo(groups.handle(name), {row});
 }
 
@@ -122,10 +178,16 @@ void LiveChain::replayEnded(Asic::Chip& chip) {
   };
   for (auto* table : bottomUp()) {
     if (table->needsEntries()) settle();
+    // Their blocks have found their places by now, as far as they had any.
+    forEachOf(groups_, [&]<class T>(NamedTable<T> const& groups) {
+      if (Asic::Trait::needsEntries<T> && table == &groups) suggestGroups(groups);
+    });
     table->replayEnded();
-    if (table == &vxlanGroups_)
-      forEachGroupRow([this](U32 row) { groups_.table().indexAllocator()->candidateDel(row); });
+    if (table == &groupsOf<VxlanSelectiveGroupTable>())  // the last of the groups
+      forEachGroupRow(
+          [this](U32 row) { groupsOf<GroupTable>().table().indexAllocator()->candidateDel(row); });
   }
+  groupFinder_.reset();
   settle();
 }
 
@@ -219,28 +281,64 @@ std::vector<ChainNode> LiveChain::tree() const {
   return nodes;
 }
 
+namespace {
+
+std::string rowText(U32 first, U32 rows) {
+  return rows == 1 ? fmt::format("row {}", first)
+                   : fmt::format("rows {} to {}", first, first + rows - 1);
+}
+
+ChainNode heldNode(std::string_view kind, U32 first, U32 rows, bool isHeld) {
+  return {std::string(kind), rowText(first, rows), isHeld ? "held" : "missing", {}};
+}
+
+}  // namespace
+
+/// Rows that a group points at, and the next hops that they point at, each once.
+ChainNode LiveChain::heldBlock(U32 first, U32 rows) const {
+  auto const& found = members_.found();
+  bool isWhole = true;
+  std::set<U32> nextHops;
+  for (U32 row = first; row < first + rows; ++row) {
+    auto const held = found.find(row);
+    isWhole = isWhole && held != found.end();
+    if (held != found.end()) nextHops.insert(held->second.ecmpNextHopEntry);
+  }
+  auto node = heldNode(members_.kind(), first, rows, isWhole);
+  for (auto const row : nextHops)
+    node.needs.push_back(heldNode(nextHops_.kind(), row, 1, nextHops_.found().contains(row)));
+  return node;
+}
+
+template <class T>
+ChainNode LiveChain::heldGroup(NamedTable<T> const& groups, U32 row) const {
+  auto node = heldNode(groups.kind(), row, 1, true);
+  if constexpr (Asic::Trait::needsEntries<T>) {
+    auto const& entry = groups.found().at(row);
+    if (entry.secondaryBlockValid)
+      node.needs.push_back(
+          heldBlock(entry.ecmpSecondaryBlockPtr,
+                    std::max<U32>(1, static_cast<U32>(entry.countSecondary.value()))));
+  }
+  return node;
+}
+
 std::vector<ChainNode> LiveChain::heldTree() const {
-  auto const nodeOf = [](ChainTable const& table, U32 row) -> ChainNode {
-    return {std::string(table.kind()), fmt::format("row {}", row), "held", {}};
-  };
   std::vector<ChainNode> nodes;
   std::set<U32> isNeeded;
   for (auto const& [row, adjacency] : adjacencies_.found()) {
-    auto& top = nodes.emplace_back(nodeOf(adjacencies_, row));
-    isNeeded.insert(adjacency.group);
-    if (vxlanGroups_.found().contains(adjacency.group))
-      top.needs.push_back(nodeOf(vxlanGroups_, adjacency.group));
-    if (groups_.found().contains(adjacency.group))
-      top.needs.push_back(nodeOf(groups_, adjacency.group));
-    if (top.needs.empty())
-      top.needs.push_back({"group", fmt::format("row {}", adjacency.group), "missing", {}});
+    auto& top = nodes.emplace_back(heldNode(adjacencies_.kind(), row, 1, true));
+    U32 const group = adjacency.group;
+    isNeeded.insert(group);
+    forEachOf(groups_, [&](auto const& table) {
+      if (table.found().contains(group)) top.needs.push_back(heldGroup(table, group));
+    });
+    if (top.needs.empty()) top.needs.push_back(heldNode("group", group, 1, false));
   }
-  auto const addOthers = [&](auto const& table) {
+  forEachOf(groups_, [&](auto const& table) {
     for (auto const& each : table.found())
-      if (!isNeeded.contains(each.first)) nodes.push_back(nodeOf(table, each.first));
-  };
-  addOthers(vxlanGroups_);
-  addOthers(groups_);
+      if (!isNeeded.contains(each.first)) nodes.push_back(heldGroup(table, each.first));
+  });
   return nodes;
 }
 

@@ -6,7 +6,7 @@
 //     deleted in the opposite order. So no row of the hardware ever points at something gone.
 //  2. Before the replay of a table ends whose entries need others, the hardware has had the time to
 //     acknowledge the writes of those: what waits for them has then found its place.
-//  3. Until the replay of both tables of groups has ended, rows of groups that were found are the last
+//  3. Until the replay of all tables of groups has ended, rows of groups that were found are the last
 //     to be given to new ones: the allocator is theirs together, and knows of none of them yet.
 //
 // Threading: one thread.
@@ -14,6 +14,7 @@
 #pragma once
 
 #include <array>
+#include <optional>
 
 #include "agent/Chain.h"
 #include "agent/ChainTree.h"
@@ -23,6 +24,8 @@
 namespace DlbAgent {
 
 class LiveChain {
+  static constexpr std::size_t chainTables = 3 + groupTables;
+
  public:
   /// Makes the tables, with the hooks that the chip brings for them.
   explicit LiveChain(std::string const& chipName);
@@ -35,7 +38,7 @@ class LiveChain {
   void purge();
 
   /// The tables, what is needed first.
-  std::array<ChainTable const*, 5> tables() const;
+  std::array<ChainTable const*, chainTables> tables() const;
   /// What was changed so far, row by row.
   std::vector<Change> changes() const;
   /// A line for each entry that is wanted and not in the hardware, down to what holds it up.
@@ -52,24 +55,34 @@ class LiveChain {
  private:
   using Handle = ChainTable::Handle;
 
-  std::array<ChainTable*, 5> bottomUp();
+  std::array<ChainTable*, chainTables> bottomUp();
   Handle committedBlock(std::vector<WantedRow> const& rows);
-  Handle groupHandle(std::string const& name) const;
-  void suggest(WantedChain const& wanted, GroupFinder const& finder);
   template <class T>
-  void suggestGroups(NamedTable<T> const& groups, GroupFinder const& finder) const;
+  void commitGroups(WantedChain const& wanted);
+  Handle groupHandle(std::string const& name) const;
+  void suggest(WantedChain const& wanted);
+  template <class T>
+  void suggestGroups(NamedTable<T> const& groups) const;
+  bool isHeld(WantedChain const& wanted, std::string const& group, U32 row) const;
   template <class Visitor>
   void forEachGroupRow(Visitor const& visitor) const;
+  template <class T>
+  NamedTable<T>& groupsOf() {
+    return std::get<NamedTable<T>>(groups_);
+  }
   ChainTable const& tableOf(Asic::SwTableBase::EntryHandle const& handle) const;
   std::string why(ChainTable const& table, std::string const& name, Handle const& handle) const;
   std::string hindrance(ChainTable const& table, Handle const& handle) const;
   ChainNode node(ChainTable const& table, std::string const& name, Handle const& handle) const;
+  template <class T>
+  ChainNode heldGroup(NamedTable<T> const& groups, U32 row) const;
+  ChainNode heldBlock(U32 first, U32 rows) const;
 
   NamedTable<NextHopTable> nextHops_;
   NamedTable<MemberTable> members_;
-  NamedTable<GroupTable> groups_;
-  NamedTable<VxlanGroupTable> vxlanGroups_;
+  OfGroupTables<NamedTable> groups_;
   NamedTable<AdjacencyTable> adjacencies_;
+  std::optional<GroupFinder> groupFinder_;  ///< from the replay to its end
 };
 
 }  // namespace DlbAgent

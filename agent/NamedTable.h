@@ -23,9 +23,15 @@ template <class T>
 class NamedTable final : public ChainTable {
  public:
   using Entry = typename T::Entry;
+  /// What one is made of.
+  struct Parts {
+    std::string_view kind;
+    Vell::Ptr<T> table;
+    std::string const& chipName;
+  };
 
-  NamedTable(std::string_view kind, Vell::Ptr<T> table, std::string const& chipName)
-      : ChainTable(kind, tableTypeOf<T>(), table, chipName) {}
+  explicit NamedTable(Parts const& parts)
+      : ChainTable(parts.kind, tableTypeOf<T>(), parts.table, parts.chipName) {}
 
   T& table() const { return static_cast<T&>(swTable()); }
   /// What sync found, by row.
@@ -59,7 +65,8 @@ class NamedTable final : public ChainTable {
   U32 rowsOf(EntryHandle const& handle) const override { return T::blockSizeOf(keyOf(handle)); }
   std::string shortageOf(EntryHandle const& handle) const override;
   void noteFound() override;
-  auto wantedRows(EntryHandle const& handle) const;
+  template <class Visitor>
+  void forEachWanted(EntryHandle const& handle, Visitor const& visitor) const;
   Entry rowOf(EntryHandle const& handle, U32 number) const;
   std::vector<Change> homeless() const;
   std::map<U32, Placed> placed() const;
@@ -83,11 +90,20 @@ Rows NamedTable<T>::held() const {
 
 // ---- what an entry needs ----
 
-/// The rows that the entry has or waits for.
+/// Calls `visitor(number, row)` for the rows that the entry has or waits for.
 template <class T>
-auto NamedTable<T>::wantedRows(EntryHandle const& handle) const {
-  auto const record = table().unresolved(keyOf(handle));
-  return record ? std::as_const(*record).rows() : table().resolvedRows(keyOf(handle));
+template <class Visitor>
+void NamedTable<T>::forEachWanted(EntryHandle const& handle, Visitor const& visitor) const {
+  if constexpr (Asic::Trait::isBlockTable<T>) {
+    auto rows = table().resolvedRows(keyOf(handle));
+    if constexpr (Asic::Trait::needsEntries<T>)
+      if (auto const record = table().unresolved(keyOf(handle)))
+        rows = std::as_const(*record).rows();
+    std::as_const(rows).forEach(
+        [&](Asic::SwTableBase::Index number, Entry const& row) { visitor(number.value(), row); });
+  } else {
+    visitor(0, table().entry(keyOf(handle)));
+  }
 }
 
 template <class T>
@@ -95,7 +111,7 @@ auto NamedTable<T>::needed(EntryHandle const& handle) const -> std::vector<Handl
   std::vector<Handle> handles;
   if constexpr (Asic::Trait::needsEntries<T>) {
     std::set<EntryHandle const*> seen;
-    wantedRows(handle).forEach([&](Asic::SwTableBase::Index, Entry const& row) {
+    forEachWanted(handle, [&](U32, Entry const& row) {
       if (auto const& each = row.neededEntryHandle(); each && seen.insert(each.get()).second)
         handles.push_back(each);
     });
@@ -133,7 +149,7 @@ auto NamedTable<T>::rowOf(EntryHandle const& handle, U32 number) const -> Entry 
   if constexpr (Asic::Trait::isBlockTable<T>)
     return table().resolvedRows(keyOf(handle)).entry(number);
   else
-    return table().entry(keyOf(handle));
+    return table().resolvedEntry(keyOf(handle)).value_or(Entry());
 }
 
 /// The rows of the entries that are in the hardware, or on their way there. Where a write was
@@ -176,10 +192,9 @@ std::vector<Change> NamedTable<T>::homeless() const {
   for (auto const& [name, handle] : handles()) {
     if (rowsOf(*handle) == 0) continue;
     Entry wanted;
-    if constexpr (Asic::Trait::needsEntries<T>)
-      wanted = wantedRows(*handle).entry(0);
-    else
-      wanted = rowOf(*handle, 0);
+    forEachWanted(*handle, [&](U32 number, Entry const& row) {
+      if (number == 0) wanted = row;
+    });
     list.push_back(
         {&type(), Key(Vell::Value(name)), Change::Kind::homeless, {}, recordOf(wanted), {}});
   }

@@ -60,6 +60,8 @@ void Session::start() {
 
 // Nothing stale is deleted before everything wanted is in place.
 Report Session::replay(Configuration const& wanted) {
+  Report report;
+  report.contradictionsFound = chip_->contradictions();
   for (auto& table : tables_) table.replay(wanted.of(table.type()));
   chain_.replay(wanted.chain());
   for (auto& table : tables_) table.replayEnded();
@@ -69,7 +71,6 @@ Report Session::replay(Configuration const& wanted) {
   chain_.purge();
   flowsets_.purge();
 
-  Report report;
   for (auto const& table : tables_) {
     report.tables.push_back({table.type().name(), table.figures(*chip_)});
     std::ranges::move(table.changes(), std::back_inserter(report.changes));
@@ -77,6 +78,7 @@ Report Session::replay(Configuration const& wanted) {
   for (auto const* table : chain_.tables()) report.tables.push_back(table->figures(*chip_));
   std::ranges::move(chain_.changes(), std::back_inserter(report.changes));
   report.unfinished = chain_.unfinished();
+  report.contradictions = chip_->contradictions();
   report.tables.push_back({flowsets_.name(), flowsets_.figures()});
   std::ranges::sort(report.tables, {}, &TableReport::table);
   std::ranges::stable_sort(report.changes, {}, [](auto const& each) { return each.table->name(); });

@@ -37,11 +37,13 @@ constexpr std::array<std::string_view, 5> operationNames{"", "write", "delete", 
 
 }  // namespace
 
-Hardware::Hardware(Asic::Chip::Options const& options, FileLayout const& layout)
+Hardware::Hardware(Asic::Chip::Options const& options, FileLayout const& layout,
+                   std::span<PointerRule const> rules)
     : layout_(layout),
       switches_(switchesOf(options.switches)),
       crashAfter_(options.crashAfter),
       file_(options.hardware, options.access, layout),
+      truth_(layout, rules, [this](U32 table, U64 row) { return this->row(table, row); }),
       operations_(layout.shapes().size()) {
   redo();
   if (switches_.flipRow) flip(*switches_.flipRow);
@@ -90,7 +92,7 @@ void Hardware::operate(Operation operation, U32 table, U64 row, std::span<U8 con
   if (isFrozen()) return;
   if (row >= rows(table)) operation = Operation::outOfRange;
   auto const number = publish({0, row, table, static_cast<U32>(operation)}, bytes);
-  apply(record(number));
+  applyChecked(record(number));
   storeInOrder(state().applied, number);
   if (changesRows(operation)) count(operation, table);
 }
@@ -115,6 +117,23 @@ void Hardware::apply(JournalRecord const& record) {
               rowBytes(record.table, record.row));
   if (shape.stateTable != TableShape::none)
     storeInOrder(*reinterpret_cast<U64*>(rowBytes(shape.stateTable, record.row)), 0);
+}
+
+void Hardware::applyChecked(JournalRecord const& record) {
+  if (!changesRows(static_cast<Operation>(record.operation))) return;
+  auto const broken = truth_.checked(record.table, record.row, [&] { apply(record); });
+  if (broken.empty()) return;
+  auto const breach = Vell::concatenate(
+      "operation ", record.number, " (", operationNames[record.operation], " of row ", record.row,
+      " of ", layout_.shapes()[record.table].name, ") broke the hardware's truth: ", broken);
+  VELL_ASSERT(!switches_.stopAtBreach, "stop-at-breach", breach);
+  if (breaches_.size() < mostBreaches) breaches_.push_back(breach);
+}
+
+std::vector<std::string> Hardware::contradictions() const {
+  auto all = truth_.contradictions();
+  all.insert(all.end(), breaches_.begin(), breaches_.end());
+  return all;
 }
 
 void Hardware::count(Operation operation, U32 table) {

@@ -10,7 +10,9 @@
 //  2. A row that is not valid is all zeros.
 //  3. State is the chip's own doing: neither journalled nor counted. A row of it is 8 bytes,
 //     replaced by one store.
-//  4. An operation on a row that the table does not have changes no row, and neither does a write that
+//  4. Every operation is checked against the truth of Truth.h. One that breaks it takes effect all the
+//     same, and is remembered; with the switch stop-at-breach it stops the process.
+//  5. An operation on a row that the table does not have changes no row, and neither does a write that
 //     the chip refuses. The journal holds them as "outOfRange" and "refused", and no count takes them
 //     in.
 //
@@ -25,15 +27,19 @@
 #include "chips/sim/FileLayout.h"
 #include "chips/sim/HardwareFile.h"
 #include "chips/sim/Switches.h"
+#include "chips/sim/Truth.h"
 #include "platform/asic/Chip.h"
 
 namespace Sim {
 
 class Hardware {
  public:
-  /// `layout` stays as long as the hardware. Throws `std::runtime_error`, and then the file holds
-  /// the rows that it held.
-  Hardware(Asic::Chip::Options const& options, FileLayout const& layout);
+  /// `layout` and `rules` stay as long as the hardware. Throws `std::runtime_error`, and then the file
+  /// holds the rows that it held.
+  Hardware(Asic::Chip::Options const& options, FileLayout const& layout,
+           std::span<PointerRule const> rules);
+  Hardware(Hardware const&) = delete;
+  Hardware& operator=(Hardware const&) = delete;
 
   std::string const& path() const { return file_.path(); }
   U64 rows(U32 table) const { return layout_.shapes()[table].rows; }
@@ -54,8 +60,13 @@ class Hardware {
 
   Asic::Chip::Operations const& operations(U32 table) const { return operations_[table]; }
   std::vector<Asic::Chip::JournalEntry> journal(std::size_t most) const;
+  /// What the hardware contradicts itself in now, and the operations since opening that made it so.
+  std::vector<std::string> contradictions() const;
 
  private:
+  /// Breaches of the truth that are remembered.
+  static constexpr std::size_t mostBreaches = 100;
+
   enum class Operation : U32 { write = 1, erase = 2, outOfRange = 3, refused = 4 };
   static bool changesRows(Operation operation) {
     return operation == Operation::write || operation == Operation::erase;
@@ -64,6 +75,7 @@ class Hardware {
   void operate(Operation operation, U32 table, U64 row, std::span<U8 const> bytes);
   U64 publish(JournalRecord record, std::span<U8 const> bytes);
   void apply(JournalRecord const& record);
+  void applyChecked(JournalRecord const& record);
   void count(Operation operation, U32 table);
   void redo();
   void flip(Switches::RowAddress const& address);
@@ -76,6 +88,8 @@ class Hardware {
   Switches switches_;
   U64 crashAfter_;
   HardwareFile file_;
+  Truth truth_;
+  std::vector<std::string> breaches_;
   std::vector<Asic::Chip::Operations> operations_;
   U64 operationCount_ = 0;  ///< over all tables, since opening
 };

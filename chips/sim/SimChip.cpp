@@ -27,7 +27,7 @@ void SimChip::open(Options const& options) {
   if (hardware_)
     throw std::runtime_error("the simulated chip has opened hardware file \"" + hardware_->path() +
                              "\" already; make another chip for another file");
-  hardware_ = std::make_shared<Hardware>(options, layout());
+  hardware_ = std::make_shared<Hardware>(options, layout(), pointerRules);
   Tables::forEach([&]<class Line>(Line) {
     constexpr auto number = Tables::numberOf<typename Line::Table>;
     if constexpr (Asic::ReadTableClass<typename Line::Table>) {
@@ -82,6 +82,10 @@ U64 SimChip::answersOutstanding() const {
 std::optional<Asic::Chip::Traffic> SimChip::simulateTraffic(U64 flows, U64 seed) {
   if (!hardware_) return Traffic{.flows = flows, .unserved = flows};
   return Sim::Traffic(*hardware_, seed).played(flows);
+}
+
+std::vector<std::string> SimChip::contradictions() const {
+  return hardware_ ? hardware_->contradictions() : std::vector<std::string>();
 }
 
 std::vector<Asic::Chip::JournalEntry> SimChip::journal(std::size_t most) const {

@@ -23,6 +23,7 @@ class SimChip final : public Asic::Chip {
   std::vector<JournalEntry> journal(std::size_t most) const override;
   std::string misfit(std::string_view tableName, Vell::Value const& key,
                      Vell::Record const& entry) const override;
+  std::vector<std::string> contradictions() const override;
   U64 poll() override;
   U64 answersOutstanding() const override;
   std::optional<Traffic> simulateTraffic(U64 flows, U64 seed) override;

@@ -31,12 +31,14 @@ class SimHwTable : public Asic::HwTable {
 
   /// The bytes of a valid row, good until the next operation; empty if there is none.
   std::span<U8 const> row(U64 row) const { return hardware_->row(table_, row); }
-  void rowIs(U32 row, std::span<U8 const> bytes) {
+  /// What the chip can make of a row that is told to it.
+  enum class Refusable : bool { no, yes };
+  void rowIs(U32 row, std::span<U8 const> bytes, Refusable refusable = Refusable::yes) {
     auto const write = newestWrite(row);
     if (write == 0) return hardware_->rowIs(table_, row, bytes);  // nobody wants to hear of it
     if (hardware_->isFrozen()) return;
     bool const fits = row < hardware_->rows(table_);
-    bool const refused = fits && acks_.refusesNext();
+    bool const refused = fits && refusable == Refusable::yes && acks_.refusesNext();
     refused ? hardware_->rowRefused(table_, row) : hardware_->rowIs(table_, row, bytes);
     bool const took = fits && !refused;
     acks_.post(

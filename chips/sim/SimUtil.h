@@ -3,7 +3,8 @@
 // Blocks are written to the end by their table, so their index is known at the write; that of a group
 // is known when the chip acknowledges the write.
 //
-// A key without a value keeps its row: valid, with every field 0. The next process finds it as a
+// A key without a value keeps its row: valid, with every field 0. A write of that is never refused:
+// it takes something out, for which there is always room. The next process finds it as a
 // row like any other, so that it is claimed by a commit or deleted as stale, and never forgotten.
 //
 // Without a hardware table nothing is programmed: the table works on its collections alone.
@@ -35,8 +36,14 @@ class SimUtil final : public Asic::TableUtil<T> {
   U32 numEntries() const override { return rows_; }
 
   void hwTableEntryIs(T& swTable, Key key, Zarn::Optional<Entry> const& entry) const override {
-    if (auto* const hwTable = swTable.hwTable())
-      SimHwTable::of(*hwTable).rowIs(Rows::row(key), entry ? Codec::pack(*entry) : Codec::blank());
+    using enum SimHwTable::Refusable;
+    auto* const hwTable = swTable.hwTable();
+    if (!hwTable) return;
+    auto& chipTable = SimHwTable::of(*hwTable);
+    if (entry)
+      chipTable.rowIs(Rows::row(key), Codec::pack(*entry), yes);
+    else
+      chipTable.rowIs(Rows::row(key), Codec::blank(), no);
   }
 
   void hwTableEntryDel(T& swTable, Key key) const override {

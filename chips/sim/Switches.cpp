@@ -23,8 +23,9 @@ bool setDelayReads(Switches& switches, std::string_view value) {
   return toNumber(value, switches.delayReads);
 }
 
-bool setInterleaveReads(Switches& switches, std::string_view value) {
-  switches.interleaveReads = value == "on";
+template <bool Switches::*flag>
+bool setFlag(Switches& switches, std::string_view value) {
+  switches.*flag = value == "on";
   return value == "on" || value == "off";
 }
 
@@ -66,11 +67,12 @@ constexpr KnownSwitch knownSwitches[] = {
     {"fault-seed", "S", &setFaultSeed},
     {"flip-row", "TABLE:ROW", &setFlipRow},
     {"freeze-after", "N", &setFreezeAfter},
-    {"interleave-reads", "on|off", &setInterleaveReads},
+    {"interleave-reads", "on|off", &setFlag<&Switches::interleaveReads>},
     {"lose-acks", percent, &setPercent<&Faults::lost>},
     {"lose-read-ends", "N", &setLoseReadEnds},
     {"refuse-writes", percent, &setPercent<&Faults::refused>},
     {"reorder-acks", percent, &setPercent<&Faults::reordered>},
+    {"stop-at-breach", "on|off", &setFlag<&Switches::stopAtBreach>},
 };
 
 std::string knownList() {

@@ -36,6 +36,8 @@ struct Switches {
   WriteFaults writes;
   /// fault-seed=S: another seed, other faults.
   U64 faultSeed = 1;
+  /// stop-at-breach=on: an operation that breaks the truth of Truth.h stops the process.
+  bool stopAtBreach = false;
   /// flip-row=TABLE:ROW: opening flips the lowest bit of the first field of that valid row.
   std::optional<RowAddress> flipRow;
 };

@@ -9,6 +9,7 @@
 #include "chips/sim/FileLayout.h"
 #include "chips/sim/SimReadTable.h"
 #include "chips/sim/SimUtil.h"
+#include "chips/sim/Truth.h"
 #include "config/DlbControlSwTable.h"
 #include "config/DlbEcmpControlSwTable.h"
 #include "config/DlbEcmpDlbId0To63EnableSwTable.h"
@@ -21,7 +22,9 @@
 #include "forwarding/AdjacencySwTable.h"
 #include "forwarding/NextHopSwTable.h"
 #include "group/EcmpGroup1DlbSwTable.h"
+#include "group/EcmpGroup1SelectiveDlbSwTable.h"
 #include "group/VxlanEcmpGroup1DlbSwTable.h"
+#include "group/VxlanEcmpGroup1SelectiveDlbSwTable.h"
 #include "member/DlbEcmpMember1SwTable.h"
 
 namespace Sim {
@@ -96,8 +99,40 @@ using Tables = SimTables<
     SimTable<TessarLoadBalance::DlbEcmpMember1Table, members>,
     SimTable<Forwarding::NextHopTable, nextHops>,
     SimTable<TessarLoadBalance::EcmpGroup1DlbTable, level1Groups>,
+    SimTable<TessarLoadBalance::EcmpGroup1SelectiveDlbTable, level1Groups>,
     SimTable<TessarLoadBalance::VxlanEcmpGroup1DlbTable, level1Groups>,
+    SimTable<TessarLoadBalance::VxlanEcmpGroup1SelectiveDlbTable, level1Groups>,
     SimTable<Forwarding::AdjacencyTable, adjacencies>>;
+
+// ---- rows that point at rows ----
+
+/// A member row points at its next hop.
+inline RowRun nextHopOf(std::span<U8 const> row) {
+  return {RowCodec<TessarLoadBalance::DlbEcmpMember1Entry>::unpack(row).ecmpNextHopEntry, 1};
+}
+
+/// A group whose pointer is valid points at the rows of its block, at one of them at least.
+template <class GroupTable>
+RowRun blockOf(std::span<U8 const> row) {
+  auto const entry = RowCodec<typename GroupTable::Entry>::unpack(row);
+  if (!entry.secondaryBlockValid) return {};
+  auto const rows = static_cast<U32>(entry.countSecondary.value());
+  return {entry.ecmpSecondaryBlockPtr, rows == 0 ? 1 : rows};
+}
+
+template <class From, class To>
+constexpr PointerRule pointing(RowRun (*target)(std::span<U8 const>)) {
+  return {Tables::numberOf<From>, Tables::numberOf<To>, target};
+}
+
+inline constexpr std::array pointerRules{
+    pointing<TessarLoadBalance::DlbEcmpMember1Table, Forwarding::NextHopTable>(&nextHopOf),
+    pointing<TessarLoadBalance::EcmpGroup1SelectiveDlbTable,
+             TessarLoadBalance::DlbEcmpMember1Table>(
+        &blockOf<TessarLoadBalance::EcmpGroup1SelectiveDlbTable>),
+    pointing<TessarLoadBalance::VxlanEcmpGroup1SelectiveDlbTable,
+             TessarLoadBalance::DlbEcmpMember1Table>(
+        &blockOf<TessarLoadBalance::VxlanEcmpGroup1SelectiveDlbTable>)};
 
 /// The hooks' class for a kind of table.
 template <class T>

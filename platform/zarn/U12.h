@@ -37,6 +37,7 @@ class U12 {
 /// Told as its number. A larger one is refused, with words that say the range.
 template <>
 struct FieldType<U12> : FieldType<U16> {
+  static constexpr U8 bits = U12::bits;
   static Vell::Value toValue(U12 number) { return number.value(); }
   static void fromValue(U12& field, Vell::Value const& value);
 };

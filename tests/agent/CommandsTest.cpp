@@ -91,7 +91,7 @@ TEST_F(CommandsTest, lostWritesAreFound) {
 }
 
 TEST_F(CommandsTest, showTellsEveryTableInTheTypesOfItsFields) {
-  EXPECT_EQ(json("show").at("tables").size(), 14u);
+  EXPECT_EQ(json("show").at("tables").size(), 16u);
   EXPECT_FALSE(exists(hardware));
   json("run " + leaf);
   auto const tables = json("show").at("tables");
@@ -113,7 +113,7 @@ TEST_F(CommandsTest, showTellsEveryTableInTheTypesOfItsFields) {
 TEST_F(CommandsTest, wholeLeafRestartsUntouchedAlsoAfterTraffic) {
   auto const whole = example("leaf.json");
   auto const first = json("run " + whole);
-  EXPECT_EQ(first.at("tables").size(), 15u);
+  EXPECT_EQ(first.at("tables").size(), 17u);
   EXPECT_EQ(Testing::figures(first), "0 0 640 0 640 0");
   EXPECT_EQ(Testing::figures(json("run " + whole)), "640 0 0 0 0 0");
   EXPECT_EQ(Testing::figures(json("run " + example("leaf-changed.json"))), "633 5 1 2 6 2");
