@@ -89,6 +89,9 @@ class GroupAccessor : public HandleAccessor<T> {
  protected:
   using AccessorBase<T>::swTable_;
 
+  /// Drops that many values from the front of the queue: what comes meanwhile, from watchers, belongs
+  /// to a later write.
+  static void dropPending(EntryHandle& handle, U32 count);
   /// Takes out value and index of an entry whose handle is the next to go.
   Removal removeAtOnce(EntryHandle& handle, Key const& key);
 
@@ -98,10 +101,12 @@ class GroupAccessor : public HandleAccessor<T> {
   HandlePtr write(std::string_view operation, Key const& key, Entry const& entry,
                   AutoRemoveType autoRemove);
   bool wasRefused(Key const& key, EntryState outcome) const;
+  bool hasNewerWish(EntryHandle const& handle) const;
   void hwTableEntryIs(Util const& util, Key const& key, Index hwIndex, EntryHandle* handle);
   bool tellWrite(Util const& util, Index hwIndex, EntryHandle* handle, bool hasValue);
   void hwTableEntryDel(Util const& util, Key const& key, Index hwIndex);
   void deleteRow(Util const& util, Index hwIndex);
+  void releaseIndex(Key const& key);
   Entry wantedValue(Key const& key) const;
   bool isFreeFor(Key const& key, Index hwIndex) const;
 };

@@ -136,6 +136,11 @@ void GroupAccessor<T>::removeHwEntry(Key const& key) {
   }
   // The handle must not lead a dependent there, should the entry come back.
   if (handle) handle->hwIndexIs(Index());
+  releaseIndex(key);
+}
+
+template <class T>
+void GroupAccessor<T>::releaseIndex(Key const& key) {
   Vell::Ptr<typename T::IndexAllocator> const allocator = swTable_->indexAllocator();
   allocator->releaseIndexFromTable(T::keyType(), &key, *swTable_);
 }
@@ -165,12 +170,27 @@ bool GroupAccessor<T>::wasRefused(Key const& key, EntryState outcome) const {
          !this->doRetrieveHwIndex(key).value().isExhausted();
 }
 
+/// A value that waits came after the one that is being written, from a watcher of its state.
+template <class T>
+bool GroupAccessor<T>::hasNewerWish(EntryHandle const& handle) const {
+  return (handle.entryState() == EntryState::unresolved ||
+          handle.entryState() == EntryState::failedNeededEntry) &&
+         swTable_->unresolvedHas(handle.key());
+}
+
+template <class T>
+void GroupAccessor<T>::dropPending(EntryHandle& handle, U32 count) {
+  if (count == handle.pendingEntry().count() && !handle.publisher()->hasWatchers())
+    return handle.pendingEntryDelAll();
+  for (; count > 0; --count) handle.pendingEntryDeq();
+}
+
 template <class T>
 void GroupAccessor<T>::handleResolvedEntryState(EntryHandle& handle) {
   using enum SwTableBase::EntryState;
   auto const outcome = handle.resolvedEntryState();
   if (outcome == inProgress || outcome == indexReconciled) {  // a write is under way
-    handle.entryStateIs(outcome);
+    if (!hasNewerWish(handle)) handle.entryStateIs(outcome);
     return;
   }
   auto const key = handle.key();
@@ -189,8 +209,10 @@ void GroupAccessor<T>::handleResolvedEntryState(EntryHandle& handle) {
   }
   // What the row still shows must not go yet.
   bool const rowIsFormer = Trait::tableNeedsDeleteDance<T> && wasRefused(key, outcome);
-  if (!rowIsFormer) handle.pendingEntryDelAll();
-  if (handle.resolvedEntryState() != outcome) return;  // a watcher wrote it anew
+  auto const claims = handle.claims();
+  if (!rowIsFormer) dropPending(handle, handle.pendingEntry().count());
+  // A watcher of that, or of an entry that was let go, wrote it anew.
+  if (handle.claims() != claims || handle.resolvedEntryState() != outcome) return;
   auto const state = handle.entryState();
   if (state == inProgress || state == indexReconciled) {
     handle.entryStateIs(outcome);
@@ -223,8 +245,12 @@ template <class T>
 auto GroupAccessor<T>::removeAtOnce(EntryHandle& handle, Key const& key) -> Removal {
   handle.swTableIs(nullptr);
   if (handle.swTable()) return Removal::cameBack;
+  bool const isStored = swTable_->resolvedHas(key);
   deleteResolvedEntry(key);
-  return handle.swTable() ? Removal::cameBack : Removal::done;
+  if (handle.swTable()) return Removal::cameBack;
+  // An index that was asked for ahead, for an entry that waited to its end.
+  if (!isStored && !this->doRetrieveHwIndex(key).value().isExhausted()) releaseIndex(key);
+  return Removal::done;
 }
 
 // ---- restart ----
@@ -339,7 +365,7 @@ bool GroupAccessor<T>::processIndexSuggestion(EntryHandle& handle, Index hwIndex
   if (handle.entryState() != EntryState::unresolved || this->doRetrieveHwIndex(key) != hwIndex)
     return true;  // a watcher wrote it anew, or removed it
   handle.hwIndexIs(hwIndex);
-  handle.entryStateIs(EntryState::indexReconciled);
+  if (!hasNewerWish(handle)) handle.entryStateIs(EntryState::indexReconciled);
   handle.resolvedEntryStateIs(EntryState::indexReconciled);
   this->doCompleteEntryHandleForTesting(key);
   return true;

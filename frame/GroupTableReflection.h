@@ -35,7 +35,12 @@ struct UnresolvedGroupEntryReflection {
     return Entry::toValue(record.entry());
   }
   static void set(void* object, Vell::AttributeData const&, Vell::Value const& value) {
-    recordOf(object).entryIs(Entry::fromValue(value));
+    Vell::Ptr<Record> const record(&recordOf(object));
+    auto const entry = Entry::fromValue(value);
+    if (Vell::Ptr<SwTable> const table = record->swTable())
+      static_cast<T&>(*table).unresolvedEntryIs(*record, entry);
+    else
+      record->entryIs(entry);
   }
   static constexpr Vell::TypeData type{
       NestedName<T, "::UnresolvedEntry">::view, attributes, {.get = &get, .set = &set}};
@@ -209,7 +214,7 @@ struct GroupTableReflection {
     auto figures = of(table.resolvedEntryMap());
     if constexpr (entriesWait) {
       if (attribute.name == "unresolvedEntry") return of(table.unresolvedMap());
-      figures.version += table.unresolvedMap().version();
+      if (attribute.name == "entry") figures.version += table.unresolvedMap().version();
     }
     if (attribute.name == "entry") {
       figures.count = 0;

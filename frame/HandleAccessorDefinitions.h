@@ -128,9 +128,10 @@ void HandleAccessor<T>::handleIndexSuggestions(EntryHandle& handle, IndexSet con
 
 template <class T>
 bool HandleAccessor<T>::awaitsIndex(EntryHandle const& handle) const {
-  // One that waits for what it needs keeps a former value as it is.
-  return handle.entryState() == SwTableBase::EntryState::unresolved &&
-         swTable_->hasValue(handle.key()) && !swTable_->unresolvedHas(handle.key());
+  // One that waits for what it needs keeps a former value as it is, and so does one that did.
+  auto const& key = handle.key();
+  return handle.entryState() == SwTableBase::EntryState::unresolved && swTable_->hasValue(key) &&
+         !swTable_->unresolvedHas(key) && !swTable_->entryInHwTable(key);
 }
 
 template <class T>
@@ -280,7 +281,11 @@ void HandleAccessor<T>::cleanup(EntryHandle& handle) {
                 ": its watchers bring an entry back without end while it goes");
     auto const removal = self().removeEntryOf(handle, key);
     if (removal == Removal::done) break;
-    if (removal == Removal::leaves || isHeldAnew(handle) || !isOwn()) return;
+    if (removal == Removal::cameBack && !isHeldAnew(handle) && isOwn()) continue;
+    // What began to leave may have left by now; nobody else's last use will end that.
+    if constexpr (Trait::tableNeedsDeleteDance<T>)
+      if (!isOwn() && handle.useCount() == 1) self().handleOutsideGone(handle, key);
+    return;
   }
   swTable_->entryHandleDel(key);
 }
@@ -322,6 +327,7 @@ void HandleAccessor<T>::entryRemoveAll() {
 template <class T>
 void HandleAccessor<T>::cleanup() {
   trace(traceLife, "cleanup");
+  if constexpr (Trait::needsEntries<T>) swTable_->unresolvedWatchesEnd();
   for (Zarn::HashMap2018IteratorGeneric at(swTable_->entryHandleMap()); at; at.advance()) {
     Vell::Ptr<EntryHandle> const handle = at.currNodeMaybeStale()->value_;
     handle->swTableIs(nullptr);
@@ -354,7 +360,8 @@ void HandleAccessor<T>::doInitAllocator() {
   swTable_->indexAllocatorStore(allocator);
   allocator->setTableAttr(*swTable_,
                           {T::keyType(), &indexKeyType<Key>, [table = swTable_](auto* key) {
-                             return table->resolvedHas(*static_cast<Key const*>(key));
+                             auto const& asked = *static_cast<Key const*>(key);
+                             return table->resolvedHas(asked) || table->unresolvedHas(asked);
                            }});
   allocator->sizeIs(swTable_->numEntries());
   T::setUpAllocator(*allocator);

@@ -46,8 +46,19 @@ class SyncedEntryMember final
   Vell::ZarnType typeData() const override { return {&T::module(), T::syncedEntryTypeNumber}; }
 };
 
+/// Where the object of a table comes from: the slabs, unless its sheet says otherwise.
 template <class T, class Sheet>
-class HandleTable : public Sheet::Base, public Bruvel::Allocated<T> {
+struct TableAllocation {
+  using Type = Bruvel::Allocated<T>;
+};
+template <class T, class Sheet>
+requires requires { typename Sheet::template Allocation<T>; }
+struct TableAllocation<T, Sheet> {
+  using Type = typename Sheet::template Allocation<T>;
+};
+
+template <class T, class Sheet>
+class HandleTable : public Sheet::Base, public TableAllocation<T, Sheet>::Type {
  public:
   using Key = typename Sheet::Key;
   using HandleKey = Key;

@@ -39,6 +39,8 @@ void HandleTable<T, Sheet>::tearDown() {
     if constexpr (Trait::tableNeedsDeleteDance<T>) table().unresolvedDelAll();
     entryHandleDelAll();
     table().unresolvedDelAll();
+    if constexpr (Trait::tableNeedsDeleteDance<T>) table().leaversForget();
+    syncedEntry_._memberDelAll();  // what lies there may hold entries of other tables
   }
 }
 

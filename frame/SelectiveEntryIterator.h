@@ -42,7 +42,8 @@ class SwTable::EntryIteratorConst<T> {
     if (auto const* at = std::get_if<AtUnresolved>(&at_)) return at->currNodeMaybeStale()->key();
     return std::get<AtResolved>(at_).currNodeMaybeStale()->key();
   }
-  /// A copy of the entry; the last known one if the key has gone since.
+  /// A copy of the entry; the last known one if the key has gone since, and a default entry if it has
+  /// lost its value.
   typename T::Entry entry() const {
     auto const at = key();
     if (table_->unresolvedHas(at) || table_->resolvedHas(at)) return table_->entry(at);

@@ -27,7 +27,7 @@
 // again, over the same index if the needed entry is usable before the acknowledgement comes.
 //
 // Invariants
-//  1. A row is written only when the needed entry has an index.
+//  1. A row is written only when the needed entry is usable.
 //  2. Whatever value the row may still show, R or Q holds a use of the entry that it needs.
 //  3. The row is gone before the uses in Q are.
 
@@ -91,7 +91,6 @@ class SelectiveGroupAccessor : public GroupAccessor<T> {
   HandlePtr existing(std::string_view operation, Key const& key, Entry const& entry,
                      AutoRemoveType keeper);
   void suggestFromSyncedRows(UnresolvedEntry const& unresolved);
-  static void dropPending(EntryHandle& handle, U32 count);
 };
 
 }  // namespace Asic

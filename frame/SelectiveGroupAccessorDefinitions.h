@@ -13,7 +13,8 @@ namespace Asic {
 template <class T>
 auto SelectiveGroupAccessor<T>::write(std::string_view operation, Key const& key,
                                       Entry const& entry, AutoRemoveType keeper) -> HandlePtr {
-  Entry const wanted = entry;  // it may lie in what a watcher is about to change
+  static_cast<void>(this->allocator());  // from the start to the end of the table's life
+  Entry const wanted = entry;            // it may lie in what a watcher is about to change
   for (U32 attempts = 0;; ++attempts) {
     VELL_ASSERT(attempts < this->mostCleanupWalks, "attempts < mostCleanupWalks",
                 T::names.qualified, ": its watchers write the key without end while it is written");
@@ -29,7 +30,10 @@ auto SelectiveGroupAccessor<T>::write(std::string_view operation, Key const& key
     handle->entryStateIs(EntryState::unresolved);
     if (swTable_->unresolvedHas(key) || swTable_->isValue(key, wanted)) continue;  // and here
     auto const unresolved = swTable_->unresolvedIs(key);
-    if (unresolved->swTable()) initUnresolvedEntry(*unresolved, wanted);
+    if (unresolved->swTable())
+      initUnresolvedEntry(*unresolved, wanted);
+    else if (swTable_->unresolvedHas(key))
+      continue;  // and a watcher of the record itself
     return handle;
   }
 }
@@ -126,6 +130,7 @@ void SelectiveGroupAccessor<T>::doResolve(UnresolvedEntry& unresolved) {
   auto entry = unresolved.entry();
   if (auto const& needed = entry.neededEntryHandle()) {
     entry.neededIndexIs(SwTableBase::getHwIndexForDependentField(*needed));
+    if (!unresolved.swTable()) return;  // a hook of the needed table did
     unresolved.entryIs(entry);
   }
   trace(traceLife, "doResolve", ": key:", T::keyText(key));
@@ -185,19 +190,15 @@ auto SelectiveGroupAccessor<T>::removeEntryOf(EntryHandle& handle, Key const& ke
 template <class T>
 void SelectiveGroupAccessor<T>::endDeleteDance(EntryHandle& handle, Key const& key,
                                                EntryState stateBefore) {
-  auto const claims = handle.claims();
-  auto const pending = handle.pendingEntry().count();
+  SwTable::OperationScope const scope(*swTable_);  // it may come in the midst of another operation
+  auto const formerValues = handle.pendingEntry().count();
   // The row goes before what it pointed at can.
   this->deleteResolvedEntry(key);
-  bool const isClaimed = handle.claims() != claims;  // by a watcher: what it wrote may pend as well
-  isClaimed ? dropPending(handle, pending) : handle.pendingEntryDelAll();
-  if (stateBefore == EntryState::inProgress && handle.claims() == claims)
+  this->dropPending(handle, formerValues);
+  // Else a commit or a reference has claimed it.
+  if (stateBefore == EntryState::inProgress &&
+      handle.entryType() == SwTableBase::EntryType::inDeletion)
     swTable_->entryHandleDel(key);
-}
-
-template <class T>
-void SelectiveGroupAccessor<T>::dropPending(EntryHandle& handle, U32 count) {
-  for (; count > 0; --count) handle.pendingEntryDeq();
 }
 
 template <class T>
@@ -207,7 +208,7 @@ void SelectiveGroupAccessor<T>::handleOutsideGone(EntryHandle& handle, Key const
   switch (handle.entryType()) {
     case inDeletion:
       trace(traceLife, "cleanup", " delete dance complete, key : ", T::keyText(key));
-      swTable_->leaverGone(handle);
+      swTable_->leaverForget(handle);
       return;
     case unset:
       VELL_ASSERT(!keyHasHandle, "!swTable_->entryHandleHas( key )", T::names.qualified, " key ",
@@ -236,11 +237,10 @@ void SelectiveGroupAccessor<T>::writeWithoutValue(Key const& key) {
 template <class T>
 bool SelectiveGroupAccessor<T>::processIndexSuggestion(EntryHandle& handle, Index hwIndex) {
   auto const key = handle.key();
-  if (swTable_->hasValue(key)) return GroupAccessor<T>::processIndexSuggestion(handle, hwIndex);
   // An entry that waits has nothing to compare yet; the candidate stays for when it has.
   if (auto const unresolved = swTable_->unresolved(key))
     this->suggestIndexToNeededTable(unresolved->entry(), swTable_->syncedEntry(hwIndex));
-  return false;
+  return swTable_->hasValue(key) && GroupAccessor<T>::processIndexSuggestion(handle, hwIndex);
 }
 
 }  // namespace Asic

@@ -55,6 +55,8 @@ struct SelectiveGroupSheet : GroupSheet<Sheet> {
 
   template <class T>
   using Record = UnresolvedGroupEntry<T>;
+  template <class T>
+  using Allocation = Bruvel::GloballyAllocated<T>;
 
   struct QE_PendingEntry : GroupSheet<Sheet>::QE_PendingEntry {
     static constexpr U32 firstCapacity = 2;
@@ -107,6 +109,8 @@ class SelectiveGroupTable : public GroupTable<T, Sheet>, public UnresolvedEntrie
   Vell::Ptr<UnresolvedEntry> unresolvedEntryIs(Key const& key) { return this->unresolvedIs(key); }
   Vell::Ptr<UnresolvedEntry> unresolvedEntryDel(Key const& key) { return this->unresolvedDel(key); }
   void unresolvedEntryDelAll() { this->unresolvedDelAll(); }
+  /// Gives one of its records another entry, and watches what that one needs.
+  void unresolvedEntryIs(UnresolvedEntry& record, Entry const& entry);
 
   // What the generic logic calls.
 
@@ -117,7 +121,7 @@ class SelectiveGroupTable : public GroupTable<T, Sheet>, public UnresolvedEntrie
   /// A handle that leaves at the end of its dance has its table until its last use goes: that ends
   /// the removal. The table remembers it, and takes itself back if it goes before.
   void handleLeft(EntryHandle& handle);
-  void leaverGone(EntryHandle& handle);
+  void leaverForget(EntryHandle& handle);
   void leaversForget();
 
  protected:

@@ -36,6 +36,13 @@ bool SelectiveGroupTable<T, Sheet>::entryHas(Key key) const {
 }
 
 template <class T, class Sheet>
+void SelectiveGroupTable<T, Sheet>::unresolvedEntryIs(UnresolvedEntry& record, Entry const& entry) {
+  SwTable::OperationScope const scope(*this);
+  record.neededEntryHandleSmDelAll();
+  typename Group::AccessorT(this->table()).initUnresolvedEntry(record, entry);
+}
+
+template <class T, class Sheet>
 void SelectiveGroupTable<T, Sheet>::handleLeft(EntryHandle& handle) {
   if (handle.entryType() == SwTableBase::EntryType::inDeletion && handle.swTable())
     leavers_.push_back(&handle);
@@ -44,14 +51,14 @@ void SelectiveGroupTable<T, Sheet>::handleLeft(EntryHandle& handle) {
 }
 
 template <class T, class Sheet>
-void SelectiveGroupTable<T, Sheet>::leaverGone(EntryHandle& handle) {
+void SelectiveGroupTable<T, Sheet>::leaverForget(EntryHandle& handle) {
   std::erase(leavers_, &handle);
-  handle.swTableIs(nullptr);
+  handle.swTableForget();
 }
 
 template <class T, class Sheet>
 void SelectiveGroupTable<T, Sheet>::leaversForget() {
-  for (auto* const handle : std::exchange(leavers_, {})) handle->swTableIs(nullptr);
+  for (auto* const handle : std::exchange(leavers_, {})) handle->swTableForget();
 }
 
 }  // namespace Asic

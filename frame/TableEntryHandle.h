@@ -62,6 +62,8 @@ class TableEntryHandle final : public SwTable::EntryHandle,
   T* swTable() const { return swTable_; }
   /// Stores another table, or none, and tells the watchers of the handle; the same one is nothing.
   void swTableIs(T* table);
+  /// The same without telling anybody, for a handle that is about to go.
+  void swTableForget() { swTable_ = nullptr; }
   /// A free attribute for clients.
   BlockSize blockSize() const { return blockSize_; }
   void blockSizeIs(BlockSize size);

@@ -13,6 +13,8 @@ constinit Zarn::AllocTrackTypeInfo TableEntryHandle<T>::memAllocationTracker_{
 template <class T>
 TableEntryHandle<T>::~TableEntryHandle() {
   this->nodeFlagSet(Vell::Node::freedAtZeroFlag, false);
+  if constexpr (Trait::tableNeedsDeleteDance<T>)
+    if (swTable_) swTable_->leaverForget(*this);
   pendingEntry_.doClear(PendingEntry::Numbering::dropped);
   key_ = Key();
 }

@@ -64,6 +64,8 @@ class UnresolvedEntries {
   /// Takes the record out and gives it; null if there was none.
   Vell::Ptr<UnresolvedRecord> unresolvedDel(Key const& key);
   void unresolvedDelAll();
+  /// Nothing that waits resolves any more: the table goes.
+  void unresolvedWatchesEnd();
 
   // What records call.
 

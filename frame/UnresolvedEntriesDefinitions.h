@@ -52,10 +52,17 @@ auto UnresolvedEntries<T, Sheet>::unresolvedDel(Key const& key) -> Vell::Ptr<Unr
 
 template <class T, class Sheet>
 void UnresolvedEntries<T, Sheet>::unresolvedDelAll() {
+  Vell::Ptr<SwTable> const held(&self());
   for (Zarn::HashMap2018IteratorGeneric at(unresolved_); at; at.advance()) {
     Vell::Ptr<UnresolvedRecord> const record = at.currNodeMaybeStale()->value_;
     unresolvedDel(record->key());
   }
+}
+
+template <class T, class Sheet>
+void UnresolvedEntries<T, Sheet>::unresolvedWatchesEnd() {
+  for (Zarn::HashMap2018IteratorGeneric at(unresolved_); at; at.advance())
+    at.currNodeMaybeStale()->value_->neededEntryHandleSmDelAll();
 }
 
 template <class T, class Sheet>

@@ -168,4 +168,8 @@ SlabFigures slabFigures() {
   return guarded([] { return figures; });
 }
 
+void* globalAlloc(std::size_t bytes) { return ::operator new(bytes); }
+
+void globalFree(void* memory, std::size_t bytes) { ::operator delete(memory, bytes); }
+
 }  // namespace Bruvel

@@ -28,6 +28,10 @@ void* slabAllocOrStdMalloc(std::size_t bytes);
 /// Takes back memory of `slabAllocOrStdMalloc(bytes)`. A null pointer is ignored.
 void slabFreeOrStdFree(void* memory, std::size_t bytes);
 
+/// The same from the global allocator, past the slabs.
+void* globalAlloc(std::size_t bytes);
+void globalFree(void* memory, std::size_t bytes);
+
 struct SlabFigures {
   U64 slabs;      ///< slabs held from the system now
   U64 usedBytes;  ///< bytes in objects handed out, rounded up to their size classes
@@ -46,6 +50,20 @@ class Allocated {
   static void operator delete(void* memory, std::size_t bytes) {
     T::memAllocationTracker_.released(bytes);
     slabFreeOrStdFree(memory, bytes);
+  }
+};
+
+/// The same from the global allocator.
+template <class T>
+class GloballyAllocated {
+ public:
+  static void* operator new(std::size_t bytes) {
+    T::memAllocationTracker_.allocated(bytes);
+    return globalAlloc(bytes);
+  }
+  static void operator delete(void* memory, std::size_t bytes) {
+    T::memAllocationTracker_.released(bytes);
+    globalFree(memory, bytes);
   }
 };
 

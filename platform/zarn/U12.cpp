@@ -13,12 +13,8 @@ std::string refusal(U64 value) {
 
 void U12::deserialize(CharRange& range, std::string_view name) {
   auto const at = range.position();
-  U16 read = 0;
-  try {
-    range.deserializeAttr("number", read);
-  } catch (Vell::RangeException const&) {
-    rethrowFromDeserializeAttr(name);
-  }
+  U64 read = 0;
+  range.deserializeAttr(name, read);
   if (read > largest) throw Vell::RangeException(name, at, refusal(read));
   *this = U12(read);
 }

@@ -12,6 +12,7 @@
 
 #include "group/EcmpGroup1DlbSwTable.h"
 #include "group/VxlanEcmpGroup1DlbSwTable.h"
+#include "platform/zarn/U12.h"
 #include "support/Recording.h"
 
 namespace Group {
@@ -36,6 +37,7 @@ class Groups {
  public:
   using Key = typename T::Key;
   using Entry = typename T::Entry;
+  static constexpr bool waits = Asic::Trait::needsEntries<T>;
   class Util final : public Testing::RecordingUtil<T> {
    public:
     U32 numEntries() const override { return entries; }
@@ -54,14 +56,16 @@ class Groups {
     table->doCreateAllocator();
     watch(0x282, [](auto&) { return ""; });
     watch(0x283, [](auto&) { return ""; });
-    watch(0x286, [](auto& change) {
+    constexpr auto cameOrWent = [](auto& change) {
       return Vell::concatenate(' ', idOf(change), change.previous ? " gone" : " new");
-    });
-    watch(0x288, [](auto& change) {
+    };
+    watch(T::entryHandleField, cameOrWent);
+    if constexpr (waits) watch(T::unresolvedEntryField, cameOrWent);
+    watch(T::resolvedEntryField, [](auto& change) {
       auto const& previous = *change.template previousAs<Zarn::Optional<Entry>>();
       return Vell::concatenate(' ', idOf(change), " was ", Util::text(previous));
     });
-    watch(0x28a, [](auto& change) {
+    watch(T::syncedEntryField, [](auto& change) {
       return Vell::concatenate(' ', change.template keyAs<Asic::Index>().value());
     });
   }
@@ -91,7 +95,10 @@ class Groups {
   static Key key(U32 id) { return {.adjId = id}; }
   static Entry entry(U32 mode) {
     Entry made;
-    made.lbMode = mode;
+    if constexpr (waits)
+      made.countSecondary = Zarn::U12(mode);
+    else
+      made.lbMode = mode;
     return made;
   }
   HandlePtr commit(U32 id, U32 mode) { return table->entryCommit(key(id), entry(mode)); }

@@ -9,6 +9,7 @@
 #include "forwarding/NextHopSwTable.h"
 #include "member/DlbEcmpMember1SwTable.h"
 #include "platform/asic/GenericIndexAllocatorStub.h"
+#include "support/Needed.h"
 #include "support/Recording.h"
 
 namespace Member {
@@ -24,29 +25,9 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using HandlePtr = Table::HandlePtr;
 
-/// An entry of some other table, in whatever state the test wants.
-class Needed final : public Asic::SwTableBase::EntryHandle {
- public:
-  Vell::ZarnType typeData() const override { return {&Table::module(), 2}; }
-  void handleIndexSuggestions(Asic::IndexSet const& indices) const override {
-    for (auto const index : indices) suggested.push_back(index.value());
-    if (onSuggestion) onSuggestion();
-  }
-  void becomes(State state, U32 index) {
-    hwIndexIs(index);
-    entryStateIs(state);
-  }
-
-  mutable std::vector<U32> suggested;
-  std::function<void()> onSuggestion;
-};
-
-inline Vell::Ptr<Needed> needed(State state = State::unresolved, U32 index = 0xFFFFFFFF) {
-  Vell::Ptr<Needed> made = new Needed;
-  made->becomes(state, index);
-  return made;
-}
-inline Vell::Ptr<Needed> usable(U32 index) { return needed(State::success, index); }
+using Testing::needed;
+using Testing::Needed;
+using Testing::usable;
 
 inline Row row(Vell::Ptr<Asic::SwTableBase::EntryHandle const> nextHop, U8 weight,
                U32 clientIndex = 0) {

@@ -123,6 +123,8 @@ class RecordingUtil : public T::Util {
   static std::string rowText(Entry const& entry) {
     if constexpr (requires { entry.weightIdx; })
       return Vell::concatenate(entry.neededIndex(), '/', std::to_string(entry.weightIdx));
+    else if constexpr (requires { entry.countSecondary; })
+      return Vell::concatenate(entry.neededIndex(), '/', entry.countSecondary);
     else if constexpr (Asic::Trait::needsEntries<T>)
       return Vell::concatenate(entry.neededIndex());
     else
