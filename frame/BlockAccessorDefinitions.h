@@ -50,13 +50,17 @@ void BlockAccessor<T>::programHwEntry(Key const& key, EntryState entryState) {
   this->template message<"programHwEntry", Fennlog::Time::asMessageBefore>();
   trace(traceKey, "programHwEntry", " key: ", key, ", entryState:", entryState);
   Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
-  if (handle) {
+  auto const util = this->utilIfExists();
+  // In that state those that need the entry go on at once, and point at its rows: where these are not
+  // all there yet, they hear of it when it is written.
+  bool const isTooEarly = entryState == indexReconciled && util && !this->placeWasFoundWhole_;
+  if (handle && !isTooEarly) {
     handle->entryStateIs(entryState);
     handle->resolvedEntryStateIs(entryState);
   }
   auto const hwIndex = T::newIndex(*swTable_->indexAllocator(), key);
   this->traceHwIndex(hwIndex);
-  if (auto const util = this->utilIfExists()) {
+  if (util) {
     if (hwIndex.isExhausted() && T::blockSizeOf(key) != 0) {
       VELL_ASSERT(entryState != indexReconciled, "entryState != indexReconciled()",
                   T::names.qualified, " key ", key);
@@ -236,6 +240,7 @@ Index BlockAccessor<T>::reconcileUsingIndexHelper(Key const& key, Compare compar
     Index const candidate = at.currNodeMaybeStale()->key().value();
     if (!reconcileUsingHwIndex(key, candidate, compare)) continue;
     swTable_->indexHelperDel(*handle);
+    this->placeWasFoundWhole_ = this->isFoundWhole(key, candidate);
     syncedRowsDel(candidate, T::blockSizeOf(key));
     return candidate;
   }

@@ -106,6 +106,8 @@ class HandleAccessor : public AccessorBase<T> {
 
   /// Binds the handle to the place where the hardware holds its entry.
   void adoptIndex(Key const& key, Index hwIndex, ReconciliationStatus status);
+  /// Whether sync found every row of an entry of that key at that place, and nobody has claimed one.
+  bool isFoundWhole(Key const& key, Index hwIndex) const;
   /// Visits the handles that are there now; each is held while it is visited.
   template <class Visitor>
   void forEachHandle(Visitor&& visitor);
@@ -115,6 +117,9 @@ class HandleAccessor : public AccessorBase<T> {
   void traceHwIndex(Index hwIndex) const {
     trace(traceKey, "traceHwIndex", " Acquired hwIndex : ", hwIndex);
   }
+
+  /// The same of the place that the entry in hand is about to be written over (`indexReconciled`).
+  bool placeWasFoundWhole_ = true;
 
  private:
   void replayEntry(Key const& key);

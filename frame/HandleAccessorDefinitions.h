@@ -75,6 +75,7 @@ void HandleAccessor<T>::replayEntry(Key const& key) {
   switch (status) {
     case reconcileRewritten:
       adoptIndex(key, hwIndex, status);
+      placeWasFoundWhole_ = isFoundWhole(key, hwIndex);
       self().programHwEntry(key, SwTableBase::EntryState::indexReconciled);
       self().syncedRowsDel(hwIndex, T::blockSizeOf(key));
       break;
@@ -174,6 +175,7 @@ void HandleAccessor<T>::placeAtKnownIndex(EntryHandle& handle, Index hwIndex) {
   auto const key = handle.key();
   handle.hwIndexIs(hwIndex);
   if (swTable_->syncedEntryMap().lookup(hwIndex)) {
+    placeWasFoundWhole_ = isFoundWhole(key, hwIndex);
     self().programHwEntry(key, SwTableBase::EntryState::indexReconciled);
     swTable_->updateStatistic(ReconciliationStatus::reconcileRewritten);
   } else {
@@ -371,6 +373,13 @@ void HandleAccessor<T>::doInitAllocator() {
 template <class T>
 Zarn::Optional<Index> HandleAccessor<T>::doRetrieveHwIndex(Key const& key) const {
   return allocator().indexForKey(T::keyType(), &key);
+}
+
+template <class T>
+bool HandleAccessor<T>::isFoundWhole(Key const& key, Index hwIndex) const {
+  for (U32 i = 0; i < T::blockSizeOf(key); ++i)
+    if (!swTable_->syncedEntryMap().lookup(hwIndex.value() + i)) return false;
+  return true;
 }
 
 template <class T>

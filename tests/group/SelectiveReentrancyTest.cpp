@@ -1,0 +1,211 @@
+// Calls from inside calls: watchers, hooks and last drops that change the very group that is being
+// written, acknowledged or removed. Each case is one that went wrong once.
+
+#include "SelectiveGroups.h"
+
+namespace Group {
+namespace {
+
+template <class T>
+class SelectiveReentrancy : public testing::Test {
+ protected:
+  void SetUp() override { at_.replayed(); }
+
+  void committed(U32 id, BlockHandle block) {
+    handle_ = at_.commit(id, std::move(block));
+    at_.answer(at_.indexOf(id));
+  }
+  /// Once, when the handle's state becomes that.
+  template <class Action>
+  auto onState(State state, Action action) {
+    return handle_->watched().watch(0x102, [=, at = handle_.get(), done = false](auto&) mutable {
+      if (at->entryState() != state || std::exchange(done, true)) return;
+      action();
+    });
+  }
+
+  SelectiveGroups<T> at_;
+  NeededPtr a_ = usable(70), b_ = usable(80), waiting_ = needed();
+  HandlePtr handle_;
+};
+TYPED_TEST_SUITE(SelectiveReentrancy, SelectiveTables);
+
+#define AT this->at_
+
+TYPED_TEST(SelectiveReentrancy, aWishFromTheMidstOfAWriteIsStillAWishAfterIt) {
+  this->committed(7, this->a_);
+  auto const watching = this->onState(State::inProgress, [this] { AT.commit(7, this->waiting_); });
+  AT.commit(7, this->b_);
+  EXPECT_EQ(AT.state(7), "U waiting, R value, T committed, E unresolved, S inProgress, Q 1");
+  AT.answer(0);
+  EXPECT_EQ(AT.state(7), "U waiting, R value, T committed, E unresolved, S success, Q 0");
+}
+
+TYPED_TEST(SelectiveReentrancy, anEntryThatComesBackInTheMidstOfItsDanceStays) {
+  this->committed(7, this->a_);
+  auto const watching = this->onState(State::inProgress, [this] { AT.commit(7, this->waiting_); });
+  AT.remove(7);
+  this->handle_ = nullptr;
+  EXPECT_EQ(AT.state(7), "U waiting, R no value, T committed, E unresolved, S inProgress, Q 1");
+  AT.answer(0);
+  this->waiting_->becomes(State::success, 90);
+  AT.answer(0);
+  EXPECT_EQ(AT.state(7), "U none, R value, T committed, E success, S success, Q 0");
+}
+
+// Before the row is written without a value, nothing has happened to it yet.
+TYPED_TEST(SelectiveReentrancy, aRemovalThatIsTakenBackBeforeItBeginsLeavesTheRow) {
+  this->committed(7, this->a_);
+  HandlePtr back;
+  auto const watching = this->onState(State::unresolved, [&] { back = AT.ref(7, this->a_); });
+  AT.remove(7);
+  AT.take();
+  this->handle_ = nullptr;
+  EXPECT_THAT(AT.take(), IsEmpty());
+  EXPECT_EQ(AT.handle(7)->entryType(), Type::referenceOnly);
+  EXPECT_EQ(AT.handle(7)->entryState(), State::success);
+  back = nullptr;
+  AT.answer(0);
+  EXPECT_EQ(AT.state(7), "U none, R none, no handle");
+}
+
+// The queue is emptied value by value if anybody watches: what comes meanwhile is not of those.
+TYPED_TEST(SelectiveReentrancy, theQueueKeepsWhatAWatcherOfItWrites) {
+  this->committed(7, this->a_);
+  AT.commit(7, this->b_);
+  auto const c = usable(90);
+  bool done = false;
+  auto const watching = this->handle_->watched().watch(0x185, [&](auto&) {
+    if (this->handle_->resolvedEntryState() == State::success && !std::exchange(done, true))
+      AT.commit(7, c);
+  });
+  AT.answer(0);
+  EXPECT_EQ(AT.state(7), "U none, R value, T committed, E inProgress, S inProgress, Q 1");
+  EXPECT_EQ(AT.usesOf(this->b_), 1u) << "the row may still show it";
+  AT.answer(0);
+  EXPECT_EQ(AT.usesOf(this->b_), 0u);
+}
+
+TYPED_TEST(SelectiveReentrancy, aWatcherOfTheQueueMayWriteWhereNoIndexIsFree) {
+  for (U32 id = 100; id < 116; ++id) AT.commit(id, this->a_);
+  for (auto const& second : {this->b_, this->waiting_}) {
+    auto const handle = AT.commit(7, this->a_, 5);
+    bool done = false;
+    auto const watching = handle->watched().watch(0x185, [&](auto&) {
+      if (handle->resolvedEntryState() == State::failedNoIndex && !std::exchange(done, true))
+        AT.commit(7, second, 3);
+    });
+    AT.commit(7, this->b_, 4);
+    EXPECT_EQ(AT.table->entry(AT.key(7)), AT.entry(second, 3)) << AT.state(7);
+  }
+}
+
+// A chip's hook for the block is asked for its index.
+TYPED_TEST(SelectiveReentrancy, aHookOfTheBlockThatWritesTheGroupAnewHasTheLastWord) {
+  class Asking final : public Asic::SwTableBase::EntryHandle {
+   public:
+    Vell::ZarnType typeData() const override { return {&TypeParam::module(), 1}; }
+    Asic::Index hwIndexForDependentField() const override {
+      if (auto const ask = std::exchange(onAsk, {})) ask();
+      return hwIndex();
+    }
+    mutable std::function<void()> onAsk;
+  };
+  Vell::Ptr<Asking> const asking = new Asking;
+  for (bool const removes : {false, true}) {
+    asking->onAsk = nullptr;
+    asking->hwIndexIs(noIndex);
+    asking->entryStateIs(State::unresolved);
+    AT.commit(7, asking);
+    asking->onAsk = [&] { removes ? AT.remove(7) : void(AT.commit(7, this->b_, 2)); };
+    AT.take();
+    asking->hwIndexIs(40);
+    asking->entryStateIs(State::success);
+    auto events = AT.take();
+    std::erase_if(events, [](auto const& each) { return !each.starts_with("write"); });
+    EXPECT_EQ(events, removes ? Events{} : Events{"write 0 80/2"});
+    AT.table->entryRemoveAll();
+    AT.answer(0);
+    EXPECT_EQ(AT.table->entrys(), 0u);
+  }
+}
+
+TYPED_TEST(SelectiveReentrancy, anAcknowledgementInTheMidstOfAnotherWriteChangesNothingOfIt) {
+  this->committed(1, this->a_);
+  AT.commit(2, this->a_);
+  AT.answer(1);
+  AT.remove(2);
+  auto const watching = this->onState(State::inProgress, [this] { AT.answer(1); });
+  AT.take();
+  AT.commit(1, this->b_);
+  EXPECT_THAT(AT.take(),
+              ElementsAre("published 0x286 1 new", "tracker 1 userRemoveInactive", "delete 1",
+                          "published 0x289 2 was -", "published 0x287 2 gone", "write 0 80/1",
+                          "published 0x289 1 was 70/1", "published 0x286 1 gone"));
+}
+
+// A chip that answers inside the write: the dance begins and ends in the last drop of its handle.
+TYPED_TEST(SelectiveReentrancy, aDanceMayEndInsideItsBeginning) {
+  auto const live = TypeParam::EntryHandle::memAllocationTracker_.live();
+  this->committed(7, this->a_);
+  AT.remove(7);
+  AT.util->onEvent = [this](std::string const& event) {
+    if (event == "write 0 -") AT.answer(0);
+  };
+  this->handle_ = nullptr;
+  AT.util->onEvent = nullptr;
+  EXPECT_EQ(AT.state(7), "U none, R none, no handle");
+  EXPECT_EQ(TypeParam::EntryHandle::memAllocationTracker_.live(), live);
+  AT.table = nullptr;  // which remembers no handle that has gone
+}
+
+// ---- the end of the table ----
+
+TYPED_TEST(SelectiveReentrancy, theTableMayGoInAllMiddles) {
+  auto const hwTable = Vell::Ptr<Asic::HwTable>(&AT.hw());
+  auto const allocator = Vell::Ptr(AT.allocator());
+  AT.commit(1, this->a_);
+  AT.answer(0);
+  AT.remove(1);  // in its dance
+  AT.commit(2, this->a_);
+  AT.commit(2, this->b_);  // with a queue
+  auto const waits = AT.commit(3, this->waiting_);
+  auto const dancing = AT.handle(1);
+  AT.take();
+  AT.table = nullptr;
+  EXPECT_THAT(AT.take(), testing::IsSupersetOf({"tracker 0 userRemoveInactive", "delete 0",
+                                                "tracker 1 userRemove", "delete 1"}));
+  EXPECT_EQ(allocator->totalUsedIndices(), 0u);
+  EXPECT_FALSE(dancing->swTable());
+  EXPECT_EQ(AT.usesOf(this->a_), 1u) << "of the handle that a client still holds";
+  EXPECT_EQ(AT.usesOf(this->b_) + AT.usesOf(this->waiting_), 0u);
+  this->waiting_->becomes(State::success, 5);
+  EXPECT_THAT(AT.util->rows, IsEmpty());
+}
+
+TYPED_TEST(SelectiveReentrancy, nothingResolvesOrStaysBoundWhileTheTableGoes) {
+  auto const other = needed();
+  AT.commit(1, this->waiting_);
+  AT.commit(2, other);
+  AT.commit(3, this->a_);
+  auto* const table = AT.table.get();
+  Vell::Ptr<typename TypeParam::EntryHandle> kept;
+  bool isFirst = true;
+  AT.util->onEvent = [&](std::string const& event) {
+    if (event.starts_with("published 0x286") && event.ends_with("gone"))
+      (event.starts_with("published 0x286 1") ? other : this->waiting_)->becomes(State::success, 3);
+    if (event.starts_with("published 0x289 3") && std::exchange(isFirst, false)) {
+      table->entryRef(AT.key(4), AT.entry(this->b_, 1));  // and let go at once
+      kept = table->entryHandle(AT.key(4));
+    }
+  };
+  AT.table = nullptr;
+  ASSERT_TRUE(kept);
+  EXPECT_EQ(kept->swTable(), nullptr);
+  EXPECT_THAT(AT.util->rows, IsEmpty());
+}
+
+#undef AT
+
+}  // namespace
+}  // namespace Group
