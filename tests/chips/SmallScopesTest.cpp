@@ -445,9 +445,9 @@ class SmallScopes : public ChipTest, public testing::WithParamInterface<Start> {
   static std::size_t depth() {
     if (auto const* asked = std::getenv("DLB_SCOPE_DEPTH")) return std::strtoul(asked, nullptr, 10);
 #if defined(__SANITIZE_ADDRESS__)
-    return 3;
+    return 4;
 #else
-    return GetParam() == Start::empty ? 5 : 4;
+    return 6;
 #endif
   }
 };
