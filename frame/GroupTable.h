@@ -104,7 +104,9 @@ class GroupTable : public HandleTable<T, Sheet>, public ResolvedEntries<T, Sheet
   static U32 blockSizeOf(Key const&) { return 1; }
   static void setUpAllocator(IndexAllocator&) {}
   bool resolvedHas(Key const& key) const { return Resolved::entryHas(key); }
-  bool hasValue(Key const& key) const { return this->resolvedEntry(key).has_value(); }
+  bool hasValue(Key const& key) const {
+    return Resolved::keyPrior(key) == SwTable::KeyPrior::value;
+  }
   bool isValue(Key const& key, Entry const& entry) {
     return this->holds(this->resolvedNode(key), &entry);
   }

@@ -88,6 +88,28 @@ TEST(BlockRestart, theAllocatorsMemoryIsTriedFirstAndRewrittenInPlace) {
   for (U32 row : {100, 103}) EXPECT_EQ(at.usesOf(row), 1u);
 }
 
+// Who needs a block goes on as soon as that is told to be in place, and points at its rows.
+TEST(BlockRestart, aBlockIsNotToldInPlaceBeforeItsRowsAreThere) {
+  for (bool const isWhole : {false, true}) {
+    Recorded at;
+    at.quiet().holding(100, {{9, 1}, {9, 2}, {8, 3}});
+    if (isWhole) at.holding(103, {{8, 4}});
+    at.synced();
+    auto const key = fourRows(usable(9));
+    auto const handle = at.table->entryBlockCommit(key);
+    suggest(handle, {100});
+    std::vector<bool> whenUsable;
+    auto const watching = handle->watched().watch(0x102, [&](auto const&) {
+      if (Asic::SwTable::UnresolvedEntry::isUsable(*handle, nullptr))
+        whenUsable.push_back(at.util->rows.contains(103));
+    });
+    at.table->doInitComplete();
+    EXPECT_THAT(whenUsable, testing::Each(true));
+    EXPECT_EQ(whenUsable.size(), isWhole ? 2u : 1u);
+    EXPECT_EQ(handle->entryState(), State::success);
+  }
+}
+
 TEST(BlockRestart, theEndOfTheReplaySettlesWhatIsOpen) {
   Recorded at;
   at.quiet()

@@ -1,0 +1,181 @@
+// The whole chain through the commands: adjacencies, selective groups, blocks, next hops. The chip stops
+// the process at any operation that leaves a row pointing at nothing.
+
+#include "AgentProcess.h"
+#include "platform/vell/Assert.h"
+
+namespace {
+
+using nlohmann::ordered_json;
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+
+class SelectiveCommandsTest : public Testing::AgentProcess {
+ protected:
+  std::string const chain = example("chain.json");
+  std::string const strict = " --chip-switch stop-at-breach=on";
+
+  ordered_json content() const {
+    std::ifstream stream(chain);
+    return ordered_json::parse(stream);
+  }
+  /// Writes and deletes by table, where there are any, of a restart with `after` on what `before` left.
+  ordered_json operations(ordered_json const& before, ordered_json const& after,
+                          std::string const& options = {}) {
+    contentIs("before.json", before.dump());
+    contentIs("after.json", after.dump());
+    std::filesystem::remove(path("dlb-hardware.sim"));
+    json("run before.json" + strict);
+    ordered_json operations = ordered_json::object();
+    auto const run = json("run after.json" + strict + options);
+    for (auto const& [table, figures] : run.at("tables").items())
+      if (figures.at("hardwareWrites") != 0 || figures.at("hardwareDeletes") != 0)
+        operations[table] = {figures.at("hardwareWrites"), figures.at("hardwareDeletes")};
+    EXPECT_EQ(agent("check after.json").code, 0);
+    return operations;
+  }
+};
+
+TEST_F(SelectiveCommandsTest, theChainIsFoundAgainAndShownAsATree) {
+  EXPECT_EQ(Testing::figures(json("run " + chain)), "0 0 13 0 16 0");
+  auto const held = json("show");
+  EXPECT_EQ(Testing::figures(json("run " + chain)), "13 0 0 0 0 0");
+  EXPECT_EQ(json("show"), held);
+  EXPECT_EQ(held.at("chain").at(2), ordered_json::parse(R"({
+      "entry": "adjacency", "place": "row 12", "state": "held", "needs": [
+        {"entry": "selective group", "place": "row 2", "state": "held", "needs": [
+          {"entry": "block", "place": "row 32766", "state": "held", "needs": [
+            {"entry": "next hop", "place": "row 1", "state": "held"}]}]}]})"));
+  EXPECT_THAT(
+      agent("show --config " + chain).out,
+      AllOf(HasSubstr("adjacency a4                row 13               indexReconciled\n"
+                      "  VXLAN selective group t1  row 3                indexReconciled\n"
+                      "    block b1                rows 0 to 2          indexReconciled\n"
+                      "      next hop nh1          row 0                indexReconciled\n")));
+  EXPECT_THAT(agent("show EcmpGroup1SelectiveDlbTable").out, HasSubstr("BlockPtr"));
+  EXPECT_THAT(agent("plan " + chain).out, HasSubstr("Everything is in place"));
+  json("clear" + strict);
+  EXPECT_EQ(agent("check " + chain).code, 1);
+}
+
+TEST_F(SelectiveCommandsTest, aRestartTouchesNoRowThatIsRight) {
+  using Json = ordered_json;
+  auto const all = content();
+  auto const none = Json::object();
+  EXPECT_EQ(operations(all, all), none);
+  auto other = all;
+  other.erase("adjacencies");
+  EXPECT_EQ(operations(other, other), none) << "groups are found by the blocks that they point at";
+  other["memberBlocks"]["b1"]["rows"][0]["weightIdx"] = 9;
+  EXPECT_EQ(operations(all, other), Json::parse(R"({"AdjacencyTable": [0, 4],
+                                                    "DlbEcmpMember1Table": [3, 0]})"))
+      << "a block is rewritten in place, and who points at it stays";
+  other = all;
+  other["nextHops"]["nh1"]["port"] = 77;
+  EXPECT_EQ(operations(all, other), Json::parse(R"({"NextHopTable": [1, 0]})"));
+  other = all;
+  other["selectiveGroups"]["s1"]["block"] = "b2";
+  EXPECT_EQ(operations(all, other), Json::parse(R"({"EcmpGroup1SelectiveDlbTable": [1, 0]})"));
+  other = all;
+  other["selectiveGroups"]["s7"] = {{"adjId", 7}, {"block", "b1"}};
+  EXPECT_EQ(operations(other, other), none) << "a key of two tables has one index in both";
+
+  auto shorter = all;
+  for (auto const& [section, name] : {std::pair("selectiveGroups", "s1"),
+                                      {"vxlanSelectiveGroups", "t1"},
+                                      {"adjacencies", "a2"},
+                                      {"adjacencies", "a4"},
+                                      {"memberBlocks", "b1"},
+                                      {"nextHops", "nh1"}})
+    shorter[section].erase(name);
+  EXPECT_EQ(operations(all, shorter), Json::parse(R"({"AdjacencyTable": [0, 2],
+      "DlbEcmpMember1Table": [0, 3], "EcmpGroup1SelectiveDlbTable": [0, 1],
+      "NextHopTable": [0, 1], "VxlanEcmpGroup1SelectiveDlbTable": [0, 1]})"));
+  EXPECT_EQ(operations(shorter, all), Json::parse(R"({"AdjacencyTable": [2, 0],
+      "DlbEcmpMember1Table": [3, 0], "EcmpGroup1SelectiveDlbTable": [1, 0],
+      "NextHopTable": [1, 0], "VxlanEcmpGroup1SelectiveDlbTable": [1, 0]})"));
+  for (auto const& [table, row, writes] :
+       {std::tuple("EcmpGroup1SelectiveDlbTable", 1, 1), {"DlbEcmpMember1Table", 1, 3}})
+    EXPECT_EQ(operations(all, all, Vell::concatenate(" --chip-switch flip-row=", table, ':', row)),
+              (Json{{table, {writes, 0}}}));
+}
+
+TEST_F(SelectiveCommandsTest, anyCrashAndAPlainRunEndInWhatIsWanted) {
+  auto other = content();
+  other["memberBlocks"]["b1"]["rows"].push_back({{"nextHop", "nh1"}, {"weightIdx", 7}});
+  other["selectiveGroups"]["s2"]["block"] = "b1";
+  other["selectiveGroups"].erase("s1");
+  other["adjacencies"]["a2"]["group"] = "s2";
+  contentIs("other.json", other.dump());
+  for (bool restart : {false, true})
+    for (unsigned n = 1;; ++n) {
+      std::filesystem::remove(path("dlb-hardware.sim"));
+      if (restart) json("run other.json" + strict);
+      auto const crashed = agent("run " + chain + strict + " --crash-after " + std::to_string(n));
+      if (crashed.code == 0) break;
+      ASSERT_EQ(crashed.code, 128 + 9) << crashed.err;
+      auto const totals = json("run " + chain + strict).at("totals");
+      // A block that was written in part is written whole.
+      ASSERT_TRUE(restart || totals.at("hardwareWrites") <= 16 - n + 2) << n;
+      ASSERT_EQ(agent("check " + chain).code, 0) << restart << n;
+      ASSERT_EQ(Testing::figures(json("run " + chain)), "13 0 0 0 0 0") << restart << n;
+    }
+}
+
+TEST_F(SelectiveCommandsTest, whyGoesDownTheWholeChain) {
+  ordered_json full = content();
+  for (unsigned i = 0; i <= 4096; ++i)
+    full["nextHops"]["a" + std::to_string(10000 + i)] = {{"port", i}};
+  contentIs("full.json", full.dump());
+  EXPECT_THAT(agent("why full.json a2").out,
+              HasSubstr("adjacency a2 waits for selective group s1 waits for block b1 waits for "
+                        "next hop nh1: no index free (4096 of 4096 used)"));
+  EXPECT_EQ(agent("why " + chain + " t1 --chip-switch lose-acks=100").out,
+            "VXLAN selective group t1: the hardware has not acknowledged its write\n");
+  EXPECT_EQ(agent("why " + chain + " s2 --chip-switch refuse-writes=100").out,
+            "selective group s2: the hardware refused to write row 2\n");
+}
+
+TEST_F(SelectiveCommandsTest, hardwareThatContradictsItselfIsTold) {
+  json("run " + chain);
+  auto const flip = " --chip-switch flip-row=EcmpGroup1SelectiveDlbTable:1";
+  auto const check = agent("check " + chain + flip);
+  EXPECT_EQ(check.code, 1);
+  EXPECT_THAT(check.out,
+              HasSubstr("The hardware contradicts itself: row 1 of TessarLoadBalance::"
+                        "EcmpGroup1SelectiveDlbTable points at row 3 of TessarLoadBalance::"
+                        "DlbEcmpMember1Table, which is not valid.\n"));
+  auto const told = ordered_json::parse(agent("check " + chain + flip + " --json").out);
+  EXPECT_EQ(told.at("contradictions").size(), 1u);
+}
+
+TEST_F(SelectiveCommandsTest, everyErrorIsToldAtOnceWithItsPath) {
+  contentIs("bad.json", R"({
+      "nextHops": {"n": {"port": 1}},
+      "memberBlocks": {"b1": {"rows": [{"nextHop": "n"}]}, "empty": {"rows": []}},
+      "groups": {"g1": {"adjId": 1}},
+      "selectiveGroups": {"s1": {"adjId": 1}, "s2": {"adjId": 2, "block": "b2"},
+                          "s3": {"adjId": 3, "block": "empty"},
+                          "s4": {"adjId": 4, "block": "b1", "countSecondary": 2},
+                          "s5": {"adjId": 5, "block": "b1", "countSecondary": 4096},
+                          "s6": {"adjId": 6, "block": "b1", "ecmpSecondaryBlockPtr": 3},
+                          "s7": {"adjId": 7, "block": 7, "blok": "b1"}},
+      "vxlanSelectiveGroups": {"g1": {"adjId": 4, "block": "b1"}}})");
+  auto const outcome = agent("run bad.json");
+  EXPECT_EQ(outcome.code, 1);
+  for (
+      auto const* line :
+      {"selectiveGroups.s1: names no block; add \"block\": NAME",
+       "selectiveGroups.s2.block: no member block named \"b2\"; did you mean \"b1\"?",
+       "selectiveGroups.s3.block: \"empty\" has no rows; a group needs one at least",
+       "selectiveGroups.s4.countSecondary: is more than the 1 row of \"b1\"; leave it out",
+       "selectiveGroups.s5.countSecondary: 4096 does not fit in 12 bits; the largest value is 4095",
+       "selectiveGroups.s6.ecmpSecondaryBlockPtr: follows from the block; leave it out",
+       "selectiveGroups.s7.block: must be the name of a block, not 7",
+       "selectiveGroups.s7.blok: no such field; did you mean \"block\"?",
+       "vxlanSelectiveGroups.g1: is the name of a group in the section groups as well; rename one"})
+    EXPECT_THAT(outcome.err, HasSubstr(line));
+  EXPECT_FALSE(exists("dlb-hardware.sim"));
+}
+
+}  // namespace
