@@ -46,12 +46,15 @@ void GroupAccessor<T>::programHwEntry(Key const& key, EntryState entryState) {
   this->template message<"programHwEntry", Fennlog::Time::asMessageBefore>();
   trace(traceKey, "programHwEntry", " key: ", T::keyText(key), ", entryState:", entryState);
   Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
-  bool const hadValue = swTable_->hasValue(key);
+  bool const isWatched = handle && handle->publisher()->hasWatchers();
+  auto const priorToTelling = isWatched ? swTable_->keyPrior(key) : SwTable::KeyPrior::noKey;
   // A watcher removed it, or put another handle in this one's place, or let its removal begin: that
   // was carried.
   auto const isOvertaken = [&] {
-    return !swTable_->resolvedHas(key) || swTable_->entryHandle(key) != handle ||
-           (Trait::tableNeedsDeleteDance<T> && swTable_->hasValue(key) != hadValue);
+    if (!isWatched) return false;
+    auto const prior = swTable_->keyPrior(key);
+    return prior == SwTable::KeyPrior::noKey || swTable_->entryHandle(key) != handle ||
+           (Trait::tableNeedsDeleteDance<T> && prior != priorToTelling);
   };
   if (handle) {
     handle->entryStateIs(entryState);
@@ -195,9 +198,10 @@ void GroupAccessor<T>::handleResolvedEntryState(EntryHandle& handle) {
   }
   auto const key = handle.key();
   auto const stateBefore = handle.entryState();
-  VELL_ASSERT(swTable_->resolvedHas(key), "swTable_->resolvedEntryHas( key )", T::names.qualified,
-              " key ", T::keyText(key), " outcome ", outcome);
-  if (!swTable_->hasValue(key)) {
+  auto const held = swTable_->keyPrior(key);
+  VELL_ASSERT(held != SwTable::KeyPrior::noKey, "swTable_->resolvedEntryHas( key )",
+              T::names.qualified, " key ", T::keyText(key), " outcome ", outcome);
+  if (held == SwTable::KeyPrior::noValue) {
     VELL_ASSERT(outcome == success, "resolvedEntryState == success()", T::names.qualified, " key ",
                 T::keyText(key), " outcome ", outcome);
     if constexpr (Trait::tableNeedsDeleteDance<T>)

@@ -103,6 +103,8 @@ class HandleTable : public Sheet::Base, public TableAllocation<T, Sheet>::Type {
   Vell::Ptr<EntryHandle> entryHandle(Key const& key) const;
   /// Whether the entry's rows are in the hardware, or on their way there.
   bool entryInHwTable(Key const& key) const;
+  /// The same of the entry that the handle is of.
+  static bool isInHwTable(EntryHandle const& handle);
   /// The synced row; a default entry if there is none.
   Entry syncedEntry(Index index) const { return syncedEntryGet(index).value_or(Entry{}); }
   Zarn::Optional<Entry> syncedEntryGet(Index index) const;

@@ -54,10 +54,14 @@ auto HandleTable<T, Sheet>::entryHandle(Key const& key) const -> Vell::Ptr<Entry
 
 template <class T, class Sheet>
 bool HandleTable<T, Sheet>::entryInHwTable(Key const& key) const {
-  using enum SwTableBase::EntryState;
   auto const* node = entryHandle_.lookupNodeG(key);
-  if (!node) return false;
-  auto const state = node->value_->resolvedEntryState();
+  return node && isInHwTable(*node->value_);
+}
+
+template <class T, class Sheet>
+bool HandleTable<T, Sheet>::isInHwTable(EntryHandle const& handle) {
+  using enum SwTableBase::EntryState;
+  auto const state = handle.resolvedEntryState();
   return state == inProgress || state == indexReconciled || state == success;
 }
 

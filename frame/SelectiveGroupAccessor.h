@@ -90,6 +90,7 @@ class SelectiveGroupAccessor : public GroupAccessor<T> {
                   AutoRemoveType keeper);
   HandlePtr existing(std::string_view operation, Key const& key, Entry const& entry,
                      AutoRemoveType keeper);
+  bool mayHaveCalledOut(EntryHandle& handle) const;
   void suggestFromSyncedRows(UnresolvedEntry const& unresolved);
 };
 

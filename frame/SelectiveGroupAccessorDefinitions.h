@@ -14,12 +14,18 @@ template <class T>
 auto SelectiveGroupAccessor<T>::write(std::string_view operation, Key const& key,
                                       Entry const& entry, AutoRemoveType keeper) -> HandlePtr {
   static_cast<void>(this->allocator());  // from the start to the end of the table's life
-  Entry const wanted = entry;            // it may lie in what a watcher is about to change
+  if (auto handle = existing(operation, key, entry, keeper)) return handle;
+  Entry const wanted = entry;  // it may lie in what a watcher is about to change
   for (U32 attempts = 0;; ++attempts) {
     VELL_ASSERT(attempts < this->mostCleanupWalks, "attempts < mostCleanupWalks",
                 T::names.qualified, ": its watchers write the key without end while it is written");
-    if (auto handle = existing(operation, key, wanted, keeper)) return handle;
-    if (swTable_->unresolvedHas(key)) continue;  // a watcher of what was dropped wrote it
+    if (swTable_->unresolvedHas(key)) {
+      trace(traceClient, operation,
+            " : Deleting existing unresolved entry at key : ", T::keyText(key));
+      swTable_->unresolvedDel(key);
+      if (auto handle = existing(operation, key, wanted, keeper)) return handle;
+      if (swTable_->unresolvedHas(key)) continue;  // a watcher of that wrote the key
+    }
     if (keeper == AutoRemoveType::committed)
       trace(traceClient, operation, " : Writing new entry at key: ", T::keyText(key));
     else
@@ -28,33 +34,37 @@ auto SelectiveGroupAccessor<T>::write(std::string_view operation, Key const& key
     Vell::Ptr<EntryHandle> const handle = swTable_->entryHandleIs(key, swTable_);
     keeper == AutoRemoveType::committed ? handle->committed() : void(handle->referenced());
     handle->entryStateIs(EntryState::unresolved);
-    if (swTable_->unresolvedHas(key) || swTable_->isValue(key, wanted)) continue;  // and here
+    if (mayHaveCalledOut(*handle)) {
+      if (auto written = existing(operation, key, wanted, keeper)) return written;
+      if (swTable_->unresolvedHas(key)) continue;
+    }
     auto const unresolved = swTable_->unresolvedIs(key);
     if (unresolved->swTable())
       initUnresolvedEntry(*unresolved, wanted);
     else if (swTable_->unresolvedHas(key))
-      continue;  // and a watcher of the record itself
+      continue;  // a watcher of the record itself
     return handle;
   }
 }
 
-/// The handle of a key that has the entry, or waits with it; null if it has another one, which waits
-/// no more then.
+/// Whether anybody could have heard of a change of the handle.
+template <class T>
+bool SelectiveGroupAccessor<T>::mayHaveCalledOut(EntryHandle& handle) const {
+  return handle.publisher()->hasWatchers() ||
+         static_cast<SwTable&>(*swTable_).publisher()->hasWatchers();
+}
+
+/// The handle of a key that waits with just that entry, or has it and waits with none; else null.
 template <class T>
 auto SelectiveGroupAccessor<T>::existing(std::string_view operation, Key const& key,
                                          Entry const& entry, AutoRemoveType keeper) -> HandlePtr {
   if (auto const unresolved = swTable_->unresolved(key)) {
-    if (unresolved->entry() == entry) {
-      trace(traceClient, operation, " : Found existing unresolved entry at key : ", T::keyText(key),
-            ", entry : ", entry);
-      auto const handle = validEntryHandle(key);
-      if (keeper == AutoRemoveType::committed) handle->committed();
-      return handle;
-    }
-    trace(traceClient, operation,
-          " : Deleting existing unresolved entry at key : ", T::keyText(key));
-    swTable_->unresolvedDel(key);
-    if (swTable_->unresolvedHas(key)) return nullptr;
+    if (!(unresolved->entry() == entry)) return nullptr;
+    trace(traceClient, operation, " : Found existing unresolved entry at key : ", T::keyText(key),
+          ", entry : ", entry);
+    auto const handle = validEntryHandle(key);
+    if (keeper == AutoRemoveType::committed) handle->committed();
+    return handle;
   }
   if (!swTable_->isValue(key, entry)) return nullptr;
   trace(traceClient, operation,
@@ -169,7 +179,7 @@ auto SelectiveGroupAccessor<T>::removeEntryOf(EntryHandle& handle, Key const& ke
     handle.pendingEntryEnq(*value);
     if (isClaimed()) return Removal::cameBack;
   }
-  if (handle.pendingEntry().empty() || !swTable_->entryInHwTable(key))
+  if (handle.pendingEntry().empty() || !T::isInHwTable(handle))
     return this->removeAtOnce(handle, key);
   trace(traceLife, "cleanup", " begin delete dance, key : ", T::keyText(key));
   handle.doAmendReferences();
