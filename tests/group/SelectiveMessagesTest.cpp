@@ -128,6 +128,9 @@ TYPED_TEST(SelectiveLimits, whatMustNotComeStopsTheProcess) {
                "ue->neededEntryHandleSms\\(\\) == 0.*function should not have been called");
   EXPECT_DEATH(at.handle(1)->resolvedEntryStateIs(State::success),
                "swTable_->resolvedEntryHas\\( key \\)");
+  at.table->unresolvedEntryIs(at.key(9));  // as only somebody below the client interface can
+  EXPECT_DEATH(at.commit(9, nullptr, 0), "\"eh\".*expect a valid entryHandle, key: ");
+  at.table->unresolvedEntryDel(at.key(9));
   at.commit(2, this->block_);
   at.answer(0);
   auto& done = *at.handle(2);
