@@ -156,9 +156,23 @@ void addBlockFields(std::vector<FieldBeside>& fields, WantedGroup<T>& group, Pro
   fields.push_back({"block", [&](std::string const& at, JsonValue const& name) {
                       readNameInto(group.block, "a block", at, name, problems);
                     }});
-  fields.push_back({"ecmpSecondaryBlockPtr", [&](std::string const& at, JsonValue const&) {
-                      problems.add(at, "follows from the block; leave it out");
-                    }});
+  auto const refuse = [&problems](std::string const& at, JsonValue const&) {
+    problems.add(at, "follows from the block; leave it out");
+  };
+  for (auto const* name : {"ecmpSecondaryBlockPtr", "ecmpSecondaryBlockPtrHandle"})
+    fields.push_back({name, refuse, true});
+}
+
+/// A block has no place in a group that stands on none.
+void refuseBlockField(std::vector<FieldBeside>& fields, std::string_view otherSection,
+                      Problems& problems) {
+  fields.push_back({"block",
+                    [&problems, otherSection](std::string const& at, JsonValue const&) {
+                      problems.add(at, fmt::format("is for groups that stand on a block; move the "
+                                                   "group to the section {}",
+                                                   otherSection));
+                    },
+                    true});
 }
 
 /// What is left to the group's block where the user said nothing.
@@ -181,19 +195,24 @@ void readGroups(ChainCheck const& check, std::string const& path, JsonValue cons
     auto& group = groups[name];  // known by its name, whatever is wrong in it
     GroupKeyReader keyReader(check.problems);
     auto beside = keyReader.fields();
-    if constexpr (Asic::Trait::needsEntries<T>) addBlockFields(beside, group, check.problems);
+    if constexpr (Asic::Trait::needsEntries<T>)
+      addBlockFields(beside, group, check.problems);
+    else
+      refuseBlockField(beside,
+                       std::same_as<T, GroupTable> ? groupWords<SelectiveGroupTable>.section
+                                                   : groupWords<VxlanSelectiveGroupTable>.section,
+                       check.problems);
     auto const record = readEntry(tableTypeOf<T>(), groupPath, fields, check.problems, beside);
     if (!record) continue;
+    if (Asic::Trait::needsEntries<T> && group.block.empty())
+      check.problems.add(groupPath, "names no block; add \"block\": NAME");
     if (!keyReader.hasId) {
       check.problems.add(groupPath, "names no adjacency id; add \"adjId\": NUMBER");
       continue;
     }
     group.key = {.adjId = keyReader.adjId, .type = keyReader.type};
     group.entry = Asic::EntryReflection<typename T::Entry>::fromValue(*record);
-    if constexpr (Asic::Trait::needsEntries<T>) {
-      if (group.block.empty()) check.problems.add(groupPath, "names no block; add \"block\": NAME");
-      blockDefaultsAre(group, fields);
-    }
+    if constexpr (Asic::Trait::needsEntries<T>) blockDefaultsAre(group, fields);
     auto const [first, isFirst] = names.try_emplace(group.key, name);
     if (!isFirst)
       check.problems.add(groupPath, fmt::format("has the adjacency id and type of \"{}\"; give it "

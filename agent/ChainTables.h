@@ -28,7 +28,9 @@ using AdjacencyTable = Forwarding::AdjacencyTable;
 template <template <class> class Each>
 using OfGroupTables = std::tuple<Each<GroupTable>, Each<VxlanGroupTable>, Each<SelectiveGroupTable>,
                                  Each<VxlanSelectiveGroupTable>>;
-inline constexpr std::size_t groupTables = 4;
+template <class>
+struct OneOfEach {};
+inline constexpr std::size_t groupTables = std::tuple_size_v<OfGroupTables<OneOfEach>>;
 
 /// What the groups of a table are called.
 struct GroupWords {

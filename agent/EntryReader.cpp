@@ -131,7 +131,8 @@ void readFields(TableType const& table, std::string const& path, JsonValue::Obje
       FieldReader(fieldPath, *field, problems).read(value, entry);
     } else {
       auto known = table.fieldNames();
-      for (auto const& each : beside) known.push_back(each.name);
+      for (auto const& each : beside)
+        each.isRefused ? void(std::erase(known, each.name)) : known.push_back(each.name);
       problems.add(fieldPath, "no such field; " + hintFor(name, known));
     }
   }

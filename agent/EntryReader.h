@@ -17,6 +17,7 @@ namespace DlbAgent {
 struct FieldBeside {
   std::string_view name;
   std::function<void(std::string const& path, JsonValue const&)> read;
+  bool isRefused = false;  ///< it always adds a problem: no hint leads to it
 };
 
 /// The entry that `value` describes: an object of fields, or the bare value of an entry's only

@@ -136,7 +136,13 @@ void LiveChain::suggest(WantedChain const& wanted) {
   suggestGroups(groupsOf<GroupTable>());
   suggestGroups(groupsOf<VxlanGroupTable>());
   if (nextHops_.found().empty() && members_.found().empty()) return;
-  PlaceFinder const finder(wanted, nextHops_.found(), members_.found());
+  PlaceFinder::PointedAt pointedAt;
+  forEachOf(groups_, [&]<class T>(NamedTable<T> const& groups) {
+    if constexpr (Asic::Trait::needsEntries<T>)
+      for (auto const& each : groups.found())
+        pointedAt.emplace(each.second.ecmpSecondaryBlockPtr, each.second.countSecondary.value());
+  });
+  PlaceFinder const finder(wanted, nextHops_.found(), members_.found(), std::move(pointedAt));
   for (auto const& [name, first] : finder.blocks()) suggestTo(members_.handle(name), {first});
   for (auto const& [name, entry] : wanted.nextHops) {
     auto const found = finder.nextHops(entry);
@@ -145,28 +151,26 @@ void LiveChain::suggest(WantedChain const& wanted) {
 }
 
 /// Groups that found no place by what points at them, as far as their values tell one. A group that
-/// still waits for its block has none yet.
+/// still waits for its block has none yet; one whose key has an index by another table is there.
 template <class T>
 void LiveChain::suggestGroups(NamedTable<T> const& groups) const {
-  using Entry = typename T::Entry;
-  // Handles are the software's own.
-  auto const seen = [](Entry entry) {
-    if constexpr (Asic::Trait::needsEntries<T>)
-      return std::tuple(entry.ecmpSecondaryBlockPtr, entry.secondaryBlockValid,
-                        entry.countSecondary);
-    else
-      return entry;
+  auto& table = groups.table();
+  auto const indexOf = [&](typename T::Key const& key) {
+    return table.indexAllocator()->indexForKey(T::keyType(), &key);
   };
-  using Seen = decltype(seen(Entry()));
-  std::map<std::string, Seen> open;
+  std::map<std::string, std::string> open;
   for (auto const& [name, handle] : groups.handles()) {
     auto const& key = static_cast<typename T::EntryHandle const&>(*handle).key();
-    if (handle->entryState() == State::unresolved && groups.table().hasValue(key))
-      open.emplace(name, seen(*groups.table().resolvedEntry(key)));
+    if (handle->entryState() != State::unresolved || !table.hasValue(key)) continue;
+    if (indexOf(key).isExhausted())
+      open.emplace(name, NamedTable<T>::seenText(*table.resolvedEntry(key)));
+    else
+      table.handleEntry(key);
   }
-  std::map<U32, Seen> unclaimed;
+  std::map<U32, std::string> unclaimed;
   for (auto const& [row, entry] : groups.found())
-    if (groups.table().syncedEntryGet(row)) unclaimed.emplace(row, seen(entry));
+    if (table.syncedEntryGet(row) && !table.indexAllocator()->isIndexAssigned(row, T::keyType()))
+      unclaimed.emplace(row, NamedTable<T>::seenText(entry));
   for (auto const& [name, row] : groupFinder_->placesOf(open, unclaimed))
     suggestTo(groups.handle(name), {row});
 }
@@ -178,12 +182,12 @@ void LiveChain::replayEnded(Asic::Chip& chip) {
   };
   for (auto* table : bottomUp()) {
     if (table->needsEntries()) settle();
-    // Their blocks have found their places by now, as far as they had any.
-    forEachOf(groups_, [&]<class T>(NamedTable<T> const& groups) {
-      if (Asic::Trait::needsEntries<T> && table == &groups) suggestGroups(groups);
+    // What they need has found its place by now, as far as it had any.
+    forEachOf(groups_, [&](auto const& groups) {
+      if (table == &groups) suggestGroups(groups);
     });
     table->replayEnded();
-    if (table == &groupsOf<VxlanSelectiveGroupTable>())  // the last of the groups
+    if (table == &std::get<groupTables - 1>(groups_))
       forEachGroupRow(
           [this](U32 row) { groupsOf<GroupTable>().table().indexAllocator()->candidateDel(row); });
   }

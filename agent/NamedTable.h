@@ -37,6 +37,8 @@ class NamedTable final : public ChainTable {
   /// What sync found, by row.
   HeldRows<T> const& found() const { return found_; }
 
+  /// What the hardware sees of an entry, as a text.
+  static std::string seenText(Entry const& entry);
   bool needsEntries() const override { return Asic::Trait::needsEntries<T>; }
   std::vector<Handle> needed(EntryHandle const& handle) const override;
   Handle awaited(EntryHandle const& handle) const override;
@@ -71,6 +73,9 @@ class NamedTable final : public ChainTable {
   std::vector<Change> homeless() const;
   std::map<U32, Placed> placed() const;
   static bool isSameRow(Entry const& a, Entry const& b);
+  /// The fields that the hardware sees: all but pointers, which are the software's own.
+  template <class Visitor>
+  static void forEachSeen(Visitor const& visitor);
 
   HeldRows<T> found_;
 };
@@ -173,16 +178,27 @@ auto NamedTable<T>::placed() const -> std::map<U32, Placed> {
   return placed;
 }
 
-/// Whether the hardware sees no difference: pointers are the software's own.
+template <class T>
+std::string NamedTable<T>::seenText(Entry const& entry) {
+  std::string text;
+  forEachSeen([&](auto const& field) { text += Zarn::valueToStrep(entry.*field.member) + ' '; });
+  return text;
+}
+
 template <class T>
 bool NamedTable<T>::isSameRow(Entry const& a, Entry const& b) {
   bool same = true;
+  forEachSeen([&](auto const& field) { same = same && a.*field.member == b.*field.member; });
+  return same;
+}
+
+template <class T>
+template <class Visitor>
+void NamedTable<T>::forEachSeen(Visitor const& visitor) {
   Zarn::FieldOps<Entry>::forEach([&](auto const& field) {
     using Type = typename std::remove_cvref_t<decltype(field)>::Type;
-    if constexpr (Zarn::FieldType<Type>::shape != Vell::ValueShape::pointer)
-      same = same && a.*field.member == b.*field.member;
+    if constexpr (Zarn::FieldType<Type>::shape != Vell::ValueShape::pointer) visitor(field);
   });
-  return same;
 }
 
 /// Entries of a table that the chip has no hardware for: by their names, as they have no rows.

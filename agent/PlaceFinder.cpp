@@ -1,7 +1,6 @@
 #include "agent/PlaceFinder.h"
 
 #include <algorithm>
-#include <functional>
 
 namespace DlbAgent {
 namespace {
@@ -14,8 +13,8 @@ constexpr std::size_t mostOccurrences = 64;
 
 // Larger blocks first: a small one may be equal to a part of a large one.
 PlaceFinder::PlaceFinder(WantedChain const& wanted, HeldRows<NextHopTable> const& nextHops,
-                         HeldRows<MemberTable> const& members)
-    : wanted_(wanted), nextHops_(nextHops), members_(members) {
+                         HeldRows<MemberTable> const& members, PointedAt pointedAt)
+    : wanted_(wanted), nextHops_(nextHops), members_(members), pointedAt_(std::move(pointedAt)) {
   std::set<NextHopTable::Entry> isWanted;
   for (auto const& each : wanted.nextHops) isWanted.insert(each.second);
   for (auto const& each : nextHops)
@@ -24,19 +23,30 @@ PlaceFinder::PlaceFinder(WantedChain const& wanted, HeldRows<NextHopTable> const
     if (auto const nextHop = nextHops.find(entry.ecmpNextHopEntry); nextHop != nextHops.end())
       rowsOf_[valueOf(nextHop->second, entry.weightIdx)].push_back(row);
 
-  std::vector<decltype(wanted.blocks)::const_iterator> bySize;
-  for (auto at = wanted.blocks.begin(); at != wanted.blocks.end(); ++at) bySize.push_back(at);
-  std::ranges::stable_sort(bySize, std::greater(), [](auto at) { return at->second.size(); });
-  for (auto const& block : bySize) {
-    auto const place = placeOf(block->second);
-    if (!place) continue;
-    blocks_[block->first] = *place;
-    for (U32 i = 0; i < block->second.size(); ++i) taken_.insert(*place + i);
+  struct Turn {
+    std::size_t size;
+    std::size_t places;
+    decltype(wanted.blocks)::const_iterator block;
+  };
+  std::vector<Turn> turns;
+  for (auto at = wanted.blocks.begin(); at != wanted.blocks.end(); ++at)
+    if (auto const places = placesOf(at->second); !places.empty())
+      turns.push_back({at->second.size(), places.size(), at});
+  std::ranges::stable_sort(turns, [](Turn const& a, Turn const& b) {
+    return a.size != b.size ? a.size > b.size : a.places < b.places;
+  });
+  for (auto const& turn : turns) {
+    auto const& [name, rows] = *turn.block;
+    auto const places = placesOf(rows);  // those that are left
+    if (places.empty()) continue;
+    blocks_[name] = places.front();
+    for (U32 i = 0; i < rows.size(); ++i) taken_.insert(places.front() + i);
   }
 }
 
-/// Each row votes for where the block would begin; more than half of them must agree.
-std::optional<U32> PlaceFinder::placeOf(std::vector<WantedRow> const& rows) const {
+/// The best places for a block, those that a group points at if there are any: each row votes for where
+/// the block would begin, and more than half of them must agree.
+std::vector<U32> PlaceFinder::placesOf(std::vector<WantedRow> const& rows) const {
   std::map<U32, std::size_t> votes;
   for (U32 i = 0; i < rows.size(); ++i) {
     auto const found =
@@ -46,11 +56,15 @@ std::optional<U32> PlaceFinder::placeOf(std::vector<WantedRow> const& rows) cons
     for (auto const row : found->second)
       if (row >= i && !taken_.contains(row) && looked++ < mostOccurrences) ++votes[row - i];
   }
-  std::optional<U32> best;
-  for (auto const& [first, count] : votes)
-    if (count * 2 > rows.size() && (!best || count > votes[*best]) &&
-        isRunOfRows(first, rows.size()))
-      best = first;
+  std::vector<U32> best;
+  auto most = std::pair(rows.size() / 2, true);  // votes, and whether a group points there
+  for (auto const& [first, count] : votes) {
+    auto const weight = std::pair(count, pointedAt_.contains({first, rows.size()}));
+    if (weight < most || count * 2 <= rows.size() || !isRunOfRows(first, rows.size())) continue;
+    if (weight > most) best.clear();
+    most = weight;
+    best.push_back(first);
+  }
   return best;
 }
 

@@ -1,9 +1,10 @@
 // Where the blocks and next hops of a configuration may lie in the hardware after a restart.
 //
-// A block is found by whoever points at it; nothing does yet, so the agent finds it by what its rows
-// hold: a block may lie where most of its rows would be as they are, and all of them exist. Next
-// hops that no block leads to are found in the same way. What is found is a suggestion: the tables
-// compare before they believe it, and rewrite in place what has changed.
+// A block is found by the group that points at it. One that no group leads to is found by what its
+// rows hold: it may lie where most of them would be as they are, and all of them exist; of such places
+// it takes one that a group of the hardware points at. Blocks that fit in the fewest places choose
+// first, of those of one size. Next hops that no block leads to are found by their value. What is found
+// is a suggestion: the tables compare before they believe it, and rewrite in place what has changed.
 
 #pragma once
 
@@ -19,8 +20,11 @@ namespace DlbAgent {
 
 class PlaceFinder {
  public:
+  /// First rows, each with the number of rows from there on that a group of the hardware uses.
+  using PointedAt = std::set<std::pair<U32, std::size_t>>;
+
   PlaceFinder(WantedChain const& wanted, HeldRows<NextHopTable> const& nextHops,
-              HeldRows<MemberTable> const& members);
+              HeldRows<MemberTable> const& members, PointedAt pointedAt);
 
   /// The first row of each block that was found, by the block's name.
   std::map<std::string, U32> const& blocks() const { return blocks_; }
@@ -36,12 +40,13 @@ class PlaceFinder {
   RowValue valueOf(NextHopTable::Entry const& nextHop, U8 weightIdx) const {
     return {inPlace_.contains(nextHop) ? std::optional(nextHop) : std::nullopt, weightIdx};
   }
-  std::optional<U32> placeOf(std::vector<WantedRow> const& rows) const;
+  std::vector<U32> placesOf(std::vector<WantedRow> const& rows) const;
   bool isRunOfRows(U32 first, std::size_t rows) const;
 
   WantedChain const& wanted_;
   HeldRows<NextHopTable> const& nextHops_;
   HeldRows<MemberTable> const& members_;
+  PointedAt pointedAt_;
   std::set<NextHopTable::Entry> inPlace_;  ///< values of next hops that are wanted and held
   std::map<RowValue, std::vector<U32>> rowsOf_;
   std::set<U32> taken_;  ///< rows of blocks that were found

@@ -62,6 +62,8 @@ class GroupAccessor : public HandleAccessor<T> {
   void programHwEntry(Key const& key, EntryState entryState);
   /// Deletes the row of a key that has gone, and gives up its index.
   void removeHwEntry(Key const& key);
+  /// Gives up the index of a key that has neither a value nor a record.
+  void releaseUnusedIndex(Key const& key);
   /// The outcome of a write, on its way from `resolvedEntryState` to `entryState`.
   void handleResolvedEntryState(EntryHandle& handle);
 
@@ -89,9 +91,10 @@ class GroupAccessor : public HandleAccessor<T> {
  protected:
   using AccessorBase<T>::swTable_;
 
-  /// Drops that many values from the front of the queue: what comes meanwhile, from watchers, belongs
-  /// to a later write.
-  static void dropPending(EntryHandle& handle, U32 count);
+  /// Drops the values of the queue up to that one: what comes meanwhile, from watchers, belongs to a
+  /// later write.
+  static void dropPending(EntryHandle& handle, U32 last);
+  void deleteRow(Util const& util, Index hwIndex);
   /// Takes out value and index of an entry whose handle is the next to go.
   Removal removeAtOnce(EntryHandle& handle, Key const& key);
 
@@ -105,7 +108,6 @@ class GroupAccessor : public HandleAccessor<T> {
   void hwTableEntryIs(Util const& util, Key const& key, Index hwIndex, EntryHandle* handle);
   bool tellWrite(Util const& util, Index hwIndex, EntryHandle* handle, bool hasValue);
   void hwTableEntryDel(Util const& util, Key const& key, Index hwIndex);
-  void deleteRow(Util const& util, Index hwIndex);
   void releaseIndex(Key const& key);
   Entry wantedValue(Key const& key) const;
   bool isFreeFor(Key const& key, Index hwIndex) const;

@@ -111,10 +111,13 @@ bool GroupAccessor<T>::tellWrite(Util const& util, Index hwIndex, EntryHandle* h
   if (swTable_->reconcilingEntry() && swTable_->syncedEntryMap().lookup(hwIndex)) return false;
   VELL_ASSERT(hasValue || prior == value, "false", T::names.qualified,
               ": an empty value was stored over a key that held none");
+  // Told by what the tracker knows of the entry: another write may have come in the midst of this one.
+  bool const isActive = handle ? handle->isActive() : isFirst || prior != noValue;
+  if (handle) handle->activeIs(hasValue);
   if (isFirst) tell(Tracker::userAdd);
-  if (!hasValue)
+  if (!hasValue && isActive)
     tell(Tracker::userDeactivate);
-  else if (prior == noValue && !isFirst)
+  else if (hasValue && !isActive)
     tell(Tracker::userActivate);
   return wasTold;
 }
@@ -142,6 +145,13 @@ void GroupAccessor<T>::removeHwEntry(Key const& key) {
   releaseIndex(key);
 }
 
+/// An index that was asked for ahead, for an entry that waited and never came.
+template <class T>
+void GroupAccessor<T>::releaseUnusedIndex(Key const& key) {
+  if (swTable_->resolvedHas(key) || swTable_->unresolvedHas(key)) return;
+  if (!this->doRetrieveHwIndex(key).value().isExhausted()) releaseIndex(key);
+}
+
 template <class T>
 void GroupAccessor<T>::releaseIndex(Key const& key) {
   Vell::Ptr<typename T::IndexAllocator> const allocator = swTable_->indexAllocator();
@@ -151,8 +161,13 @@ void GroupAccessor<T>::releaseIndex(Key const& key) {
 template <class T>
 void GroupAccessor<T>::hwTableEntryDel(Util const& util, Key const& key, Index hwIndex) {
   trace(traceKey, "hwTableEntryDel", ": Deleting entry at key:", T::keyText(key));
-  if (Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key)) handle->trackedIs(false);
-  util.updateHwIndexRefCountTracker(swTable_->hwTable(), hwIndex.value(), this->trackerOfDelete());
+  auto operation = this->trackerOfDelete();
+  if (Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key)) {
+    if (handle->isTracked())
+      operation = handle->isActive() ? Tracker::userRemove : Tracker::userRemoveInactive;
+    handle->trackedIs(false);
+  }
+  util.updateHwIndexRefCountTracker(swTable_->hwTable(), hwIndex.value(), operation);
   if (swTable_->resolvedHas(key)) return;  // the hook wrote the key: its row is wanted again
   if (auto const owner = swTable_->swKeyFromHwIndex(hwIndex);
       owner && *owner != key && swTable_->resolvedHas(*owner))
@@ -182,10 +197,10 @@ bool GroupAccessor<T>::hasNewerWish(EntryHandle const& handle) const {
 }
 
 template <class T>
-void GroupAccessor<T>::dropPending(EntryHandle& handle, U32 count) {
-  if (count == handle.pendingEntry().count() && !handle.publisher()->hasWatchers())
+void GroupAccessor<T>::dropPending(EntryHandle& handle, U32 last) {
+  if (last == handle.pendingEntry().lastSequence() && !handle.publisher()->hasWatchers())
     return handle.pendingEntryDelAll();
-  for (; count > 0; --count) handle.pendingEntryDeq();
+  while (handle.pendingEntryHas(last)) handle.pendingEntryDeq();
 }
 
 template <class T>
@@ -214,7 +229,7 @@ void GroupAccessor<T>::handleResolvedEntryState(EntryHandle& handle) {
   // What the row still shows must not go yet.
   bool const rowIsFormer = Trait::tableNeedsDeleteDance<T> && wasRefused(key, outcome);
   auto const claims = handle.claims();
-  if (!rowIsFormer) dropPending(handle, handle.pendingEntry().count());
+  if (!rowIsFormer) dropPending(handle, handle.pendingEntry().lastSequence());
   // A watcher of that, or of an entry that was let go, wrote it anew.
   if (handle.claims() != claims || handle.resolvedEntryState() != outcome) return;
   auto const state = handle.entryState();
@@ -225,8 +240,10 @@ void GroupAccessor<T>::handleResolvedEntryState(EntryHandle& handle) {
   VELL_ASSERT(state == unresolved || state == failedNeededEntry,
               "entryState == unresolved() || entryState == failedNeededEntry()", T::names.qualified,
               " key ", T::keyText(key), " state ", state, " outcome ", outcome);
-  VELL_ASSERT(outcome == success || rowIsFormer, "resolvedEntryState == success()",
-              T::names.qualified, " key ", T::keyText(key), " state ", state, " outcome ", outcome);
+  // A value that waits came in the midst of the write, which then found no index or was refused.
+  bool const mayFail = Trait::tableNeedsDeleteDance<T> && outcome == failedNoIndex;
+  VELL_ASSERT(outcome == success || mayFail, "resolvedEntryState == success()", T::names.qualified,
+              " key ", T::keyText(key), " state ", state, " outcome ", outcome);
 }
 
 // ---- removal ----
@@ -247,13 +264,14 @@ auto GroupAccessor<T>::removeEntryOf(EntryHandle& handle, Key const& key) -> Rem
 
 template <class T>
 auto GroupAccessor<T>::removeAtOnce(EntryHandle& handle, Key const& key) -> Removal {
+  auto const claims = handle.claims();
+  auto const isBack = [&] { return handle.swTable() || handle.claims() != claims; };
   handle.swTableIs(nullptr);
-  if (handle.swTable()) return Removal::cameBack;
+  if (isBack()) return Removal::cameBack;
   bool const isStored = swTable_->resolvedHas(key);
   deleteResolvedEntry(key);
-  if (handle.swTable()) return Removal::cameBack;
-  // An index that was asked for ahead, for an entry that waited to its end.
-  if (!isStored && !this->doRetrieveHwIndex(key).value().isExhausted()) releaseIndex(key);
+  if (isBack()) return Removal::cameBack;
+  if (!isStored) releaseUnusedIndex(key);
   return Removal::done;
 }
 

@@ -135,6 +135,14 @@ bool HandleAccessor<T>::awaitsIndex(EntryHandle const& handle) const {
          !swTable_->unresolvedHas(key) && !swTable_->entryInHwTable(key);
 }
 
+/// A value that waited was taken back, and the former one is in place.
+template <class T>
+bool HandleAccessor<T>::isSettledInSecret(EntryHandle const& handle) const {
+  return Trait::tableNeedsDeleteDance<T> &&
+         handle.entryState() == SwTableBase::EntryState::unresolved && T::isInHwTable(handle) &&
+         swTable_->hasValue(handle.key()) && !swTable_->unresolvedHas(handle.key());
+}
+
 template <class T>
 void HandleAccessor<T>::doInitComplete() {
   AccessorBase<T>::doInitComplete();
@@ -143,7 +151,10 @@ void HandleAccessor<T>::doInitComplete() {
     if (awaitsIndex(handle) && swTable_->indexHelper(handle)) settleCandidates(handle);
   });
   forEachHandle([this](EntryHandle& handle) {
-    if (awaitsIndex(handle)) programAsAdded(handle.key());
+    if (awaitsIndex(handle))
+      programAsAdded(handle.key());
+    else if (isSettledInSecret(handle))
+      handle.entryStateIs(handle.resolvedEntryState());
   });
   swTable_->indexHelperDelAll();  // also those of entries that need no place any more
   swTable_->reconcilingEntryIs(false);
@@ -246,6 +257,7 @@ void HandleAccessor<T>::entryRemove(Key const& key) {
   // First of all, so that an entry that waits can resolve no more.
   swTable_->unresolvedDel(key);
   if (handle->commits() != commits) return;  // a watcher of that committed it anew
+  if constexpr (Trait::tableNeedsDeleteDance<T>) self().releaseUnusedIndex(key);
   handle->entryTypeIs(referenceOnly);
   handle->tableUseIs(EntryHandle::TableUse::uncounted);
   // If nobody else holds the handle, the use held here is the last: its end removes the entry.

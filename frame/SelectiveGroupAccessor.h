@@ -23,6 +23,9 @@
 //   acknowledged                  R nothing, Q empty, the handle leaves     the row is deleted
 //   the handle's last use ends    cleanup once more               the handle is freed
 //
+// A needed entry that fails leaves E failedNeededEntry, and the entry waiting. A write that the chip
+// refuses leaves E and S failedNoIndex, and Q as it is: the row shows what it did.
+//
 // A commit or a reference during the dance ends it: T committed or referenceOnly, and the way in
 // again, over the same index if the needed entry is usable before the acknowledgement comes.
 //
@@ -82,6 +85,7 @@ class SelectiveGroupAccessor : public GroupAccessor<T> {
   /// A dance that begins before the replay has ended: the end of an entry is no reconciliation.
   void writeWithoutValue(Key const& key);
   bool processIndexSuggestion(EntryHandle& handle, Index hwIndex);
+  void purgeStaleEntries();
 
  private:
   using AccessorBase<T>::swTable_;
@@ -91,6 +95,7 @@ class SelectiveGroupAccessor : public GroupAccessor<T> {
   HandlePtr existing(std::string_view operation, Key const& key, Entry const& entry,
                      AutoRemoveType keeper);
   bool mayHaveCalledOut(EntryHandle& handle) const;
+  void refusedRowsDel();
   void suggestFromSyncedRows(UnresolvedEntry const& unresolved);
 };
 

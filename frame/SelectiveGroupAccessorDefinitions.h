@@ -36,13 +36,14 @@ auto SelectiveGroupAccessor<T>::write(std::string_view operation, Key const& key
     handle->entryStateIs(EntryState::unresolved);
     if (mayHaveCalledOut(*handle)) {
       if (auto written = existing(operation, key, wanted, keeper)) return written;
-      if (swTable_->unresolvedHas(key)) continue;
+      if (swTable_->unresolvedHas(key) || handle->entryState() != EntryState::unresolved) continue;
     }
+    auto const claims = handle->claims();
     auto const unresolved = swTable_->unresolvedIs(key);
     if (unresolved->swTable())
       initUnresolvedEntry(*unresolved, wanted);
-    else if (swTable_->unresolvedHas(key))
-      continue;  // a watcher of the record itself
+    else if (handle->claims() != claims)
+      continue;  // a watcher of the record itself wrote the key
     return handle;
   }
 }
@@ -79,6 +80,7 @@ template <class T>
 auto SelectiveGroupAccessor<T>::validEntryHandle(Key const& key) const -> Vell::Ptr<EntryHandle> {
   auto eh = swTable_->entryHandle(key);
   VELL_ASSERT(eh, "eh", "expect a valid entryHandle, key: ", T::keyText(key));
+  if (!eh->swTable()) eh->swTableIs(swTable_);  // it was about to leave
   return eh;
 }
 
@@ -133,7 +135,9 @@ void SelectiveGroupAccessor<T>::doResolve(UnresolvedEntry& unresolved) {
   auto const key = unresolved.key();
   auto const handle = validEntryHandle(key);
   // What the hardware still shows needs what it points at until the next write is acknowledged.
-  if (auto const shown = swTable_->resolvedEntry(key); shown && static_cast<bool>(*shown)) {
+  if (auto const shown = swTable_->resolvedEntry(key);
+      shown && static_cast<bool>(*shown) &&
+      handle->resolvedEntryState() != EntryState::unresolved) {
     handle->pendingEntryEnq(*shown);
     if (!unresolved.swTable()) return;  // a watcher dropped it, or wrote another one
   }
@@ -201,10 +205,10 @@ template <class T>
 void SelectiveGroupAccessor<T>::endDeleteDance(EntryHandle& handle, Key const& key,
                                                EntryState stateBefore) {
   SwTable::OperationScope const scope(*swTable_);  // it may come in the midst of another operation
-  auto const formerValues = handle.pendingEntry().count();
+  auto const lastFormer = handle.pendingEntry().lastSequence();
   // The row goes before what it pointed at can.
   this->deleteResolvedEntry(key);
-  this->dropPending(handle, formerValues);
+  this->dropPending(handle, lastFormer);
   // Else a commit or a reference has claimed it.
   if (stateBefore == EntryState::inProgress &&
       handle.entryType() == SwTableBase::EntryType::inDeletion)
@@ -251,6 +255,31 @@ bool SelectiveGroupAccessor<T>::processIndexSuggestion(EntryHandle& handle, Inde
   if (auto const unresolved = swTable_->unresolved(key))
     this->suggestIndexToNeededTable(unresolved->entry(), swTable_->syncedEntry(hwIndex));
   return swTable_->hasValue(key) && GroupAccessor<T>::processIndexSuggestion(handle, hwIndex);
+}
+
+template <class T>
+void SelectiveGroupAccessor<T>::purgeStaleEntries() {
+  refusedRowsDel();
+  GroupAccessor<T>::purgeStaleEntries();
+}
+
+/// Rows that sync found, and where the chip refused what is wanted: they show what an earlier life put
+/// there, and may point at rows that nobody claims and that are about to go.
+template <class T>
+void SelectiveGroupAccessor<T>::refusedRowsDel() {
+  auto const util = this->utilIfExists();
+  if (!util) return;
+  this->forEachHandle([&](EntryHandle& handle) {
+    auto const hwIndex = this->doRetrieveHwIndex(handle.key()).value();
+    if (handle.resolvedEntryState() != EntryState::failedNoIndex || hwIndex.isExhausted() ||
+        !handle.isTracked())
+      return;
+    trace(traceKey, "purgeStaleEntries", ": Deleting refused hwEntry at index:", hwIndex);
+    handle.trackedIs(false);  // the next write is the first
+    util->updateHwIndexRefCountTracker(swTable_->hwTable(), hwIndex.value(),
+                                       IndexUserTracker::OpType::userRemove);
+    this->deleteRow(*util, hwIndex);
+  });
 }
 
 }  // namespace Asic

@@ -4,6 +4,7 @@
 
 #include "platform/asic/Chip.h"
 #include "platform/asic/ReadResponseSm.h"
+#include "platform/asic/SwTable.h"
 #include "platform/asic/WriteResponseSm.h"
 #include "platform/vell/ModuleInspectData.h"
 
@@ -18,15 +19,16 @@ constexpr Vell::TypeData const* types[] = {&hwTableType, &chipType, &readRespons
                                            &writeResponseSmType};
 constinit Vell::ModuleInspectData module("AsicHardware", types);
 
-/// Hands what has been taken by now to the machine that is active at that moment, by
-/// `handle(machine, response)`, which tells whether the response was of use.
-template <class Response, class Machine, class Handle>
+/// Hands what has been taken by now to the machine that is active at that moment, if `isReady(machine)`,
+/// by `handle(machine, response)`, which tells whether the response was of use.
+template <class Response, class Machine, class Ready, class Handle>
 U64 deliver(HwTable& hwTable, std::deque<Response>& responses, Machine* const& active,
-            Handle const& handle) {
+            Ready const& isReady, Handle const& handle) {
   Vell::Ptr<HwTable> const held(&hwTable);
   U64 delivered = 0;
   // What comes meanwhile waits for the next time: a handler may ask again and again.
-  for (auto left = responses.size(); left > 0 && active && !responses.empty(); --left) {
+  for (auto left = responses.size(); left > 0 && active && isReady(*active) && !responses.empty();
+       --left) {
     auto const response = std::move(responses.front());
     responses.pop_front();
     Vell::Ptr<Machine> const machine(active);
@@ -56,15 +58,19 @@ void HwTable::writesOvertaken(Index index) {
 }
 
 U64 HwTable::deliverReadResponses() {
-  return deliver(*this, readResponses_, readResponseSm_,
-                 [](ReadResponseSm& machine, ReadResponse const& response) {
-                   machine.handleReadResponse(response);
-                   return true;
-                 });
+  return deliver(
+      *this, readResponses_, readResponseSm_, [](ReadResponseSm&) { return true; },
+      [](ReadResponseSm& machine, ReadResponse const& response) {
+        machine.handleReadResponse(response);
+        return true;
+      });
 }
 
 U64 HwTable::deliverWriteResponses() {
-  return deliver(*this, writeResponses_, writeResponseSm_,
+  auto const isBetweenOperations = [](WriteResponseSm const& machine) {
+    return !machine.swTable() || !machine.swTable()->operationInProgress();
+  };
+  return deliver(*this, writeResponses_, writeResponseSm_, isBetweenOperations,
                  [this](WriteResponseSm& machine, WriteResponse const& response) {
                    // Number 0 is no write.
                    if (response.write == 0 || newestWrite(response.index) != response.write)

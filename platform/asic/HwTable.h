@@ -3,7 +3,9 @@
 // Invariants
 //  1. Answers wait here until the owner of the chip has them delivered; while no response machine is
 //     active they stay, in their order.
-//  2. Writes that are to be acknowledged have ascending numbers. Of an index only the newest write
+//  2. No acknowledgement is delivered in the midst of an operation of the table that it is for: it could
+//     be taken for that of a write which is yet to come. It waits for the next time.
+//  3. Writes that are to be acknowledged have ascending numbers. Of an index only the newest write
 //     can be answered, once; whatever else an acknowledgement belongs to is gone, and it is dropped.
 //
 // Threading: the thread of the owning agent.
@@ -63,7 +65,7 @@ class HwTable : public Vell::Node {
   std::size_t unansweredWrites() const { return unansweredWrites_; }
   /// Takes an acknowledgement, to be delivered later. For chips.
   void writeResponseIs(WriteResponse response) { writeResponses_.push_back(response); }
-  /// As `deliverReadResponses`. Acknowledgements of overtaken writes, and second ones, are dropped
+  /// As `deliverReadResponses`; none while the machine's table is in an operation. Acknowledgements of overtaken writes, and second ones, are dropped
   /// and not counted.
   U64 deliverWriteResponses();
   /// Acknowledgements that wait to be delivered.

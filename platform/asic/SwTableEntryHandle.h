@@ -44,11 +44,19 @@ class SwTable::EntryHandle : public SwTableBase::EntryHandle {
   /// Whether the index tracker has a use of the entry, told by a write or found by sync. A write
   /// that found no index tells it nothing, so that the next one still has to.
   bool isTracked() const { return isTracked_; }
-  void trackedIs(bool tracked) { isTracked_ = tracked; }
+  void trackedIs(bool tracked) {
+    if (tracked == isTracked_) return;
+    isTracked_ = tracked;
+    isActive_ = tracked;
+  }
+  /// Whether that use is an active one, of an entry with a value.
+  bool isActive() const { return isActive_; }
+  void activeIs(bool active) { isActive_ = active; }
 
  private:
   TableUse tableUse_ = TableUse::counted;
   bool isTracked_ = false;
+  bool isActive_ = false;
   U32 commits_ = 0;
   U32 references_ = 0;
 };

@@ -149,6 +149,9 @@ TYPED_TEST(SelectiveModel, anIndexAskedForAheadIsGivenBackIfTheEntryNeverCame) {
   EXPECT_EQ(AT.indexOf(7), 5u);
   AT.remove(7);
   EXPECT_EQ(AT.allocator()->totalUsedIndices(), 0u);
+  auto const held = AT.table->entryWriteAtIndex(5, AT.key(7), AT.entry(this->waiting_, 1));
+  AT.remove(7);
+  EXPECT_EQ(AT.allocator()->totalUsedIndices(), 0u) << "also while somebody holds the handle";
   AT.table->entryWriteAtIndex(6, AT.key(7), AT.entry(this->block_, 1));
   EXPECT_TRUE(AT.util->rows.contains(6));
 }

@@ -130,33 +130,82 @@ TYPED_TEST(SelectiveReentrancy, aHookOfTheBlockThatWritesTheGroupAnewHasTheLastW
   }
 }
 
-TYPED_TEST(SelectiveReentrancy, anAcknowledgementInTheMidstOfAnotherWriteChangesNothingOfIt) {
+// It would be taken for the answer to a write that is yet to come.
+TYPED_TEST(SelectiveReentrancy, anAcknowledgementWaitsForTheEndOfAnOperation) {
   this->committed(1, this->a_);
-  AT.commit(2, this->a_);
-  AT.answer(1);
-  AT.remove(2);
-  auto const watching = this->onState(State::inProgress, [this] { AT.answer(1); });
-  AT.take();
   AT.commit(1, this->b_);
-  EXPECT_THAT(AT.take(),
-              ElementsAre("published 0x286 1 new", "tracker 1 userRemoveInactive", "delete 1",
-                          "published 0x289 2 was -", "published 0x287 2 gone", "write 0 80/1",
-                          "published 0x289 1 was 70/1", "published 0x286 1 gone"));
-}
-
-// A chip that answers inside the write: the dance begins and ends in the last drop of its handle.
-TYPED_TEST(SelectiveReentrancy, aDanceMayEndInsideItsBeginning) {
-  auto const live = TypeParam::EntryHandle::memAllocationTracker_.live();
-  this->committed(7, this->a_);
-  AT.remove(7);
+  auto const watching = this->onState(State::unresolved, [this] { EXPECT_EQ(AT.answer(0), 0u); });
+  AT.commit(1, this->a_, 2);
+  EXPECT_EQ(AT.state(1), "U none, R value, T committed, E inProgress, S inProgress, Q 2");
+  EXPECT_EQ(AT.hw().deliverWriteResponses(), 0u) << "that write is overtaken";
+  EXPECT_EQ(AT.answer(0), 1u);
+  AT.remove(1);
   AT.util->onEvent = [this](std::string const& event) {
-    if (event == "write 0 -") AT.answer(0);
+    if (event != "write 0 -") return;
+    EXPECT_EQ(AT.answer(0), 0u) << "not even its own";
   };
   this->handle_ = nullptr;
   AT.util->onEvent = nullptr;
-  EXPECT_EQ(AT.state(7), "U none, R none, no handle");
-  EXPECT_EQ(TypeParam::EntryHandle::memAllocationTracker_.live(), live);
-  AT.table = nullptr;  // which remembers no handle that has gone
+  EXPECT_EQ(AT.hw().deliverWriteResponses(), 1u);
+  EXPECT_EQ(AT.state(1), "U none, R none, no handle");
+}
+
+// The way back begins before the way out has reached the hardware: the tracker hears of neither.
+TYPED_TEST(SelectiveReentrancy, aComebackInTheMidstOfTheDancesWriteIsWrittenAtOnce) {
+  this->committed(7, this->a_);
+  auto const watching = this->onState(State::inProgress, [this] { AT.commit(7, this->b_); });
+  AT.remove(7);
+  AT.take();
+  this->handle_ = nullptr;
+  EXPECT_THAT(AT.take(),
+              ElementsAre("published 0x286 7 new", "write 0 80/1", "published 0x289 7 was -",
+                          "published 0x286 7 gone", "published 0x289 7 was 70/1"));
+  AT.answer(0);
+  EXPECT_EQ(AT.state(7), "U none, R value, T committed, E success, S success, Q 0");
+}
+
+// The outer commit has the last word, whatever came in its midst.
+TYPED_TEST(SelectiveReentrancy, ofCommitsInsideEachOtherTheOuterOneStands) {
+  for (auto const field : {0x286u, 0x102u})
+    for (auto const& inner : {this->a_, this->b_, this->waiting_})
+      for (auto const& outer : {this->b_, needed()}) {
+        this->committed(7, this->a_);
+        bool done = false;
+        auto const nest = [&](auto& change) {
+          if (!change.previous == (field == 0x286u) && !std::exchange(done, true))
+            AT.commit(7, inner, 2);
+        };
+        auto const watching = field == 0x286u ? AT.table->publisher()->watch(field, nest)
+                                              : this->handle_->watched().watch(field, nest);
+        AT.commit(7, outer, 3);
+        EXPECT_EQ(AT.table->entry(AT.key(7)), AT.entry(outer, 3));
+        if (!outer->hwIndex().isExhausted()) continue;
+        EXPECT_EQ(AT.handle(7)->entryState(), State::unresolved);
+        AT.commit(7, this->a_);
+        AT.answer(0);
+      }
+}
+
+TYPED_TEST(SelectiveReentrancy, aClaimInTheMidstOfARemovalStands) {
+  for (U32 id = 100; id < 116; ++id) AT.commit(id, this->b_);
+  this->handle_ = AT.commit(7, this->a_);  // no index: it goes without a dance
+  auto const watching = this->handle_->watched().watch(0x183, [this, done = false](auto&) mutable {
+    if (!std::exchange(done, true)) AT.commit(7, this->a_);
+  });
+  AT.remove(7);
+  this->handle_ = nullptr;
+  ASSERT_TRUE(AT.handle(7));
+  EXPECT_EQ(AT.handle(7)->swTable(), AT.table.get());
+  EXPECT_EQ(AT.handle(7)->entryType(), Type::committed);
+}
+
+TYPED_TEST(SelectiveReentrancy, aWishFromTheMidstOfAWriteThatFindsNoIndexIsAWish) {
+  for (U32 id = 100; id < 116; ++id) AT.commit(id, this->b_);
+  auto const unset = AT.table->entryHandleIs(AT.key(7), AT.table.get());
+  this->handle_ = unset;
+  auto const watching = this->onState(State::inProgress, [this] { AT.commit(7, this->waiting_); });
+  AT.commit(7, this->a_);
+  EXPECT_EQ(AT.state(7), "U waiting, R value, T committed, E unresolved, S failedNoIndex, Q 0");
 }
 
 // ---- the end of the table ----

@@ -93,6 +93,19 @@ TYPED_TEST(SelectiveRestart, aFormerValueThatWasFoundStaysWhileTheNewOneWaits) {
   EXPECT_EQ(AT.counted(Status::reconcileAdded), 0u);
 }
 
+TYPED_TEST(SelectiveRestart, aWishThatIsTakenBackLeavesTheFormerValueInPlace) {
+  AT.holding({{3, 70}});
+  ASSERT_TRUE(AT.recover(7, 3));
+  auto const handle = AT.commit(7, usable(70));
+  AT.commit(7, this->block_);
+  AT.remove(7);
+  EXPECT_EQ(handle->entryState(), State::unresolved);
+  AT.take();
+  AT.table->doInitComplete();
+  EXPECT_EQ(handle->entryState(), State::indexReconciled) << "those who need it go on";
+  EXPECT_THAT(AT.take(), ElementsAre("published 0x283"));
+}
+
 // A value that has no place yet, and another one that waits: the row of the first is found.
 TYPED_TEST(SelectiveRestart, aPlaceThatIsFoundForAFormerValueLeavesTheWishAWish) {
   AT.holding({{3, 70}});
@@ -104,6 +117,32 @@ TYPED_TEST(SelectiveRestart, aPlaceThatIsFoundForAFormerValueLeavesTheWishAWish)
   EXPECT_EQ(AT.state(7), "U waiting, R value, T committed, E unresolved, S indexReconciled, Q 0");
   EXPECT_THAT(this->block_->suggested, ElementsAre(70u));
   EXPECT_EQ(handle->hwIndex().value(), 3u);
+}
+
+// The chip refuses the rewrite, and the row shows what an earlier life put there: it may point at rows
+// that the member table deletes next.
+TYPED_TEST(SelectiveRestart, aRowWhoseRewriteIsRefusedGoesWithThePurge) {
+  AT.holding({{3, 70}});
+  ASSERT_TRUE(AT.recover(7, 3));
+  auto const handle = AT.commit(7, usable(71));
+  AT.table->doInitComplete();
+  AT.answer(3, Asic::WriteResponse::refused);
+  AT.take();
+  AT.table->purgeStaleEntries();
+  EXPECT_THAT(AT.take(), ElementsAre("tracker 3 userRemove", "delete 3"));
+  EXPECT_EQ(handle->entryState(), State::failedNoIndex);
+  AT.commit(7, usable(72));
+  EXPECT_THAT(AT.take(), testing::IsSupersetOf({"tracker 3 userAdd", "write 3 72/1"}));
+}
+
+TYPED_TEST(SelectiveRestart, aValueThatWasNeverWrittenHoldsNoBlock) {
+  AT.holding({{3, 70}});
+  auto const never = usable(60), found = usable(70);
+  auto const handle = AT.commit(7, never);
+  AT.commit(7, found);
+  suggest(handle, {3});
+  EXPECT_EQ(AT.state(7), "U none, R value, T committed, E indexReconciled, S indexReconciled, Q 0");
+  EXPECT_EQ(AT.usesOf(never), 0u);
 }
 
 // ---- a dance that begins before the replay has ended ----
