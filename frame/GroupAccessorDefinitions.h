@@ -57,6 +57,7 @@ void GroupAccessor<T>::programHwEntry(Key const& key, EntryState entryState) {
            (Trait::tableNeedsDeleteDance<T> && prior != priorToTelling);
   };
   if (handle) {
+    handle->writeBegins();
     handle->entryStateIs(entryState);
     if (isOvertaken()) return;
     handle->resolvedEntryStateIs(entryState);
@@ -228,10 +229,12 @@ void GroupAccessor<T>::handleResolvedEntryState(EntryHandle& handle) {
   }
   // What the row still shows must not go yet.
   bool const rowIsFormer = Trait::tableNeedsDeleteDance<T> && wasRefused(key, outcome);
-  auto const claims = handle.claims();
+  auto const claims = handle.claims(), writes = handle.writes();
   if (!rowIsFormer) dropPending(handle, handle.pendingEntry().lastSequence());
-  // A watcher of that, or of an entry that was let go, wrote it anew.
-  if (handle.claims() != claims || handle.resolvedEntryState() != outcome) return;
+  // A watcher of that, or of an entry that was let go, wrote it anew or wants it otherwise.
+  if (handle.claims() != claims || handle.writes() != writes ||
+      handle.resolvedEntryState() != outcome)
+    return;
   auto const state = handle.entryState();
   if (state == inProgress || state == indexReconciled) {
     handle.entryStateIs(outcome);

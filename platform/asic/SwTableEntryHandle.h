@@ -35,6 +35,9 @@ class SwTable::EntryHandle : public SwTableBase::EntryHandle {
   U32 commits() const { return commits_; }
   /// Moves with every commit and every reference, for an operation that either of them undoes.
   U32 claims() const { return commits_ + references_; }
+  /// Moves with every write of the entry, so that the outcome of one can be told from that of another.
+  U32 writes() const { return writes_; }
+  void writeBegins() { ++writes_; }
   /// The entry belongs to the table now: its use counts.
   void committed();
   /// Somebody needs the entry. Unless the table owns it, it lives as long as its handle is held: the
@@ -59,6 +62,7 @@ class SwTable::EntryHandle : public SwTableBase::EntryHandle {
   bool isActive_ = false;
   U32 commits_ = 0;
   U32 references_ = 0;
+  U32 writes_ = 0;
 };
 
 }  // namespace Asic
