@@ -8,6 +8,7 @@
 
 namespace DlbAgent {
 
+/// What is needed more than once is drawn with all that it needs the first time, and later alone.
 struct ChainNode {
   std::string entry;  ///< "adjacency a1"
   std::string place;  ///< "row 3"; empty if it has none

@@ -100,13 +100,19 @@ ordered_json summaryWithChanges(Report const& report) {
   return json;
 }
 
-/// A warning for each entry that found no place, and for each row that points at nothing. The exit
-/// code that follows from there being any.
-int warnOfUnfinished(Report const& report, int code) {
+/// A warning for each entry that found no place, and for all that is wrong in the hardware then. The
+/// exit code that follows from there being any.
+int warnOfUnfinished(Report const& report, int code, Mood mood) {
   for (auto const& line : report.unfinished) tell("warning: " + line);
   for (auto const& line : report.contradictions)
-    tell("warning: the hardware contradicts itself: " + line);
-  return report.unfinished.empty() && report.contradictions.empty() ? code : exitProblem;
+    tell(fmt::format("warning: the hardware {} itself after that: {}; a further run mends it",
+                     mood == Mood::done ? "contradicts" : "would contradict", line));
+  for (auto const& line : report.breaches)
+    tell(fmt::format("warning: {}on the way, {}", mood == Mood::done ? "" : "it would be that ",
+                     line));
+  bool const isWell =
+      report.unfinished.empty() && report.contradictions.empty() && report.breaches.empty();
+  return isWell ? code : exitProblem;
 }
 
 /// What is wrong, as the end of a sentence about the hardware.
@@ -195,7 +201,7 @@ int showByName(Options const& options) {
         return ordered_json{{"chain", treeJson(tree)}};
       },
       [&] { return tree.empty() ? "The configuration names no entries.\n" : treeText(tree); });
-  return warnOfUnfinished(report, exitFine);
+  return warnOfUnfinished(report, exitFine, Mood::wouldBe);
 }
 
 }  // namespace
@@ -206,7 +212,7 @@ int runCommand(Options const& options) {
   print(
       options, [&] { return summaryJson(report); },
       [&] { return summaryText(report, Mood::done); });
-  return warnOfUnfinished(report, exitFine);
+  return warnOfUnfinished(report, exitFine, Mood::done);
 }
 
 int planCommand(Options const& options) {
@@ -217,7 +223,8 @@ int planCommand(Options const& options) {
   print(
       options, [&] { return summaryWithChanges(report); },
       [&] { return changesAndSummary(report, Mood::wouldBe); });
-  return warnOfUnfinished(report, report.changes.empty() ? exitFine : exitWouldChange);
+  return warnOfUnfinished(report, report.changes.empty() ? exitFine : exitWouldChange,
+                          Mood::wouldBe);
 }
 
 int checkCommand(Options const& options) {
@@ -235,12 +242,12 @@ int checkCommand(Options const& options) {
     if (equal) return fmt::format("The hardware holds what \"{}\" asks.\n", options.configuration);
     auto lines = differencesText(report) + '\n';
     for (auto const& each : report.contradictionsFound)
-      lines += fmt::format("The hardware contradicts itself: {}.\n", each);
+      lines += fmt::format("The hardware contradicts itself: {}; dlb-agent run mends it.\n", each);
     return fmt::format("{}The hardware does not hold what \"{}\" asks: {}.\n", lines,
                        options.configuration, faultsOf(report));
   };
   print(options, json, text);
-  return warnOfUnfinished(report, equal ? exitFine : exitProblem);
+  return warnOfUnfinished(report, equal ? exitFine : exitProblem, Mood::wouldBe);
 }
 
 int showCommand(Options const& options) {
@@ -250,23 +257,26 @@ int showCommand(Options const& options) {
   agent.open(Access::copy);
   auto const& chain = agent.session->chain();
   std::map<std::string_view, std::pair<TableType const*, Rows>> held;  // by the tables' names
-  for (auto const& table : agent.session->tables())
-    held[table.type().name()] = {&table.type(), table.held()};
-  for (auto const* table : chain.tables())
-    held[table->type().name()] = {&table->type(), table->held()};
-  auto json = ordered_json{{"tables", ordered_json::object()}};
-  std::string text;
-  for (auto const& [name, table] : held) {
-    if (only && only != table.first) continue;
-    json["tables"][std::string(name)] = rowsJson(*table.first, table.second);
-    text += (text.empty() ? "" : "\n") + rowsText(*table.first, table.second);
-  }
-  if (auto const tree = chain.heldTree(); !only && !tree.empty()) {
-    json["chain"] = treeJson(tree);
-    text += "\n" + treeText(tree);
-  }
-  print(
-      options, [&] { return json; }, [&] { return text; });
+  auto const keep = [&](TableType const& type, auto const& table) {
+    if (!only || only == &type) held[type.name()] = {&type, table.held()};
+  };
+  for (auto const& table : agent.session->tables()) keep(table.type(), table);
+  for (auto const* table : chain.tables()) keep(table->type(), *table);
+  auto const tree = only ? std::vector<ChainNode>() : chain.heldTree();
+  auto const json = [&] {
+    auto all = ordered_json{{"tables", ordered_json::object()}};
+    for (auto const& [name, table] : held)
+      all["tables"][std::string(name)] = rowsJson(*table.first, table.second);
+    if (!tree.empty()) all["chain"] = treeJson(tree);
+    return all;
+  };
+  auto const text = [&] {
+    std::string all;
+    for (auto const& each : held)
+      all += (all.empty() ? "" : "\n") + rowsText(*each.second.first, each.second.second);
+    return tree.empty() ? all : all + "\n" + treeText(tree);
+  };
+  print(options, json, text);
   return exitFine;
 }
 

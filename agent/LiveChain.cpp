@@ -260,15 +260,16 @@ std::string LiveChain::why(std::string const& name) const {
 
 // ---- trees ----
 
-ChainNode LiveChain::node(ChainTable const& table, std::string const& name,
-                          Handle const& handle) const {
+ChainNode LiveChain::node(ChainTable const& table, std::string const& name, Handle const& handle,
+                          Drawn& drawn) const {
   ChainNode node{fmt::format("{} {}", table.kind(), name),
                  table.placeText(*handle),
                  Vell::concatenate(handle->entryState()),
                  {}};
+  if (!drawn.insert(handle.get()).second) return node;
   for (auto const& needed : table.needed(*handle)) {
     auto const& of = tableOf(*needed);
-    node.needs.push_back(this->node(of, of.nameOf(*needed), needed));
+    node.needs.push_back(this->node(of, of.nameOf(*needed), needed, drawn));
   }
   return node;
 }
@@ -279,9 +280,10 @@ std::vector<ChainNode> LiveChain::tree() const {
     for (auto const& each : table->handles())
       for (auto const& needed : table->needed(*each.second)) isNeeded.insert(needed.get());
   std::vector<ChainNode> nodes;
+  Drawn drawn;
   for (auto const* table : tables() | std::views::reverse)
     for (auto const& [name, handle] : table->handles())
-      if (!isNeeded.contains(handle.get())) nodes.push_back(node(*table, name, handle));
+      if (!isNeeded.contains(handle.get())) nodes.push_back(node(*table, name, handle, drawn));
   return nodes;
 }
 
@@ -299,7 +301,9 @@ ChainNode heldNode(std::string_view kind, U32 first, U32 rows, bool isHeld) {
 }  // namespace
 
 /// Rows that a group points at, and the next hops that they point at, each once.
-ChainNode LiveChain::heldBlock(U32 first, U32 rows) const {
+ChainNode LiveChain::heldBlock(U32 first, U32 rows, DrawnRows& drawn) const {
+  if (auto const at = drawn.find({first, rows}); at != drawn.end())
+    return heldNode(members_.kind(), first, rows, at->second);
   auto const& found = members_.found();
   bool isWhole = true;
   std::set<U32> nextHops;
@@ -308,6 +312,7 @@ ChainNode LiveChain::heldBlock(U32 first, U32 rows) const {
     isWhole = isWhole && held != found.end();
     if (held != found.end()) nextHops.insert(held->second.ecmpNextHopEntry);
   }
+  drawn[{first, rows}] = isWhole;
   auto node = heldNode(members_.kind(), first, rows, isWhole);
   for (auto const row : nextHops)
     node.needs.push_back(heldNode(nextHops_.kind(), row, 1, nextHops_.found().contains(row)));
@@ -315,33 +320,34 @@ ChainNode LiveChain::heldBlock(U32 first, U32 rows) const {
 }
 
 template <class T>
-ChainNode LiveChain::heldGroup(NamedTable<T> const& groups, U32 row) const {
+ChainNode LiveChain::heldGroup(NamedTable<T> const& groups, U32 row, DrawnRows& drawn) const {
   auto node = heldNode(groups.kind(), row, 1, true);
   if constexpr (Asic::Trait::needsEntries<T>) {
     auto const& entry = groups.found().at(row);
     if (entry.secondaryBlockValid)
       node.needs.push_back(
           heldBlock(entry.ecmpSecondaryBlockPtr,
-                    std::max<U32>(1, static_cast<U32>(entry.countSecondary.value()))));
+                    std::max<U32>(1, static_cast<U32>(entry.countSecondary.value())), drawn));
   }
   return node;
 }
 
 std::vector<ChainNode> LiveChain::heldTree() const {
   std::vector<ChainNode> nodes;
+  DrawnRows drawn;
   std::set<U32> isNeeded;
   for (auto const& [row, adjacency] : adjacencies_.found()) {
     auto& top = nodes.emplace_back(heldNode(adjacencies_.kind(), row, 1, true));
     U32 const group = adjacency.group;
     isNeeded.insert(group);
     forEachOf(groups_, [&](auto const& table) {
-      if (table.found().contains(group)) top.needs.push_back(heldGroup(table, group));
+      if (table.found().contains(group)) top.needs.push_back(heldGroup(table, group, drawn));
     });
     if (top.needs.empty()) top.needs.push_back(heldNode("group", group, 1, false));
   }
   forEachOf(groups_, [&](auto const& table) {
     for (auto const& each : table.found())
-      if (!isNeeded.contains(each.first)) nodes.push_back(heldGroup(table, each.first));
+      if (!isNeeded.contains(each.first)) nodes.push_back(heldGroup(table, each.first, drawn));
   });
   return nodes;
 }

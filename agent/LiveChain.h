@@ -15,6 +15,7 @@
 
 #include <array>
 #include <optional>
+#include <set>
 
 #include "agent/Chain.h"
 #include "agent/ChainTree.h"
@@ -73,10 +74,14 @@ class LiveChain {
   ChainTable const& tableOf(Asic::SwTableBase::EntryHandle const& handle) const;
   std::string why(ChainTable const& table, std::string const& name, Handle const& handle) const;
   std::string hindrance(ChainTable const& table, Handle const& handle) const;
-  ChainNode node(ChainTable const& table, std::string const& name, Handle const& handle) const;
+  using Drawn = std::set<Asic::SwTableBase::EntryHandle const*>;
+  ChainNode node(ChainTable const& table, std::string const& name, Handle const& handle,
+                 Drawn& drawn) const;
+  /// Of blocks, by the first row and how many: whether all of them are held.
+  using DrawnRows = std::map<std::pair<U32, U32>, bool>;
   template <class T>
-  ChainNode heldGroup(NamedTable<T> const& groups, U32 row) const;
-  ChainNode heldBlock(U32 first, U32 rows) const;
+  ChainNode heldGroup(NamedTable<T> const& groups, U32 row, DrawnRows& drawn) const;
+  ChainNode heldBlock(U32 first, U32 rows, DrawnRows& drawn) const;
 
   NamedTable<NextHopTable> nextHops_;
   NamedTable<MemberTable> members_;

@@ -72,10 +72,10 @@ struct Report {
   std::vector<TableReport> tables;  ///< in alphabetical order
   std::vector<Change> changes;      ///< table by table in that order, each in the order of its keys
   std::vector<std::string> unfinished;  ///< a line for each entry that found no place, and why
-  /// Where the hardware contradicted itself when it was opened, and where it does so after that, or did
-  /// on the way.
+  /// Where the hardware contradicted itself when it was opened, and where it does so after the run.
   std::vector<std::string> contradictionsFound;
   std::vector<std::string> contradictions;
+  std::vector<std::string> breaches;  ///< operations of the run after which it did
 
   Figures totals() const {
     Figures totals;

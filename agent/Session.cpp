@@ -79,6 +79,7 @@ Report Session::replay(Configuration const& wanted) {
   std::ranges::move(chain_.changes(), std::back_inserter(report.changes));
   report.unfinished = chain_.unfinished();
   report.contradictions = chip_->contradictions();
+  report.breaches = chip_->breaches();
   report.tables.push_back({flowsets_.name(), flowsets_.figures()});
   std::ranges::sort(report.tables, {}, &TableReport::table);
   std::ranges::stable_sort(report.changes, {}, [](auto const& each) { return each.table->name(); });

@@ -65,7 +65,15 @@ nlohmann::ordered_json summaryJson(Report const& report) {
   auto tables = nlohmann::ordered_json::object();
   for (auto const& [table, figures] : report.tables)
     tables[std::string(table)] = figuresJson(figures);
-  return {{"tables", std::move(tables)}, {"totals", figuresJson(report.totals())}};
+  nlohmann::ordered_json json{{"tables", std::move(tables)},
+                              {"totals", figuresJson(report.totals())}};
+  auto const add = [&](char const* name, std::vector<std::string> const& lines) {
+    if (!lines.empty()) json[name] = lines;
+  };
+  add("unfinished", report.unfinished);
+  add("contradictions", report.contradictions);
+  add("breaches", report.breaches);
+  return json;
 }
 
 std::string summaryText(Report const& report, Mood mood) {

@@ -94,6 +94,7 @@ class SelectiveGroupAccessor : public GroupAccessor<T> {
                   AutoRemoveType keeper);
   HandlePtr existing(std::string_view operation, Key const& key, Entry const& entry,
                      AutoRemoveType keeper);
+  Vell::Ptr<EntryHandle> boundHandle(Key const& key) const;
   bool mayHaveCalledOut(EntryHandle& handle) const;
   void refusedRowsDel();
   void suggestFromSyncedRows(UnresolvedEntry const& unresolved);

@@ -63,24 +63,34 @@ auto SelectiveGroupAccessor<T>::existing(std::string_view operation, Key const& 
     if (!(unresolved->entry() == entry)) return nullptr;
     trace(traceClient, operation, " : Found existing unresolved entry at key : ", T::keyText(key),
           ", entry : ", entry);
-    auto const handle = validEntryHandle(key);
-    if (keeper == AutoRemoveType::committed) handle->committed();
+    auto const handle = boundHandle(key);
+    if (handle && keeper == AutoRemoveType::committed) handle->committed();
     return handle;
   }
   if (!swTable_->isValue(key, entry)) return nullptr;
   trace(traceClient, operation,
         " : Found already existing resolved entry at key : ", T::keyText(key), ", entry : ", entry);
-  auto const handle = validEntryHandle(key);
+  auto const handle = boundHandle(key);
+  if (!handle) return nullptr;
   keeper == AutoRemoveType::committed ? handle->committed() : void(handle->referenced());
   handle->entryStateIs(handle->resolvedEntryState());
   return handle;
+}
+
+/// The handle of a key that has an entry. One that was about to leave stays; null if a watcher of that
+/// claimed the entry.
+template <class T>
+auto SelectiveGroupAccessor<T>::boundHandle(Key const& key) const -> Vell::Ptr<EntryHandle> {
+  auto const handle = validEntryHandle(key);
+  auto const claims = handle->claims();
+  if (!handle->swTable()) handle->swTableIs(swTable_);
+  return handle->claims() == claims ? handle : nullptr;
 }
 
 template <class T>
 auto SelectiveGroupAccessor<T>::validEntryHandle(Key const& key) const -> Vell::Ptr<EntryHandle> {
   auto eh = swTable_->entryHandle(key);
   VELL_ASSERT(eh, "eh", "expect a valid entryHandle, key: ", T::keyText(key));
-  if (!eh->swTable()) eh->swTableIs(swTable_);  // it was about to leave
   return eh;
 }
 

@@ -127,12 +127,16 @@ void Hardware::applyChecked(JournalRecord const& record) {
       "operation ", record.number, " (", operationNames[record.operation], " of row ", record.row,
       " of ", layout_.shapes()[record.table].name, ") broke the hardware's truth: ", broken);
   VELL_ASSERT(!switches_.stopAtBreach, "stop-at-breach", breach);
-  if (breaches_.size() < mostBreaches) breaches_.push_back(breach);
+  if (breaches_.size() < mostBreaches)
+    breaches_.push_back(breach);
+  else
+    ++furtherBreaches_;
 }
 
-std::vector<std::string> Hardware::contradictions() const {
-  auto all = truth_.contradictions();
-  all.insert(all.end(), breaches_.begin(), breaches_.end());
+std::vector<std::string> Hardware::breaches() const {
+  auto all = breaches_;
+  if (furtherBreaches_ > 0)
+    all.push_back(Vell::concatenate(furtherBreaches_, " further operations broke it"));
   return all;
 }
 

@@ -60,8 +60,10 @@ class Hardware {
 
   Asic::Chip::Operations const& operations(U32 table) const { return operations_[table]; }
   std::vector<Asic::Chip::JournalEntry> journal(std::size_t most) const;
-  /// What the hardware contradicts itself in now, and the operations since opening that made it so.
-  std::vector<std::string> contradictions() const;
+  /// What the hardware contradicts itself in now.
+  std::vector<std::string> contradictions() const { return truth_.contradictions(); }
+  /// The first operations since opening that broke the truth, and how many more there were.
+  std::vector<std::string> breaches() const;
 
  private:
   /// Breaches of the truth that are remembered.
@@ -90,6 +92,7 @@ class Hardware {
   HardwareFile file_;
   Truth truth_;
   std::vector<std::string> breaches_;
+  U64 furtherBreaches_ = 0;
   std::vector<Asic::Chip::Operations> operations_;
   U64 operationCount_ = 0;  ///< over all tables, since opening
 };

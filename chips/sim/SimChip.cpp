@@ -88,6 +88,10 @@ std::vector<std::string> SimChip::contradictions() const {
   return hardware_ ? hardware_->contradictions() : std::vector<std::string>();
 }
 
+std::vector<std::string> SimChip::breaches() const {
+  return hardware_ ? hardware_->breaches() : std::vector<std::string>();
+}
+
 std::vector<Asic::Chip::JournalEntry> SimChip::journal(std::size_t most) const {
   return hardware_ ? hardware_->journal(most) : std::vector<JournalEntry>();
 }

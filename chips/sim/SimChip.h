@@ -24,6 +24,7 @@ class SimChip final : public Asic::Chip {
   std::string misfit(std::string_view tableName, Vell::Value const& key,
                      Vell::Record const& entry) const override;
   std::vector<std::string> contradictions() const override;
+  std::vector<std::string> breaches() const override;
   U64 poll() override;
   U64 answersOutstanding() const override;
   std::optional<Traffic> simulateTraffic(U64 flows, U64 seed) override;

@@ -87,10 +87,11 @@ class Chip : public Feature {
   /// same hardware does the same. Nothing on a chip that is not simulated.
   virtual std::optional<Traffic> simulateTraffic(U64 /*flows*/, U64 /*seed*/) { return {}; }
 
-  /// Where the hardware contradicts itself, each in one clause that names table and row: rows that
-  /// point at rows which are not there, and operations since `open` that left some so. A chip that
-  /// cannot tell says nothing.
+  /// Where the hardware contradicts itself now, each in one clause that names table and row: rows that
+  /// point at rows which are not there. A chip that cannot tell says nothing.
   virtual std::vector<std::string> contradictions() const { return {}; }
+  /// Operations since `open` after which it did, each in one clause, also if a later one mended that.
+  virtual std::vector<std::string> breaches() const { return {}; }
 
   /// The newest operations, oldest first, as far back as the chip remembers and `most` allows.
   virtual std::vector<JournalEntry> journal(std::size_t most) const = 0;
