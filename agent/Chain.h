@@ -13,6 +13,10 @@
 // key, by which the tables know it; `type` is "ecmpGroup" unless it is given. A selective group uses
 // all rows of its block, as far as it can count, unless its `countSecondary` says otherwise; its
 // `secondaryBlockValid` is true unless it is given. An adjacency's `id` is its place in the hardware.
+//
+// A group and a selective group of the same `adjId` and `type` are one key of two tables: one group, with
+// two rows at one index, and an adjacency that points at either points at both. So are a VXLAN group and
+// a VXLAN selective group.
 
 #pragma once
 
