@@ -142,7 +142,13 @@ void LiveChain::suggest(WantedChain const& wanted) {
       for (auto const& each : groups.found())
         pointedAt.emplace(each.second.ecmpSecondaryBlockPtr, each.second.countSecondary.value());
   });
-  PlaceFinder const finder(wanted, nextHops_.found(), members_.found(), std::move(pointedAt));
+  HeldRows<MemberTable> unclaimed;
+  for (auto const& each : members_.found())
+    if (members_.table().syncedEntryGet(each.first)) unclaimed.insert(each);
+  auto const isOpen = [this](std::string const& block) {
+    return members_.handle(block)->entryState() == State::unresolved;
+  };
+  PlaceFinder const finder(wanted, isOpen, nextHops_.found(), unclaimed, std::move(pointedAt));
   for (auto const& [name, first] : finder.blocks()) suggestTo(members_.handle(name), {first});
   for (auto const& [name, entry] : wanted.nextHops) {
     auto const found = finder.nextHops(entry);

@@ -12,7 +12,8 @@ constexpr std::size_t mostOccurrences = 64;
 }  // namespace
 
 // Larger blocks first: a small one may be equal to a part of a large one.
-PlaceFinder::PlaceFinder(WantedChain const& wanted, HeldRows<NextHopTable> const& nextHops,
+PlaceFinder::PlaceFinder(WantedChain const& wanted, IsOpen const& isOpen,
+                         HeldRows<NextHopTable> const& nextHops,
                          HeldRows<MemberTable> const& members, PointedAt pointedAt)
     : wanted_(wanted), nextHops_(nextHops), members_(members), pointedAt_(std::move(pointedAt)) {
   std::set<NextHopTable::Entry> isWanted;
@@ -30,8 +31,9 @@ PlaceFinder::PlaceFinder(WantedChain const& wanted, HeldRows<NextHopTable> const
   };
   std::vector<Turn> turns;
   for (auto at = wanted.blocks.begin(); at != wanted.blocks.end(); ++at)
-    if (auto const places = placesOf(at->second); !places.empty())
-      turns.push_back({at->second.size(), places.size(), at});
+    if (isOpen(at->first))
+      if (auto const places = placesOf(at->second); !places.empty())
+        turns.push_back({at->second.size(), places.size(), at});
   std::ranges::stable_sort(turns, [](Turn const& a, Turn const& b) {
     return a.size != b.size ? a.size > b.size : a.places < b.places;
   });

@@ -8,6 +8,7 @@
 
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -23,8 +24,13 @@ class PlaceFinder {
   /// First rows, each with the number of rows from there on that a group of the hardware uses.
   using PointedAt = std::set<std::pair<U32, std::size_t>>;
 
-  PlaceFinder(WantedChain const& wanted, HeldRows<NextHopTable> const& nextHops,
-              HeldRows<MemberTable> const& members, PointedAt pointedAt);
+  /// Whether the block of that name has yet to find its place.
+  using IsOpen = std::function<bool(std::string const& block)>;
+
+  /// `members` are the rows that no block has claimed yet; all arguments outlive this.
+  PlaceFinder(WantedChain const& wanted, IsOpen const& isOpen,
+              HeldRows<NextHopTable> const& nextHops, HeldRows<MemberTable> const& members,
+              PointedAt pointedAt);
 
   /// The first row of each block that was found, by the block's name.
   std::map<std::string, U32> const& blocks() const { return blocks_; }
