@@ -212,6 +212,7 @@ void GroupAccessor<T>::handleResolvedEntryState(EntryHandle& handle) {
     if (!hasNewerWish(handle)) handle.entryStateIs(outcome);
     return;
   }
+  if (outcome == success) handle.overFoundRowIs(false);
   auto const key = handle.key();
   auto const stateBefore = handle.entryState();
   auto const held = swTable_->keyPrior(key);
@@ -360,6 +361,7 @@ Index GroupAccessor<T>::reconcileUsingIndexHelper(Key const& key, Compare compar
       continue;
     }
     handle->trackedIs(wasFound);  // the tracker knows what sync found
+    handle->overFoundRowIs(wasFound && compare == Compare::no);
     swTable_->indexHelperDel(*handle);
     trace(traceKey, name, ": Deleting syncedEntry reconciled at index:", index);
     swTable_->syncedEntryDel(index);

@@ -186,6 +186,7 @@ void HandleAccessor<T>::placeAtKnownIndex(EntryHandle& handle, Index hwIndex) {
   auto const key = handle.key();
   handle.hwIndexIs(hwIndex);
   if (swTable_->syncedEntryMap().lookup(hwIndex)) {
+    handle.overFoundRowIs(true);
     placeWasFoundWhole_ = isFoundWhole(key, hwIndex);
     self().programHwEntry(key, SwTableBase::EntryState::indexReconciled);
     swTable_->updateStatistic(ReconciliationStatus::reconcileRewritten);
@@ -401,6 +402,7 @@ void HandleAccessor<T>::adoptIndex(Key const& key, Index hwIndex, Reconciliation
   handle->trackedIs(true);
   swTable_->indexHelperDel(*handle);
   handle->hwIndexIs(hwIndex);
+  handle->overFoundRowIs(status == ReconciliationStatus::reconcileRewritten);
   if (status != ReconciliationStatus::reconcileMatched) return;
   handle->entryStateIs(SwTableBase::EntryState::indexReconciled);
   handle->resolvedEntryStateIs(SwTableBase::EntryState::indexReconciled);

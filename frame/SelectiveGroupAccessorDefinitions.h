@@ -282,8 +282,9 @@ void SelectiveGroupAccessor<T>::refusedRowsDel() {
   this->forEachHandle([&](EntryHandle& handle) {
     auto const hwIndex = this->doRetrieveHwIndex(handle.key()).value();
     if (handle.resolvedEntryState() != EntryState::failedNoIndex || hwIndex.isExhausted() ||
-        !handle.isTracked())
+        !handle.isOverFoundRow())
       return;
+    handle.overFoundRowIs(false);
     trace(traceKey, "purgeStaleEntries", ": Deleting refused hwEntry at index:", hwIndex);
     handle.trackedIs(false);  // the next write is the first
     util->updateHwIndexRefCountTracker(swTable_->hwTable(), hwIndex.value(),

@@ -52,6 +52,10 @@ class SwTable::EntryHandle : public SwTableBase::EntryHandle {
     isTracked_ = tracked;
     isActive_ = tracked;
   }
+  /// Whether the entry was written over a row that sync had found, and no such write was acknowledged as
+  /// done: the row may show what an earlier life put there.
+  bool isOverFoundRow() const { return isOverFoundRow_; }
+  void overFoundRowIs(bool over) { isOverFoundRow_ = over; }
   /// Whether that use is an active one, of an entry with a value.
   bool isActive() const { return isActive_; }
   void activeIs(bool active) { isActive_ = active; }
@@ -60,6 +64,7 @@ class SwTable::EntryHandle : public SwTableBase::EntryHandle {
   TableUse tableUse_ = TableUse::counted;
   bool isTracked_ = false;
   bool isActive_ = false;
+  bool isOverFoundRow_ = false;
   U32 commits_ = 0;
   U32 references_ = 0;
   U32 writes_ = 0;

@@ -125,8 +125,9 @@ TYPED_TEST(SelectiveRestart, aRowWhoseRewriteIsRefusedGoesWithThePurge) {
   AT.holding({{3, 70}});
   ASSERT_TRUE(AT.recover(7, 3));
   auto const handle = AT.commit(7, usable(71));
+  AT.commit(8, usable(71));  // where no row was found: nothing is there to be taken away
   AT.table->doInitComplete();
-  AT.answer(3, Asic::WriteResponse::refused);
+  for (U32 row : {3, 0}) AT.answer(row, Asic::WriteResponse::refused);
   AT.take();
   AT.table->purgeStaleEntries();
   EXPECT_THAT(AT.take(), ElementsAre("tracker 3 userRemove", "delete 3"));
