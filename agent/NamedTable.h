@@ -13,6 +13,7 @@
 #include "agent/Document.h"
 #include "frame/FieldEntry.h"
 #include "frame/Trait.h"
+#include "platform/zarn/ValueText.h"
 
 namespace DlbAgent {
 

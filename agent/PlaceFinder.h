@@ -12,7 +12,8 @@
 #include <map>
 #include <optional>
 #include <set>
-#include <unordered_map>
+#include <string>
+#include <vector>
 
 #include "agent/Chain.h"
 #include "agent/NamedTable.h"
@@ -27,7 +28,7 @@ class PlaceFinder {
   /// Whether the block of that name has yet to find its place.
   using IsOpen = std::function<bool(std::string const& block)>;
 
-  /// `members` are the rows that no block has claimed yet; all arguments outlive this.
+  /// `members` are the rows that no block has claimed yet. All but `isOpen` and `pointedAt` outlive this.
   PlaceFinder(WantedChain const& wanted, IsOpen const& isOpen,
               HeldRows<NextHopTable> const& nextHops, HeldRows<MemberTable> const& members,
               PointedAt pointedAt);

@@ -124,7 +124,7 @@ class HandleAccessor : public AccessorBase<T> {
  private:
   void replayEntry(Key const& key);
   bool awaitsIndex(EntryHandle const& handle) const;
-  bool isSettledInSecret(EntryHandle const& handle) const;
+  bool isInPlaceUntold(EntryHandle const& handle) const;
   void settleCandidates(EntryHandle& handle);
   void placeAtCandidate(EntryHandle& handle);
   void placeAtKnownIndex(EntryHandle& handle, Index hwIndex);

@@ -137,7 +137,7 @@ bool HandleAccessor<T>::awaitsIndex(EntryHandle const& handle) const {
 
 /// A value that waited was taken back, and the former one is in place.
 template <class T>
-bool HandleAccessor<T>::isSettledInSecret(EntryHandle const& handle) const {
+bool HandleAccessor<T>::isInPlaceUntold(EntryHandle const& handle) const {
   return Trait::tableNeedsDeleteDance<T> &&
          handle.entryState() == SwTableBase::EntryState::unresolved && T::isInHwTable(handle) &&
          swTable_->hasValue(handle.key()) && !swTable_->unresolvedHas(handle.key());
@@ -153,7 +153,7 @@ void HandleAccessor<T>::doInitComplete() {
   forEachHandle([this](EntryHandle& handle) {
     if (awaitsIndex(handle))
       programAsAdded(handle.key());
-    else if (isSettledInSecret(handle))
+    else if (isInPlaceUntold(handle))
       handle.entryStateIs(handle.resolvedEntryState());
   });
   swTable_->indexHelperDelAll();  // also those of entries that need no place any more
@@ -299,7 +299,9 @@ void HandleAccessor<T>::cleanup(EntryHandle& handle) {
     if (removal == Removal::cameBack && !isHeldAnew(handle) && isOwn()) continue;
     // What began to leave may have left by now; nobody else's last use will end that.
     if constexpr (Trait::tableNeedsDeleteDance<T>)
-      if (!isOwn() && handle.useCount() == 1) self().handleOutsideGone(handle, key);
+      if (!isOwn() && handle.entryType() == SwTableBase::EntryType::inDeletion &&
+          handle.useCount() == 1)
+        self().handleOutsideGone(handle, key);
     return;
   }
   swTable_->entryHandleDel(key);

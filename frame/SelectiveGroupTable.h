@@ -14,6 +14,8 @@
 
 #pragma once
 
+#include <vector>
+
 #include "frame/GroupTable.h"
 #include "frame/SelectiveEntryIterator.h"
 #include "frame/UnresolvedEntries.h"

@@ -31,7 +31,7 @@ class SimHwTable : public Asic::HwTable {
 
   /// The bytes of a valid row, good until the next operation; empty if there is none.
   std::span<U8 const> row(U64 row) const { return hardware_->row(table_, row); }
-  /// What the chip can make of a row that is told to it.
+  /// Whether the switch refuse-writes may strike the row.
   enum class Refusable : bool { no, yes };
   void rowIs(U32 row, std::span<U8 const> bytes, Refusable refusable = Refusable::yes) {
     auto const write = newestWrite(row);
