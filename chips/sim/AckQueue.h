@@ -44,7 +44,9 @@ class AckQueue {
   /// The poll at which it is due, and its place among those.
   using Turn = std::pair<U64, U64>;
 
-  bool happens(U32 percent) { return percent > 0 && random_() % 100 < percent; }
+  bool happens(U32 percent) {
+    return percent > 0 && now_ < faults_.until && random_() % 100 < percent;
+  }
   void postOnce(Asic::WriteResponse const& outcome);
 
   Switches::WriteFaults faults_;

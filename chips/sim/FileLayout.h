@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "chips/sim/Fingerprint.h"
+#include "chips/sim/Scale.h"
 #include "platform/vell/Types.h"
 
 namespace Sim {
@@ -72,7 +73,7 @@ struct TableShape {
 
 class FileLayout {
  public:
-  static constexpr U32 journalRecords = 1024;
+  static constexpr U32 journalRecords = shrink == 1 ? 1024 : 256;
 
   /// `shapes` stay as long as the layout.
   explicit FileLayout(std::span<TableShape const> shapes);

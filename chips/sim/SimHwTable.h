@@ -44,6 +44,12 @@ class SimHwTable : public Asic::HwTable {
     acks_.post(
         {write, row, took ? Asic::SwTableBase::EntryState::success : Asic::WriteResponse::refused});
   }
+  /// A write that finds the row as it is to be: nothing reaches the hardware, and the answer is as ever.
+  void rowStays(U32 row) {
+    auto const write = newestWrite(row);
+    if (write != 0 && !hardware_->isFrozen())
+      acks_.post({write, row, Asic::SwTableBase::EntryState::success});
+  }
   void rowDel(U64 row) { hardware_->rowDel(table_, row); }
 
   /// Lets the answers that are due now reach the table, and returns how many did.

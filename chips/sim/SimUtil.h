@@ -7,6 +7,9 @@
 // it takes something out, for which there is always room. The next process finds it as a
 // row like any other, so that it is claimed by a commit or deleted as stale, and never forgotten.
 //
+// A table that puts an entry over rows that sync had found writes all of them; those that hold the
+// same already are left alone.
+//
 // Without a hardware table nothing is programmed: the table works on its collections alone.
 
 #pragma once
@@ -40,10 +43,12 @@ class SimUtil final : public Asic::TableUtil<T> {
     auto* const hwTable = swTable.hwTable();
     if (!hwTable) return;
     auto& chipTable = SimHwTable::of(*hwTable);
-    if (entry)
-      chipTable.rowIs(Rows::row(key), Codec::pack(*entry), yes);
+    if (!entry) return chipTable.rowIs(Rows::row(key), Codec::blank(), no);
+    auto const bytes = Codec::pack(*entry);
+    if (wasFound(swTable, key) && std::ranges::equal(chipTable.row(Rows::row(key)), bytes))
+      chipTable.rowStays(Rows::row(key));
     else
-      chipTable.rowIs(Rows::row(key), Codec::blank(), no);
+      chipTable.rowIs(Rows::row(key), bytes, yes);
   }
 
   void hwTableEntryDel(T& swTable, Key key) const override {
@@ -82,6 +87,13 @@ class SimUtil final : public Asic::TableUtil<T> {
   }
 
  private:
+  /// Whether sync had found the row that is written now.
+  static bool wasFound(T const& swTable, Key key) {
+    if constexpr (!Asic::DirectTableClass<T>)
+      if (swTable.syncedEntryMap().lookup(key)) return true;
+    return swTable.reconcilingEntry();
+  }
+
   U32 rows_;
 };
 

@@ -49,6 +49,10 @@ bool setPercent(Switches& switches, std::string_view value) {
   return true;
 }
 
+bool setFaultsUntil(Switches& switches, std::string_view value) {
+  return toNumber(value, switches.writes.until);
+}
+
 bool setFaultSeed(Switches& switches, std::string_view value) {
   return toNumber(value, switches.faultSeed);
 }
@@ -65,6 +69,7 @@ constexpr KnownSwitch knownSwitches[] = {
     {"delay-reads", "N", &setDelayReads},
     {"duplicate-acks", percent, &setPercent<&Faults::doubled>},
     {"fault-seed", "S", &setFaultSeed},
+    {"faults-until", "N", &setFaultsUntil},
     {"flip-row", "TABLE:ROW", &setFlipRow},
     {"freeze-after", "N", &setFreezeAfter},
     {"interleave-reads", "on|off", &setFlag<&Switches::interleaveReads>},

@@ -18,11 +18,12 @@ struct Switches {
 
   /// What becomes of writes that are acknowledged, each as a chance in percent.
   struct WriteFaults {
-    U32 refused = 0;    ///< refuse-writes: the row stays as it was, and the answer says so
-    U32 late = 0;       ///< delay-acks: the acknowledgement comes 1 to 8 polls later
-    U32 reordered = 0;  ///< reorder-acks: it goes to some place before those that are owed
-    U32 doubled = 0;    ///< duplicate-acks: it comes twice
-    U32 lost = 0;       ///< lose-acks: it never comes
+    U32 refused = 0;      ///< refuse-writes: the row stays as it was, and the answer says so
+    U32 late = 0;         ///< delay-acks: the acknowledgement comes 1 to 8 polls later
+    U32 reordered = 0;    ///< reorder-acks: it goes to some place before those that are owed
+    U32 doubled = 0;      ///< duplicate-acks: it comes twice
+    U32 lost = 0;         ///< lose-acks: it never comes
+    U64 until = ~U64{0};  ///< faults-until: the chip behaves from that poll on
   };
 
   /// freeze-after=N: operations after the N-th since opening are lost without a word.

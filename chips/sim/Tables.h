@@ -7,6 +7,7 @@
 #include <concepts>
 
 #include "chips/sim/FileLayout.h"
+#include "chips/sim/Scale.h"
 #include "chips/sim/SimReadTable.h"
 #include "chips/sim/SimUtil.h"
 #include "chips/sim/Truth.h"
@@ -76,11 +77,12 @@ using QualityMapRows = KeyRows<TessarLoadBalance::DlbEcmpQualityMapKey>;
 inline constexpr U32 profiles = 4;  ///< of thresholds and of the quality map
 inline constexpr U32 ports = 256;   ///< that can be controlled
 inline constexpr U32 groups = 128;  ///< DLB ids: one bit each in the two enable tables
-inline constexpr U32 flowsets = 32768;
-inline constexpr U32 members = 131072;  ///< rows of blocks, in banks of a quarter each
-inline constexpr U32 nextHops = 4096;
-inline constexpr U32 level1Groups = 8192;  ///< indices that the tables of level-1 groups share
-inline constexpr U32 adjacencies = 16384;
+inline constexpr U32 flowsets = 32768 / shrink;
+inline constexpr U32 members = 131072 / shrink;  ///< rows of blocks, in banks of a quarter each
+inline constexpr U32 nextHops = 4096 / shrink;
+inline constexpr U32 level1Groups =
+    8192 / shrink;  ///< indices that the tables of level-1 groups share
+inline constexpr U32 adjacencies = 16384 / shrink;
 
 using Tables = SimTables<
     SimTable<TessarLoadBalance::DlbControlTable, 16>,
