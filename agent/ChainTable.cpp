@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "agent/LiveTable.h"
+#include <utility>
 
 namespace DlbAgent {
 
@@ -23,6 +23,16 @@ void ChainTable::start(Vell::Ptr<Asic::Chip> const& chip) {
 void ChainTable::handleIs(std::string const& name, Handle handle) {
   names_.emplace(handle.get(), name);
   handles_[name] = std::move(handle);
+}
+
+auto ChainTable::handlesTaken() -> Handles {
+  names_.clear();
+  return std::exchange(handles_, {});
+}
+
+void ChainTable::removeUnnamed(Handles const& former) {
+  for (auto const& each : former)
+    if (!has(*each.second)) remove(*each.second);
 }
 
 auto ChainTable::handle(std::string const& name) const -> Handle {

@@ -15,6 +15,7 @@
 #include <string_view>
 #include <vector>
 
+#include "agent/LiveTable.h"
 #include "agent/Report.h"
 #include "platform/asic/TableRunner.h"
 
@@ -40,12 +41,17 @@ class ChainTable {
   void start(Vell::Ptr<Asic::Chip> const& chip);
   void replayEnded() { runner_.replayEnded(); }
   void purge() { runner_.purge(); }
+  void abandon() { abandoned(swTable()); }
 
   // What is wanted, by name.
 
   Handles const& handles() const { return handles_; }
   /// Two names may have one handle: blocks of equal rows are one entry.
   void handleIs(std::string const& name, Handle handle);
+  /// Takes all names away, for others to come, and gives the handles that they had.
+  Handles handlesTaken();
+  /// Takes back the commits of those entries that have no name any more.
+  void removeUnnamed(Handles const& former);
   /// The handle of that name; null if there is none.
   Handle handle(std::string const& name) const;
   /// Whether an entry is one of these.
@@ -91,6 +97,8 @@ class ChainTable {
   /// What the allocator has no room for.
   virtual std::string shortageOf(EntryHandle const& handle) const = 0;
   virtual void noteFound() = 0;
+  /// Takes back the commit of the entry, unless the entry has left the table by itself.
+  virtual void remove(EntryHandle const& handle) = 0;
 
   std::string_view kind_;
   TableType const* type_;

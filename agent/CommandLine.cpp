@@ -55,8 +55,12 @@ void takesCrash(CLI::App& app, Options& options) {
       ->transform(numberFrom(1));
 }
 
-void takesConfigurationAndCrash(CLI::App& app, Options& options) {
+void takesConfigurationsAndCrash(CLI::App& app, Options& options) {
   takesConfiguration(app, options);
+  app.add_option("--then", options.thenConfigurations,
+                 "Then change to this one, as an agent does that lives on; may be repeated")
+      ->type_name("CONFIG")
+      ->allow_extra_args(false);
   takesCrash(app, options);
 }
 
@@ -113,7 +117,7 @@ void takesMessageFile(CLI::App& app, Options& options) {
 
 constexpr Command commands[] = {
     {"run", "Bring the hardware to what CONFIG asks: write what differs, delete what is stale",
-     "dlb-agent run examples/leaf.json --hardware leaf.sim", &takesConfigurationAndCrash,
+     "dlb-agent run examples/leaf.json --hardware leaf.sim", &takesConfigurationsAndCrash,
      &runCommand},
     {"plan", "Tell what run would do, entry by entry, and touch nothing",
      "dlb-agent plan examples/leaf-changed.json --hardware leaf.sim", &takesConfiguration,

@@ -41,8 +41,9 @@ struct Agent {
   explicit Agent(Options const& theOptions)
       : options(theOptions), session(std::make_unique<Session>(catalogue, options.chip)) {}
 
-  Configuration configuration() const {
-    return Configuration::fromFile(options.configuration, catalogue, session->room());
+  Configuration configuration() const { return configuration(options.configuration); }
+  Configuration configuration(std::string const& file) const {
+    return Configuration::fromFile(file, catalogue, session->room());
   }
 
   /// Tracing begins here, behind the check of the configuration, which has tables of its own at
@@ -208,7 +209,19 @@ int showByName(Options const& options) {
 
 int runCommand(Options const& options) {
   Agent const agent(options);
-  auto const report = agent.replayed(Access::live);
+  // All of them are checked before anything is touched.
+  auto wanted = agent.configuration();
+  std::vector<Configuration> later;
+  for (auto const& file : options.thenConfigurations) later.push_back(agent.configuration(file));
+  agent.open(Access::live);
+  agent.session->bringTo(wanted);
+  for (auto& next : later) {
+    agent.session->change(wanted, next);
+    agent.session->settle();
+    wanted = std::move(next);
+  }
+  auto const report = agent.session->report();
+  agent.warnOfTablesWithoutHardware(wanted);
   print(
       options, [&] { return summaryJson(report); },
       [&] { return summaryText(report, Mood::done); });

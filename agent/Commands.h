@@ -24,8 +24,9 @@ struct Options {
   std::string messages;  ///< where the message ring goes; empty: in memory only
 
   std::string configuration;
-  std::string table;  ///< the one to show; empty: all
-  std::string name;   ///< of the entry that is asked about
+  std::vector<std::string> thenConfigurations;  ///< what comes after it, one by one
+  std::string table;                            ///< the one to show; empty: all
+  std::string name;                             ///< of the entry that is asked about
   std::string messageFile;
   U64 most = 20;
   std::optional<U64> index;  ///< the one flowset to read

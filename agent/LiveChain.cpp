@@ -70,21 +70,29 @@ void LiveChain::forEachGroupRow(Visitor const& visitor) const {
 // ---- replay ----
 
 void LiveChain::replay(WantedChain const& wanted) {
-  U32 id = 0;
-  for (auto const& [name, entry] : wanted.nextHops)
-    nextHops_.handleIs(name, nextHops_.table().entryCommit({.id = id++}, entry));
-  for (auto const& [name, rows] : wanted.blocks) members_.handleIs(name, committedBlock(rows));
-  forEachOf(groups_, [&]<class T>(NamedTable<T>&) { commitGroups<T>(wanted); });
+  commit(wanted);
   groupFinder_.emplace(wanted, adjacencies_.found(), [&](std::string const& group, U32 row) {
     return isHeld(wanted, group, row);
   });
-  for (auto const* each : groupFinder_->adjacencies()) {
-    auto const& [name, adjacency] = *each;
-    AdjacencyTable::Entry entry;
-    entry.groupHandle = groupHandle(adjacency.group);
-    adjacencies_.handleIs(name, adjacencies_.table().entryCommit({.id = adjacency.id}, entry));
-  }
+  for (auto const* each : groupFinder_->adjacencies()) commitAdjacency(each->first, each->second);
   suggest(wanted);
+}
+
+/// All but the adjacencies, whose order is another one in a replay. A next hop keeps its id as long as
+/// its name is known.
+void LiveChain::commit(WantedChain const& wanted) {
+  for (auto const& [name, entry] : wanted.nextHops) {
+    auto const at = nextHopIds_.try_emplace(name, static_cast<U32>(nextHopIds_.size())).first;
+    nextHops_.handleIs(name, nextHops_.table().entryCommit({.id = at->second}, entry));
+  }
+  for (auto const& [name, rows] : wanted.blocks) members_.handleIs(name, committedBlock(rows));
+  forEachOf(groups_, [&]<class T>(NamedTable<T>&) { commitGroups<T>(wanted); });
+}
+
+void LiveChain::commitAdjacency(std::string const& name, WantedAdjacency const& adjacency) {
+  AdjacencyTable::Entry entry;
+  entry.groupHandle = groupHandle(adjacency.group);
+  adjacencies_.handleIs(name, adjacencies_.table().entryCommit({.id = adjacency.id}, entry));
 }
 
 LiveChain::Handle LiveChain::committedBlock(std::vector<WantedRow> const& rows) {
@@ -148,12 +156,14 @@ void LiveChain::suggest(WantedChain const& wanted) {
   auto const isOpen = [this](std::string const& block) {
     return members_.handle(block)->entryState() == State::unresolved;
   };
-  PlaceFinder const finder(wanted, isOpen, nextHops_.found(), unclaimed, std::move(pointedAt));
+  PlaceFinder::Settled settled;
+  for (auto const& [name, handle] : nextHops_.handles())
+    if (handle->entryState() != State::unresolved && !handle->hwIndex().isExhausted())
+      settled[name] = handle->hwIndex().value();
+  PlaceFinder const finder(wanted, isOpen, nextHops_.found(), unclaimed, std::move(pointedAt),
+                           std::move(settled));
   for (auto const& [name, first] : finder.blocks()) suggestTo(members_.handle(name), {first});
-  for (auto const& [name, entry] : wanted.nextHops) {
-    auto const found = finder.nextHops(entry);
-    suggestTo(nextHops_.handle(name), {found.begin(), found.end()});
-  }
+  for (auto const& [name, row] : finder.nextHops()) suggestTo(nextHops_.handle(name), {row});
 }
 
 /// Groups that found no place by what points at them, as far as their values tell one. A group that
@@ -203,6 +213,21 @@ void LiveChain::replayEnded(Asic::Chip& chip) {
 
 void LiveChain::purge() {
   for (auto* table : bottomUp() | std::views::reverse) table->purge();
+}
+
+void LiveChain::abandon() {
+  for (auto* table : bottomUp()) table->abandon();
+}
+
+// ---- a change of what is wanted ----
+
+// The handles of what was wanted are dropped last, so that a removal finds its entry.
+void LiveChain::change(WantedChain const& wanted) {
+  std::array<ChainTable::Handles, chainTables> former;
+  std::ranges::transform(bottomUp(), former.begin(), &ChainTable::handlesTaken);
+  commit(wanted);
+  for (auto const& [name, adjacency] : wanted.adjacencies) commitAdjacency(name, adjacency);
+  for (auto number = chainTables; number-- > 0;) bottomUp()[number]->removeUnnamed(former[number]);
 }
 
 // ---- what came of it ----

@@ -37,6 +37,9 @@ class LiveChain {
   /// Ends the replay of all, and takes the hardware's answers on the way.
   void replayEnded(Asic::Chip& chip);
   void purge();
+  /// After the purge: what is wanted now takes the place of what was wanted before.
+  void change(WantedChain const& wanted);
+  void abandon();
 
   /// The tables, what is needed first.
   std::array<ChainTable const*, chainTables> tables() const;
@@ -57,6 +60,8 @@ class LiveChain {
   using Handle = ChainTable::Handle;
 
   std::array<ChainTable*, chainTables> bottomUp();
+  void commit(WantedChain const& wanted);
+  void commitAdjacency(std::string const& name, WantedAdjacency const& adjacency);
   Handle committedBlock(std::vector<WantedRow> const& rows);
   template <class T>
   void commitGroups(WantedChain const& wanted);
@@ -87,6 +92,7 @@ class LiveChain {
   NamedTable<MemberTable> members_;
   OfGroupTables<NamedTable> groups_;
   NamedTable<AdjacencyTable> adjacencies_;
+  std::map<std::string, U32> nextHopIds_;
   std::optional<GroupFinder> groupFinder_;  ///< from the replay to its end
 };
 

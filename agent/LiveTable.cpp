@@ -14,14 +14,21 @@ Vell::Ptr<Asic::SwTable> made(TableType const& type) {
   return table;
 }
 
+std::vector<Vell::Ptr<Asic::SwTable>>& keptTables() {
+  static auto& kept = *new std::vector<Vell::Ptr<Asic::SwTable>>;
+  return kept;
+}
+
 }  // namespace
 
 // The warm exit, whole. An agent that ends must leave the hardware for the next one to find. However
 // the process ends, by returning from main or by an exception on its way up, no table is destroyed.
 // The tables keep their hooks and the chip in turn.
-void keptForWarmExit(Vell::Ptr<Asic::SwTable> table) {
-  static auto& kept = *new std::vector<Vell::Ptr<Asic::SwTable>>;
-  kept.push_back(std::move(table));
+void keptForWarmExit(Vell::Ptr<Asic::SwTable> table) { keptTables().push_back(std::move(table)); }
+
+void abandoned(Asic::SwTable& table) {
+  table.utilIs(nullptr);
+  std::erase_if(keptTables(), [&](auto const& each) { return each.get() == &table; });
 }
 
 Figures figuresOf(Asic::SwTable const& table, TableType const& type, Asic::Chip const& chip) {
@@ -86,6 +93,18 @@ void LiveTable::purge() {
     for (auto const& [key, entry] : held())
       changes_.insert({key, {type_, key, Change::Kind::deleted, entry, {}, {}}});
   runner_.purge();
+}
+
+void LiveTable::change(Rows const& former, Rows const& wanted) {
+  Vell::Inspect table(runner_.table());
+  for (auto const& [key, entry] : wanted) {
+    Vell::Value const arguments[] = {key.value(), entry};
+    table.call("entryCommit", arguments);
+  }
+  for (auto const& [key, entry] : former) {
+    Vell::Value const arguments[] = {key.value()};
+    if (!wanted.contains(key)) table.call("entryRemove", arguments);
+  }
 }
 
 Figures LiveTable::figures(Asic::Chip const& chip) const {

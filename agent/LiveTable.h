@@ -21,6 +21,9 @@ namespace DlbAgent {
 /// Gives the table a use that nobody ever drops, so that the process ends warm whichever way it
 /// ends: a destroyed table deletes its entries from the hardware.
 void keptForWarmExit(Vell::Ptr<Asic::SwTable> table);
+/// The opposite, for a session that ends as a killed process does while the process goes on: nothing
+/// that happens to the table reaches the hardware any more, and it goes with its last use.
+void abandoned(Asic::SwTable& table);
 
 /// What a table with hardware did so far, against the operations that `chip` counted.
 Figures figuresOf(Asic::SwTable const& table, TableType const& type, Asic::Chip const& chip);
@@ -45,6 +48,9 @@ class LiveTable {
   void replay(Rows const& wanted);
   void replayEnded() { runner_.replayEnded(); }
   void purge();
+  /// After the purge: commits what is wanted, removes what only the former has.
+  void change(Rows const& former, Rows const& wanted);
+  void abandon() { abandoned(runner_.table()); }
 
   /// What was done so far, against the operations that `chip` counted.
   Figures figures(Asic::Chip const& chip) const;

@@ -68,6 +68,7 @@ class NamedTable final : public ChainTable {
   U32 rowsOf(EntryHandle const& handle) const override { return T::blockSizeOf(keyOf(handle)); }
   std::string shortageOf(EntryHandle const& handle) const override;
   void noteFound() override;
+  void remove(EntryHandle const& handle) override;
   template <class Visitor>
   void forEachWanted(EntryHandle const& handle, Visitor const& visitor) const;
   Entry rowOf(EntryHandle const& handle, U32 number) const;
@@ -85,6 +86,16 @@ template <class T>
 void NamedTable<T>::noteFound() {
   for (typename T::SyncedEntryMap::Iterator at(table().syncedEntryMap()); at; at.advance())
     found_.emplace(at.key().value(), at->value_);
+}
+
+template <class T>
+void NamedTable<T>::remove(EntryHandle const& handle) {
+  auto const key = keyOf(handle);
+  if (table().entryHandle(key).get() != &handle) return;
+  if constexpr (requires { table().entryBlockRemove(key); })
+    table().entryBlockRemove(key);
+  else
+    table().entryRemove(key);
 }
 
 template <class T>

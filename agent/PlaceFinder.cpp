@@ -1,6 +1,7 @@
 #include "agent/PlaceFinder.h"
 
 #include <algorithm>
+#include <tuple>
 
 namespace DlbAgent {
 namespace {
@@ -11,11 +12,16 @@ constexpr std::size_t mostOccurrences = 64;
 
 }  // namespace
 
-// Larger blocks first: a small one may be equal to a part of a large one.
+// Blocks all of whose rows are there come before those that have changed. Then larger ones come first: a
+// small one may be equal to a part of a large one.
 PlaceFinder::PlaceFinder(WantedChain const& wanted, IsOpen const& isOpen,
                          HeldRows<NextHopTable> const& nextHops,
-                         HeldRows<MemberTable> const& members, PointedAt pointedAt)
-    : wanted_(wanted), nextHops_(nextHops), members_(members), pointedAt_(std::move(pointedAt)) {
+                         HeldRows<MemberTable> const& members, PointedAt pointedAt, Settled settled)
+    : wanted_(wanted),
+      members_(members),
+      pointedAt_(std::move(pointedAt)),
+      nextHopRows_(std::move(settled)) {
+  placeNextHops(nextHops);
   std::set<NextHopTable::Entry> isWanted;
   for (auto const& each : wanted.nextHops) isWanted.insert(each.second);
   for (auto const& each : nextHops)
@@ -25,6 +31,7 @@ PlaceFinder::PlaceFinder(WantedChain const& wanted, IsOpen const& isOpen,
       rowsOf_[valueOf(nextHop->second, entry.weightIdx)].push_back(row);
 
   struct Turn {
+    bool isWhole;
     std::size_t size;
     std::size_t places;
     decltype(wanted.blocks)::const_iterator block;
@@ -32,55 +39,88 @@ PlaceFinder::PlaceFinder(WantedChain const& wanted, IsOpen const& isOpen,
   std::vector<Turn> turns;
   for (auto at = wanted.blocks.begin(); at != wanted.blocks.end(); ++at)
     if (isOpen(at->first))
-      if (auto const places = placesOf(at->second); !places.empty())
-        turns.push_back({at->second.size(), places.size(), at});
+      if (auto const places = placesOf(at->second); !places.firsts.empty()) {
+        auto const size = at->second.size();
+        turns.push_back({places.votes == size, size, places.firsts.size(), at});
+      }
   std::ranges::stable_sort(turns, [](Turn const& a, Turn const& b) {
-    return a.size != b.size ? a.size > b.size : a.places < b.places;
+    return std::tuple(b.isWhole, b.size, a.places) < std::tuple(a.isWhole, a.size, b.places);
   });
   for (auto const& turn : turns) {
     auto const& [name, rows] = *turn.block;
-    auto const places = placesOf(rows);  // those that are left
+    auto const places = placesOf(rows).firsts;  // those that are left
     if (places.empty()) continue;
     blocks_[name] = places.front();
     for (U32 i = 0; i < rows.size(); ++i) taken_.insert(places.front() + i);
   }
 }
 
-/// The best places for a block, those that a group points at if there are any: each row votes for where
-/// the block would begin, and more than half of them must agree.
-std::vector<U32> PlaceFinder::placesOf(std::vector<WantedRow> const& rows) const {
-  std::map<U32, std::size_t> votes;
+/// Next hops that have no row yet take those of their value, in the order of their names.
+void PlaceFinder::placeNextHops(HeldRows<NextHopTable> const& nextHops) {
+  std::set<U32> settled;
+  for (auto const& each : nextHopRows_) settled.insert(each.second);
+  std::map<NextHopTable::Entry, std::vector<U32>> rowsOfValue;  // the highest first
+  for (auto at = nextHops.rbegin(); at != nextHops.rend(); ++at)
+    if (!settled.contains(at->first)) rowsOfValue[at->second].push_back(at->first);
+  for (auto const& [name, entry] : wanted_.nextHops) {
+    if (nextHopRows_.contains(name)) continue;
+    auto const rows = rowsOfValue.find(entry);
+    if (rows == rowsOfValue.end() || rows->second.empty()) continue;
+    nextHopRows_[name] = rows->second.back();
+    rows->second.pop_back();
+  }
+}
+
+/// The best places for a block: each row votes for where the block would begin, and more than half of
+/// them must agree. Of places with equal votes those are best that a group points at as a whole, and worst
+/// those in which a group points at something else. Of those again rows should point at the very next
+/// hops, and not at others of their values.
+auto PlaceFinder::placesOf(std::vector<WantedRow> const& rows) const -> Places {
+  struct Votes {
+    std::size_t equal = 0;
+    std::size_t same = 0;
+  };
+  std::map<U32, Votes> votes;
   for (U32 i = 0; i < rows.size(); ++i) {
     auto const found =
         rowsOf_.find(valueOf(wanted_.nextHops.at(rows[i].nextHop), rows[i].weightIdx));
     if (found == rowsOf_.end()) continue;
+    auto const nextHop = nextHopRows_.find(rows[i].nextHop);
     auto looked = std::size_t{0};
-    for (auto const row : found->second)
-      if (row >= i && !taken_.contains(row) && looked++ < mostOccurrences) ++votes[row - i];
+    for (auto const row : found->second) {
+      if (row < i || taken_.contains(row) || looked++ >= mostOccurrences) continue;
+      auto& votesOfPlace = votes[row - i];
+      ++votesOfPlace.equal;
+      if (nextHop != nextHopRows_.end() && members_.at(row).ecmpNextHopEntry == nextHop->second)
+        ++votesOfPlace.same;
+    }
   }
-  std::vector<U32> best;
-  auto most = std::pair(rows.size() / 2, true);  // votes, and whether a group points there
+  Places best;
+  std::tuple most{rows.size() / 2, Use::ofItself, rows.size()};
   for (auto const& [first, count] : votes) {
-    auto const weight = std::pair(count, pointedAt_.contains({first, rows.size()}));
-    if (weight < most || count * 2 <= rows.size() || !isRunOfRows(first, rows.size())) continue;
-    if (weight > most) best.clear();
+    std::tuple const weight{count.equal, useOf(first, rows.size()), count.same};
+    if (weight < most || count.equal * 2 <= rows.size() || !isRunOfRows(first, rows.size()))
+      continue;
+    if (weight > most) best.firsts.clear();
     most = weight;
-    best.push_back(first);
+    best.votes = count.equal;
+    best.firsts.push_back(first);
   }
   return best;
+}
+
+auto PlaceFinder::useOf(U32 first, std::size_t rows) const -> Use {
+  if (pointedAt_.contains({first, rows})) return Use::ofItself;
+  auto const inside = pointedAt_.lower_bound({first + 1, 0});
+  if (inside != pointedAt_.end() && inside->first < first + rows) return Use::ofAnother;
+  auto const part = pointedAt_.lower_bound({first, 0});
+  return part != inside && part->second < rows ? Use::ofPart : Use::ofNobody;
 }
 
 bool PlaceFinder::isRunOfRows(U32 first, std::size_t rows) const {
   for (U32 row = first; row < first + rows; ++row)
     if (!members_.contains(row) || taken_.contains(row)) return false;
   return true;
-}
-
-std::vector<U32> PlaceFinder::nextHops(NextHopTable::Entry const& value) const {
-  std::vector<U32> found;
-  for (auto const& [index, entry] : nextHops_)
-    if (entry == value) found.push_back(index);
-  return found;
 }
 
 }  // namespace DlbAgent

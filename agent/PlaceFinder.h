@@ -2,8 +2,8 @@
 //
 // A block is found by the group that points at it. One that no group leads to is found by what its
 // rows hold: it may lie where most of them would be as they are, and all of them exist; of such places
-// it takes one that a group of the hardware points at. Blocks that fit in the fewest places choose
-// first, of those of one size. Next hops that no block leads to are found by their value. What is found
+// it takes one that a group of the hardware points at. Blocks that are there whole choose first, then larger
+// ones, then those that fit in the fewest places. Next hops that no block leads to are found by their value. What is found
 // is a suggestion: the tables compare before they believe it, and rewrite in place what has changed.
 
 #pragma once
@@ -28,15 +28,18 @@ class PlaceFinder {
   /// Whether the block of that name has yet to find its place.
   using IsOpen = std::function<bool(std::string const& block)>;
 
-  /// `members` are the rows that no block has claimed yet. All but `isOpen` and `pointedAt` outlive this.
+  /// The rows of next hops that have found theirs, by name.
+  using Settled = std::map<std::string, U32>;
+
+  /// `members` are the rows that no block has claimed yet. `wanted` and `members` outlive this.
   PlaceFinder(WantedChain const& wanted, IsOpen const& isOpen,
               HeldRows<NextHopTable> const& nextHops, HeldRows<MemberTable> const& members,
-              PointedAt pointedAt);
+              PointedAt pointedAt, Settled settled);
 
   /// The first row of each block that was found, by the block's name.
   std::map<std::string, U32> const& blocks() const { return blocks_; }
-  /// Where the hardware holds a next hop of that value; empty if nowhere.
-  std::vector<U32> nextHops(NextHopTable::Entry const& value) const;
+  /// The row of each next hop whose value the hardware holds, by name.
+  std::map<std::string, U32> const& nextHops() const { return nextHopRows_; }
 
  private:
   /// What a row says, without the hardware's own numbers: its next hop and its weight. A next hop
@@ -47,13 +50,24 @@ class PlaceFinder {
   RowValue valueOf(NextHopTable::Entry const& nextHop, U8 weightIdx) const {
     return {inPlace_.contains(nextHop) ? std::optional(nextHop) : std::nullopt, weightIdx};
   }
-  std::vector<U32> placesOf(std::vector<WantedRow> const& rows) const;
+  /// What the groups of the hardware make of a place for a block, the best last.
+  enum class Use { ofAnother, ofNobody, ofPart, ofItself };
+
+  void placeNextHops(HeldRows<NextHopTable> const& nextHops);
+  /// The best places for a block: first rows, and how many of its rows each of them holds.
+  struct Places {
+    std::vector<U32> firsts;
+    std::size_t votes = 0;
+  };
+
+  Places placesOf(std::vector<WantedRow> const& rows) const;
+  Use useOf(U32 first, std::size_t rows) const;
   bool isRunOfRows(U32 first, std::size_t rows) const;
 
   WantedChain const& wanted_;
-  HeldRows<NextHopTable> const& nextHops_;
   HeldRows<MemberTable> const& members_;
   PointedAt pointedAt_;
+  std::map<std::string, U32> nextHopRows_;
   std::set<NextHopTable::Entry> inPlace_;  ///< values of next hops that are wanted and held
   std::map<RowValue, std::vector<U32>> rowsOf_;
   std::set<U32> taken_;  ///< rows of blocks that were found

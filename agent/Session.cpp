@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "agent/Answers.h"
 #include "agent/Failure.h"
 #include "platform/plugin/Registry.h"
 
@@ -60,17 +61,53 @@ void Session::start() {
 
 // Nothing stale is deleted before everything wanted is in place.
 Report Session::replay(Configuration const& wanted) {
-  Report report;
-  report.contradictionsFound = chip_->contradictions();
+  auto contradictionsFound = chip_->contradictions();
+  bringTo(wanted);
+  auto report = this->report();
+  report.contradictionsFound = std::move(contradictionsFound);
+  return report;
+}
+
+void Session::bringTo(Configuration const& wanted) {
+  commit(wanted);
+  replayEnded();
+  purge();
+}
+
+void Session::commit(Configuration const& wanted) {
   for (auto& table : tables_) table.replay(wanted.of(table.type()));
   chain_.replay(wanted.chain());
+}
+
+void Session::replayEnded() {
   for (auto& table : tables_) table.replayEnded();
   chain_.replayEnded(*chip_);
   flowsets_.replayEnded();
+}
+
+void Session::purge() {
   for (auto& table : tables_) table.purge();
   chain_.purge();
   flowsets_.purge();
+}
 
+void Session::change(Configuration const& former, Configuration const& wanted) {
+  for (auto& table : tables_) table.change(former.of(table.type()), wanted.of(table.type()));
+  chain_.change(wanted.chain());
+}
+
+void Session::settle() {
+  awaitAnswers(
+      *chip_, [&] { return chip_->answersOutstanding() == 0; }, [] {});
+}
+
+void Session::die() {
+  for (auto& table : tables_) table.abandon();
+  chain_.abandon();
+}
+
+Report Session::report() const {
+  Report report;
   for (auto const& table : tables_) {
     report.tables.push_back({table.type().name(), table.figures(*chip_)});
     std::ranges::move(table.changes(), std::back_inserter(report.changes));

@@ -44,6 +44,20 @@ class Session {
   /// Brings the hardware to what is wanted: writes what is missing or different,
   /// then deletes the rest.
   Report replay(Configuration const& wanted);
+  /// The same without the report, which holds entries by their handles; and its steps.
+  void bringTo(Configuration const& wanted);
+  void commit(Configuration const& wanted);
+  void replayEnded();
+  void purge();
+  Report report() const;
+  /// After the purge: brings the hardware from `former`, which it was brought to before, to what is
+  /// wanted now, as an agent does that lives on. The hardware's answers come later: `settle`.
+  void change(Configuration const& former, Configuration const& wanted);
+  /// Takes the hardware's answers, as far as it gives any.
+  void settle();
+  /// Ends the session as the death of the process would: the hardware stays as it is, and the tables
+  /// go with the session.
+  void die();
 
  private:
   LiveTable const& liveTable(TableType const& type) const;
