@@ -26,6 +26,13 @@ struct Command {
 };
 
 constexpr Command commands[] = {
+    {"crashes", "Agents that die at every operation, and one that comes after each", "scenarios",
+     100'000, &crashes},
+    {"pairs", "Pairs of configurations: where one was, the other comes", "pairs", 100'000, &pairs},
+    {"acknowledgements", "A chip that loses, doubles, delays and reorders what it tells",
+     "schedules", 100'000, &acknowledgements},
+    {"soak", "Changes, failures, full tables, bad acknowledgements and restarts, for long",
+     "epochs", 1'000'000, &soak},
     {"watchers", "Trees of watchers that commit, remove, drop handles, subscribe and unsubscribe",
      "trees", 1'000'000, &watchers},
 };

@@ -57,6 +57,10 @@ U64 below(U64 bound, Random& random) {
 
 // ---- the commands ----
 
+Summary crashes(Trials const& trials);
+Summary pairs(Trials const& trials);
+Summary acknowledgements(Trials const& trials);
+Summary soak(Trials const& trials);
 Summary watchers(Trials const& trials);
 
 }  // namespace Endurance
