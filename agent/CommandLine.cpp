@@ -115,6 +115,27 @@ void takesMessageFile(CLI::App& app, Options& options) {
       ->required();
 }
 
+void takesSizes(CLI::App& app, Options& options) {
+  auto const add = [&](char const* name, U64& size, U64 least, char const* help) {
+    app.add_option(name, size, help)
+        ->type_name("N")
+        ->transform(numberFrom(least))
+        ->capture_default_str();
+  };
+  auto& sizes = options.sizes;
+  add("--ports", sizes.ports, 1, "Ports, from 0 on, that everything is spread over");
+  add("--dlb-groups", sizes.dlbGroups, 0, "DLB groups, each with up to 16 of the ports");
+  add("--flowsets", sizes.flowsets, 0, "Flowsets, dealt out to the DLB groups in equal parts");
+  add("--next-hops", sizes.nextHops, 0, "Next hops");
+  add("--groups", sizes.groups, 0, "Groups on member blocks, every fourth a VXLAN one");
+  add("--width", sizes.width, 1, "Rows of the largest member block");
+  app.add_flag("--even", sizes.even,
+               "A block for each group, all of --width rows; else some groups share one");
+  add("--plain-groups", sizes.plainGroups, 0, "Groups without blocks, every fourth a VXLAN one");
+  add("--adjacencies", sizes.adjacencies, 0, "Adjacencies, with a group of their own first");
+  add("--seed", options.seed, 0, "The same seed and sizes print the same");
+}
+
 constexpr Command commands[] = {
     {"run", "Bring the hardware to what CONFIG asks: write what differs, delete what is stale",
      "dlb-agent run examples/leaf.json --hardware leaf.sim", &takesConfigurationsAndCrash,
@@ -140,6 +161,9 @@ constexpr Command commands[] = {
      "dlb-agent journal --most 5 --hardware leaf.sim", &takesMost, &journalCommand},
     {"messages", "Print the messages that an earlier command left in a file",
      "dlb-agent messages leaf.messages", &takesMessageFile, &messagesCommand},
+    {"generate", "Print a random configuration of a switch's size; no hardware is needed",
+     "dlb-agent generate --groups 200 --width 60 --even --seed 1 > spine.json", &takesSizes,
+     &generateCommand},
 };
 
 /// "NAME=VALUE" into the map of switches; the text of what is wrong, or an empty one.

@@ -377,4 +377,11 @@ int messagesCommand(Options const& options) {
   return exitFine;
 }
 
+// The chip tells what it has room for; its hardware is not opened.
+int generateCommand(Options const& options) {
+  checkRoom(options.sizes, Agent(options).session->room());
+  fmt::print("{}", generated(options.sizes, options.seed));
+  return exitFine;
+}
+
 }  // namespace DlbAgent

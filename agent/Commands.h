@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/vell/Types.h"
+#include "agent/Generate.h"
 
 namespace DlbAgent {
 
@@ -32,7 +32,8 @@ struct Options {
   std::optional<U64> index;  ///< the one flowset to read
   std::optional<U64> group;  ///< the one group to read the flowsets of
   U64 flows = 0;
-  U64 seed = 0;
+  U64 seed = 1;
+  Sizes sizes;  ///< of what is generated
   U64 crashAfter = 0;
 };
 
@@ -49,5 +50,6 @@ int readFlowsetsCommand(Options const& options);
 int simulateTrafficCommand(Options const& options);
 int journalCommand(Options const& options);
 int messagesCommand(Options const& options);
+int generateCommand(Options const& options);
 
 }  // namespace DlbAgent

@@ -6,7 +6,6 @@ GroupFinder::GroupFinder(WantedChain const& wanted, HeldRows<AdjacencyTable> con
                          IsHeld const& isHeld) {
   std::map<std::string, std::map<U32, U64>> votes;  // by group and row
   for (auto const& each : wanted.adjacencies) {
-    adjacencies_.push_back(&each);
     auto const& group = each.second.group;
     auto const held = adjacencies.find(each.second.id);
     if (held == adjacencies.end()) continue;
@@ -18,14 +17,17 @@ GroupFinder::GroupFinder(WantedChain const& wanted, HeldRows<AdjacencyTable> con
         std::ranges::max_element(rows, {}, [](auto const& each) { return each.second; });
     claims_[group] = {best->first, best->second};
   }
-  auto const weight = [&](Adjacency const* each) -> U64 {
-    auto const held = adjacencies.find(each->second.id);
-    auto const claim = claims_.find(each->second.group);
+  std::vector<std::pair<U64, Adjacency const*>> weighed;  // how many agree with each
+  for (auto const& each : wanted.adjacencies) {
+    auto const held = adjacencies.find(each.second.id);
+    auto const claim = claims_.find(each.second.group);
     bool const agrees = held != adjacencies.end() && claim != claims_.end() &&
                         held->second.group == claim->second.row;
-    return agrees ? claim->second.votes : 0;
-  };
-  std::ranges::stable_sort(adjacencies_, std::ranges::greater(), weight);
+    weighed.emplace_back(agrees ? claim->second.votes : 0, &each);
+  }
+  std::ranges::stable_sort(weighed, std::ranges::greater(),
+                           [](auto const& each) { return each.first; });
+  for (auto const& each : weighed) adjacencies_.push_back(each.second);
 }
 
 }  // namespace DlbAgent

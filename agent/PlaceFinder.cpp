@@ -27,8 +27,7 @@ PlaceFinder::PlaceFinder(WantedChain const& wanted, IsOpen const& isOpen,
   for (auto const& each : nextHops)
     if (isWanted.contains(each.second)) inPlace_.insert(each.second);
   for (auto const& [row, entry] : members)
-    if (auto const nextHop = nextHops.find(entry.ecmpNextHopEntry); nextHop != nextHops.end())
-      rowsOf_[valueOf(nextHop->second, entry.weightIdx)].push_back(row);
+    if (auto const value = valueAt(nextHops, entry)) rowsOf_[*value].insert(row);
 
   struct Turn {
     bool isWhole;
@@ -51,8 +50,19 @@ PlaceFinder::PlaceFinder(WantedChain const& wanted, IsOpen const& isOpen,
     auto const places = placesOf(rows).firsts;  // those that are left
     if (places.empty()) continue;
     blocks_[name] = places.front();
-    for (U32 i = 0; i < rows.size(); ++i) taken_.insert(places.front() + i);
+    for (U32 row = places.front(); row < places.front() + rows.size(); ++row) {
+      taken_.insert(row);
+      if (auto const value = valueAt(nextHops, members.at(row))) rowsOf_.at(*value).erase(row);
+    }
   }
+}
+
+/// None if the row's next hop is not there.
+auto PlaceFinder::valueAt(HeldRows<NextHopTable> const& nextHops,
+                          MemberTable::Entry const& row) const -> std::optional<RowValue> {
+  auto const nextHop = nextHops.find(row.ecmpNextHopEntry);
+  if (nextHop == nextHops.end()) return {};
+  return valueOf(nextHop->second, row.weightIdx);
 }
 
 /// Next hops that have no row yet take those of their value, in the order of their names.
@@ -87,11 +97,11 @@ auto PlaceFinder::placesOf(std::vector<WantedRow> const& rows) const -> Places {
     if (found == rowsOf_.end()) continue;
     auto const nextHop = nextHopRows_.find(rows[i].nextHop);
     auto looked = std::size_t{0};
-    for (auto const row : found->second) {
-      if (row < i || taken_.contains(row) || looked++ >= mostOccurrences) continue;
-      auto& votesOfPlace = votes[row - i];
+    for (auto at = found->second.lower_bound(i);
+         at != found->second.end() && looked < mostOccurrences; ++at, ++looked) {
+      auto& votesOfPlace = votes[*at - i];
       ++votesOfPlace.equal;
-      if (nextHop != nextHopRows_.end() && members_.at(row).ecmpNextHopEntry == nextHop->second)
+      if (nextHop != nextHopRows_.end() && members_.at(*at).ecmpNextHopEntry == nextHop->second)
         ++votesOfPlace.same;
     }
   }

@@ -53,6 +53,8 @@ class PlaceFinder {
   /// What the groups of the hardware make of a place for a block, the best last.
   enum class Use { ofAnother, ofNobody, ofPart, ofItself };
 
+  std::optional<RowValue> valueAt(HeldRows<NextHopTable> const& nextHops,
+                                  MemberTable::Entry const& row) const;
   void placeNextHops(HeldRows<NextHopTable> const& nextHops);
   /// The best places for a block: first rows, and how many of its rows each of them holds.
   struct Places {
@@ -68,9 +70,9 @@ class PlaceFinder {
   HeldRows<MemberTable> const& members_;
   PointedAt pointedAt_;
   std::map<std::string, U32> nextHopRows_;
-  std::set<NextHopTable::Entry> inPlace_;  ///< values of next hops that are wanted and held
-  std::map<RowValue, std::vector<U32>> rowsOf_;
-  std::set<U32> taken_;  ///< rows of blocks that were found
+  std::set<NextHopTable::Entry> inPlace_;     ///< values of next hops that are wanted and held
+  std::map<RowValue, std::set<U32>> rowsOf_;  ///< those that are not taken
+  std::set<U32> taken_;                       ///< rows of blocks that were found
   std::map<std::string, U32> blocks_;
 };
 

@@ -1,5 +1,6 @@
 #include "platform/asic/FirstFreeIndexAllocator.h"
 
+#include <algorithm>
 #include <bit>
 
 #include "platform/vell/Assert.h"
@@ -21,7 +22,12 @@ void BitmapTree::grow(U32 before, U32 size) {
     words = (words + 63) / 64;
     levels_[level].resize(words);
   }
-  for (U32 number = before; number < size; ++number) insert(number);
+  // Word by word; `insert` tells the levels above.
+  for (U64 number = before, end; number < size; number = end) {
+    end = std::min<U64>((number / 64 + 1) * 64, size);
+    insert(static_cast<U32>(number));
+    levels_[0][number / 64] |= ~U64{0} >> (64 - (end - number)) << number % 64;
+  }
 }
 
 U32 BitmapTree::lowest() const {
