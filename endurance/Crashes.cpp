@@ -14,10 +14,16 @@
 #include <set>
 
 #include "endurance/Draft.h"
+#include "endurance/LargeDeaths.h"
 #include "endurance/Life.h"
+#include "endurance/ProcessDeaths.h"
 
 namespace Endurance {
 namespace {
+
+/// One of each comes with so many scenarios.
+constexpr U64 scenariosForALargeDeath = 50;
+constexpr U64 scenariosForADeadProcess = 20;
 
 using DlbAgent::Configuration;
 
@@ -116,8 +122,7 @@ class Scenario {
       if (!script_.isHasty) life.session.settle();
       done("in a change");
     }
-    if (auto const breaches = life.session.chip().breaches(); !breaches.empty())
-      throw Fault("in the life of the agent that dies: " + breaches.front());
+    life.checkTruthOnTheWay("in the life of the agent that dies");
     return steps;
   }
 
@@ -205,12 +210,19 @@ Summary crashes(Trials const& trials) {
   Place const place{catalogue, "simlet", trials.folder + "/crash.hw"};
   std::map<std::string, U64> deaths;
   U64 points = 0;
-  auto const made = trials.forEach([&](U64, Random& random) {
+  LargeDeaths large(catalogue, trials.folder);
+  ProcessDeaths processes(catalogue, trials.folder);
+  auto const made = trials.forEach([&](U64 number, Random& random) {
     auto const before = livingObjects();
     Scenario(place, random).play(deaths, points);
     checkNothingLeaked(before);
+    if (number % scenariosForALargeDeath == 0) large.play(random);
+    if (number % scenariosForADeadProcess == 0) processes.play(random);
   });
-  Summary summary{fmt::format("{} deaths in {} scenarios", points, made)};
+  Summary summary{
+      fmt::format("{} deaths of agents with a whole switch to bring up", large.deaths()),
+      fmt::format("{} deaths of processes", processes.deaths()),
+      fmt::format("{} deaths in {} scenarios", points, made)};
   for (auto const& [step, count] : deaths)
     summary.push_back(fmt::format("{} of them {}", count, step));
   return summary;

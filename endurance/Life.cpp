@@ -6,9 +6,13 @@
 
 namespace Endurance {
 
-void Life::checkTruth(std::string const& when) const {
+void Life::checkTruthOnTheWay(std::string const& when) const {
   if (auto const breaches = session.chip().breaches(); !breaches.empty())
     throw Fault(when + ": " + breaches.front());
+}
+
+void Life::checkTruth(std::string const& when) const {
+  checkTruthOnTheWay(when);
   if (auto const contradictions = session.chip().contradictions(); !contradictions.empty())
     throw Fault(when + ": the hardware contradicts itself: " + contradictions.front());
 }

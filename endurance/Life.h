@@ -44,7 +44,9 @@ class Life {
     auto const all = operations();
     return all.writes + all.deletes;
   }
-  /// Throws a `Fault` if the hardware contradicts itself, or did so on the way.
+  /// Throws a `Fault` if an operation of this life made the hardware contradict itself.
+  void checkTruthOnTheWay(std::string const& when) const;
+  /// The same, and if it does so now.
   void checkTruth(std::string const& when) const;
   /// Throws a `Fault` if something wanted is not in the hardware.
   void checkFinished(std::string const& when) const;
