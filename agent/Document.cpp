@@ -76,11 +76,13 @@ class Builder : public nlohmann::json_sax<json> {
   bool parse_error(std::size_t position, std::string const&,
                    json::exception const& error) override {
     auto const place = lineAndColumn(text_, position);
-    if (dynamic_cast<json::out_of_range const*>(&error))
+    if (!dynamic_cast<json::out_of_range const*>(&error))
+      problems_.add(place, withoutPreamble(error.what()));
+    else if (open_.empty())
+      problems_.add(place, "a number beyond all sizes; the check ends here");
+    else
       problems_.add(path(),
                     fmt::format("a number beyond all sizes at {}; the check ends here", place));
-    else
-      problems_.add(place, withoutPreamble(error.what()));
     return false;
   }
 
@@ -136,6 +138,21 @@ std::string inQuotes(std::string_view text) {
   return json(text).dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
+/// The text on one line: names in it may hold anything. Control characters and what is
+/// no UTF-8 read as they would in quotes, and the rest as it is.
+std::string onOneLine(std::string_view text) {
+  auto const quoted = inQuotes(text);
+  std::string line;
+  for (std::size_t i = 1; i + 1 < quoted.size(); ++i) {
+    if (quoted[i] == '\\' && (quoted[i + 1] == '\\' || quoted[i + 1] == '"')) ++i;
+    if (quoted[i] == '\x7F')
+      line += "\\u007f";
+    else
+      line += quoted[i];
+  }
+  return line;
+}
+
 struct Describer {
   std::string operator()(JsonValue::Null) const { return "null"; }
   std::string operator()(JsonValue::List const&) const { return "a list"; }
@@ -149,7 +166,7 @@ struct Describer {
 }  // namespace
 
 void Problems::add(std::string_view path, std::string_view text) {
-  lines_.push_back(path.empty() ? std::string(text) : fmt::format("{}: {}", path, text));
+  lines_.push_back(onOneLine(path.empty() ? std::string(text) : fmt::format("{}: {}", path, text)));
 }
 
 std::string pathTo(std::string_view path, std::string_view key) {

@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <ranges>
 #include <set>
 
 #include "agent/Answers.h"
@@ -19,6 +18,12 @@ using State = Asic::SwTableBase::EntryState;
 void suggestTo(ChainTable::Handle const& handle, Asic::IndexSet const& indices) {
   if (handle->entryState() == State::unresolved && !indices.empty())
     Asic::SwTableBase::suggestIndicesToNeededEntryHandle(*handle, indices);
+}
+
+template <class Tables>
+Tables topDown(Tables tables) {
+  std::ranges::reverse(tables);
+  return tables;
 }
 
 template <class T>
@@ -212,7 +217,7 @@ void LiveChain::replayEnded(Asic::Chip& chip) {
 }
 
 void LiveChain::purge() {
-  for (auto* table : bottomUp() | std::views::reverse) table->purge();
+  for (auto* table : topDown(bottomUp())) table->purge();
 }
 
 void LiveChain::abandon() {
@@ -280,7 +285,7 @@ std::vector<std::string> LiveChain::unfinished() const {
 std::string LiveChain::why(std::string const& name) const {
   std::string lines;
   std::vector<std::string_view> known;
-  for (auto const* table : tables() | std::views::reverse) {
+  for (auto const* table : topDown(tables())) {
     if (auto const handle = table->handle(name)) lines += why(*table, name, handle) + '\n';
     for (auto const& each : table->handles()) known.push_back(each.first);
   }
@@ -312,7 +317,7 @@ std::vector<ChainNode> LiveChain::tree() const {
       for (auto const& needed : table->needed(*each.second)) isNeeded.insert(needed.get());
   std::vector<ChainNode> nodes;
   Drawn drawn;
-  for (auto const* table : tables() | std::views::reverse)
+  for (auto const* table : topDown(tables()))
     for (auto const& [name, handle] : table->handles())
       if (!isNeeded.contains(handle.get())) nodes.push_back(node(*table, name, handle, drawn));
   return nodes;

@@ -58,7 +58,10 @@ std::string hintFor(std::string_view name, std::vector<std::string_view> const& 
 }
 
 std::string clipped(std::string_view text, std::size_t most) {
-  return text.size() > most ? fmt::format("{}...", text.substr(0, most)) : std::string(text);
+  if (text.size() <= most) return std::string(text);
+  auto const isInsideCharacter = [&](std::size_t at) { return (text[at] & 0xC0) == 0x80; };
+  for (int bytes = 0; bytes < 3 && most > 0 && isInsideCharacter(most); ++bytes) --most;
+  return fmt::format("{}...", text.substr(0, most));
 }
 
 std::string counted(U64 count, std::string_view one, std::string_view many) {

@@ -3,6 +3,7 @@
 option(DLB_WERROR "Warnings stop the build" OFF)
 option(DLB_CHECK_INVARIANTS "Check the invariants of nodes and tables at every transition" OFF)
 option(DLB_CCACHE "Compile through ccache when it is installed" ON)
+option(DLB_FUZZ "Build the fuzz targets as fuzzers; needs clang" OFF)
 set(DLB_SANITIZE "" CACHE STRING "Sanitizers, as -fsanitize= takes them; empty for none")
 
 set(CMAKE_CXX_STANDARD 20)
@@ -27,6 +28,18 @@ endif()
 if(DLB_SANITIZE)
   add_compile_options(-fsanitize=${DLB_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${DLB_SANITIZE})
+endif()
+
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  add_compile_options(-fsized-deallocation)  # part of C++ since 2014; versions before 19 have to be told
+endif()
+
+if(DLB_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "DLB_FUZZ needs clang, and CMAKE_CXX_COMPILER is ${CMAKE_CXX_COMPILER}; "
+      "configure with the preset \"fuzz\", or with -DCMAKE_CXX_COMPILER=clang++")
+  endif()
+  add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 
 find_program(DLB_CCACHE_PROGRAM ccache)

@@ -91,7 +91,11 @@ class Soak {
     }
     life.session.settle();
     if (switches.at("refuse-writes") == "0") life.checkTruth("in a life");
-    unfinished_ += life.session.chain().unfinished().size();
+    for (auto const& line : life.session.chain().unfinished()) {
+      ++unfinished_;
+      if (line.find("its state is") != line.npos)
+        throw Fault("not told what keeps an entry from its end: " + line);
+    }
     operations_ += life.operationCount();
   }
 

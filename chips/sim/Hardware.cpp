@@ -5,6 +5,7 @@
 #include <atomic>
 #include <csignal>
 #include <cstring>
+#include <functional>
 
 #include "chips/sim/RowCodec.h"
 #include "platform/vell/Assert.h"
@@ -164,9 +165,13 @@ void Hardware::redo() {
 
 bool Hardware::isSound(JournalRecord const& record, U64 number) const {
   if (record.number != number || record.table >= layout_.shapes().size()) return false;
+  std::span<U8 const> const row(reinterpret_cast<U8 const*>(&record + 1),
+                                layout_.shapes()[record.table].rowBytes);
   switch (static_cast<Operation>(record.operation)) {
     case Operation::write:
+      return record.row < rows(record.table) && isValidRow(row);
     case Operation::erase:
+      return record.row < rows(record.table) && std::ranges::all_of(row, std::logical_not<>());
     case Operation::refused:
       return record.row < rows(record.table);
     case Operation::outOfRange:

@@ -171,9 +171,9 @@ struct FieldOps {
     int result = 0;
     std::apply(
         [&](auto const&... each) {
-          ((each.role == FieldRole::result ||
-            (result = compareField(a.*each.member, b.*each.member)) == 0) &&
-           ...);
+          static_cast<void>(((each.role == FieldRole::result ||
+                              (result = compareField(a.*each.member, b.*each.member)) == 0) &&
+                             ...));
         },
         Class::fields().fields);
     return result;

@@ -40,6 +40,19 @@ U64 journalAt(std::string const& bytes) {
   return header.journalAt;
 }
 
+// The newest operation was interrupted, and says something else of itself than was done.
+void interruptedIs(std::string& bytes, U32 operation, U8 firstByteOfRow) {
+  FileHeader header;
+  std::memcpy(&header, bytes.data(), sizeof header);
+  JournalState state;
+  std::memcpy(&state, bytes.data() + header.journalAt, sizeof state);
+  overwrite(bytes, header.journalAt, JournalState{state.published, state.published - 1});
+  auto const record = header.journalAt + sizeof state +
+                      state.published % header.journalRecords * header.journalRecordBytes;
+  overwrite(bytes, record + offsetof(Sim::JournalRecord, operation), operation);
+  overwrite(bytes, record + sizeof(Sim::JournalRecord), firstByteOfRow);
+}
+
 struct Damage {
   char const* name;
   void (*inflict)(std::string& bytes);
@@ -88,6 +101,8 @@ Damage const damages[] = {
        overwrite(bytes, journalAt(bytes), JournalState{~U64{0}, ~U64{0}});
      },
      "damaged journal"},
+    {"written row not valid", [](auto& bytes) { interruptedIs(bytes, 1, 2); }, "damaged journal"},
+    {"deleted row not zeros", [](auto& bytes) { interruptedIs(bytes, 2, 1); }, "damaged journal"},
 };
 
 class SimFileTest : public ChipTest {
