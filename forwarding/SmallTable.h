@@ -76,6 +76,7 @@ class SmallTable : public Asic::HandleTable<T, Sheet> {
     void forEach(Visitor&& visitor) const {
       visitor(Asic::SwTableBase::Index(0), row);
     }
+    friend bool operator==(Rows const& a, Rows const& b) { return a.row == b.row; }
     friend std::ostream& operator<<(std::ostream& out, Rows const& rows) { return out << rows.row; }
   };
 

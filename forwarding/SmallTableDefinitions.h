@@ -12,8 +12,10 @@ namespace Forwarding {
 template <class T, class Sheet>
 template <class Place>
 void SmallTable<T, Sheet>::store(Key key, Entry const& entry, Place place) {
-  // A row that was never written has yet to be told to the tracker, whatever the table holds.
-  bool const isWritten = !this->indexAllocator()->indexForKey(keyType(), &key).isExhausted();
+  // A row that was never written, or is being deleted, has yet to be told to the tracker, whatever the
+  // table holds.
+  Vell::Ptr<typename T::EntryHandle> const handle = this->entryHandle(key);
+  bool const isWritten = handle && handle->isTracked();
   this->resolvedKeyPriorIs(isWritten ? Asic::SwTable::KeyPrior::value
                                      : Asic::SwTable::KeyPrior::noKey);
   place();

@@ -70,7 +70,9 @@ class BlockAccessor : public HandleAccessor<T> {
   using EntryState = SwTableBase::EntryState;
   using AccessorBase<T>::swTable_;
 
-  void writeRows(Util const& util, Key const& key, Index hwIndex);
+  template <class Overtaken>
+  bool writeRows(Util const& util, Key const& key, Index hwIndex, Overtaken const& isOvertaken);
+  bool isValue(Key const& key, Rows const& rows) const;
   bool adoptSuggestion(EntryHandle& handle, Index index);
   void suggestIndicesToNeededTable(Rows block, Index baseIndex);
   void staleBlock(Util const& util, Index index);

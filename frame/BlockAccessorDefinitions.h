@@ -26,18 +26,27 @@ void BlockAccessor<T>::removeHwEntry(Key const& key) {
     if (util) trace(traceKey, "handleEntry", "No entry in HwTable for this key. Skip delete");
     return;
   }
+  // From here on the handle must lead no dependent there, also none that comes from a hook.
+  if (Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key)) {
+    handle->hwIndexIs(Index());
+    handle->trackedIs(false);
+  }
   if (util) {
     trace(traceKey, "hwTableEntryDel", ": Deleting entry at key:", key);
+    // A hook may bring the entry back, which then has all its rows anew, at the index that it still had;
+    // or bring it back and remove it. What the tracker had of it before ends all the same.
+    auto const isLeaving = [&] {
+      return !swTable_->resolvedHas(key) && this->doRetrieveHwIndex(key) == hwIndex;
+    };
     for (U32 i = 0, rows = T::blockSizeOf(key); i < rows; ++i) {
       U32 const row = hwIndex.value() + i;
       util->updateHwIndexRefCountTracker(swTable_->hwTable(), row, Tracker::userRemove);
-      util->hwTableEntryDel(*swTable_, row);
+      if (isLeaving()) util->hwTableEntryDel(*swTable_, row);
     }
+    if (!isLeaving()) return;
     if (!swTable_->configReplayComplete())
       swTable_->updateStatistic(ReconciliationStatus::reconcileDeleted);
   }
-  // The handle must not lead a dependent there, should the entry come back and wait.
-  if (Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key)) handle->hwIndexIs(Index());
   // The rows are gone before the index is free.
   Vell::Ptr<typename T::IndexAllocator> const allocator = swTable_->indexAllocator();
   allocator->releaseIndexFromTable(T::keyType(), &key, *swTable_);
@@ -54,9 +63,17 @@ void BlockAccessor<T>::programHwEntry(Key const& key, EntryState entryState) {
   // In that state those that need the entry go on at once, and point at its rows: where these are not
   // all there yet, they hear of it when it is written.
   bool const isTooEarly = entryState == indexReconciled && util && !this->placeWasFoundWhole_;
+  if (handle) handle->writeBegins();
+  auto const writes = handle ? handle->writes() : 0;
+  // A watcher or a hook wrote it anew, or removed it: that was carried.
+  auto const isOvertaken = [&] {
+    return handle && (handle->writes() != writes || !swTable_->resolvedHas(key));
+  };
   if (handle && !isTooEarly) {
     handle->entryStateIs(entryState);
+    if (isOvertaken()) return;
     handle->resolvedEntryStateIs(entryState);
+    if (isOvertaken()) return;
   }
   auto const hwIndex = T::newIndex(*swTable_->indexAllocator(), key);
   this->traceHwIndex(hwIndex);
@@ -68,7 +85,8 @@ void BlockAccessor<T>::programHwEntry(Key const& key, EntryState entryState) {
       return;
     }
     swTable_->reconcilingEntryIs(entryState == indexReconciled);
-    writeRows(*util, key, hwIndex);
+    if (handle) handle->trackedIs(true);
+    if (!writeRows(*util, key, hwIndex, isOvertaken)) return;
     if (handle) {
       if (util->indexKnownAtWrite()) handle->hwIndexIs(hwIndex);
       handle->resolvedEntryStateIs(success);
@@ -77,8 +95,11 @@ void BlockAccessor<T>::programHwEntry(Key const& key, EntryState entryState) {
   this->doCompleteEntryHandleForTesting(key);
 }
 
+/// False if it was overtaken by another write, which has written every row.
 template <class T>
-void BlockAccessor<T>::writeRows(Util const& util, Key const& key, Index hwIndex) {
+template <class Overtaken>
+bool BlockAccessor<T>::writeRows(Util const& util, Key const& key, Index hwIndex,
+                                 Overtaken const& isOvertaken) {
   trace(traceKey, "hwTableEntryIs", " : key: ", key);
   auto const rows = swTable_->resolvedRows(key);
   for (U32 i = 0, count = rows.blockSize(); i < count; ++i) {
@@ -87,8 +108,11 @@ void BlockAccessor<T>::writeRows(Util const& util, Key const& key, Index hwIndex
         swTable_->reconcilingEntry() && swTable_->syncedEntryMap().lookup(row);
     if (!trackerKnowsIt && swTable_->resolvedKeyPrior() == SwTable::KeyPrior::noKey)
       util.updateHwIndexRefCountTracker(swTable_->hwTable(), row, Tracker::userAdd);
+    if (isOvertaken()) return false;
     util.hwTableEntryIs(*swTable_, row, rows.entry(i));
+    if (isOvertaken()) return false;
   }
+  return true;
 }
 
 // ---- what an entry needs ----
@@ -155,6 +179,7 @@ bool BlockAccessor<T>::adoptSuggestion(EntryHandle& handle, Index index) {
         ", key:", key, ", hwIndex:", index);
   if (!reconcileUsingHwIndex(key, index, Compare::yes)) return false;
   swTable_->updateStatistic(ReconciliationStatus::reconcileMatched);
+  handle.trackedIs(true);
   handle.hwIndexIs(index);
   handle.resolvedEntryStateIs(EntryState::indexReconciled);
   this->doCompleteEntryHandleForTesting(key);
@@ -191,11 +216,19 @@ ReconciliationStatus BlockAccessor<T>::reconcileSyncedEntry(Key const& key) {
   using enum ReconciliationStatus;
   if (swTable_->syncedEntryMap().empty()) return reconcileAdded;
   auto const hwIndex = this->doRetrieveHwIndex(key).value();
-  if (!hwIndex.isExhausted())
-    return reconcileUsingHwIndex(key, hwIndex, Compare::yes) ? reconcileMatched
-                                                             : reconcileRewritten;
+  if (!hwIndex.isExhausted()) {
+    auto const rows = swTable_->resolvedRows(key);
+    bool const isEqual = reconcileUsingHwIndex(key, hwIndex, Compare::yes);
+    if (!isValue(key, rows)) return reconcileNone;  // the hook changed and settled it
+    return isEqual ? reconcileMatched : reconcileRewritten;
+  }
   return reconcileUsingIndexHelper(key, Compare::yes).isExhausted() ? reconcileNone
                                                                     : reconcileMatched;
+}
+
+template <class T>
+bool BlockAccessor<T>::isValue(Key const& key, Rows const& rows) const {
+  return swTable_->resolvedHas(key) && swTable_->resolvedRows(key) == rows;
 }
 
 template <class T>
@@ -220,6 +253,7 @@ bool BlockAccessor<T>::reconcileUsingHwIndex(Key const& key, Index hwIndex, Comp
             ", blockSize:", size);
       return false;
     }
+    if (!isValue(key, rows)) return false;  // the hook changed it
   }
   if (swTable_->indexAllocator()->recoverIndexForKey(hwIndex, T::keyType(), &key)) return true;
   trace(traceKey, name, ": BlockSize: ", size, " not available at: ", hwIndex);
@@ -285,10 +319,14 @@ void BlockAccessor<T>::staleBlock(Util const& util, Index index) {
 template <class T>
 void BlockAccessor<T>::staleRow(Util const& util, Index index) {
   trace(traceKey, "handleStaleEntries", ": Deleting stale hwEntry at index:", index);
+  // A watcher, or the hook, may bring an entry that the allocator puts here.
+  auto const isTaken = [&] {
+    return swTable_->indexAllocator()->isIndexAssigned(index, T::keyType());
+  };
   swTable_->syncedEntryDel(index);
+  if (isTaken()) IndexUserTracker::Stub::recoveredUseStands(swTable_->hwTable(), index);
   util.updateHwIndexRefCountTracker(swTable_->hwTable(), index.value(), Tracker::userRemove);
-  // A watcher, or the hook, may have brought an entry that the allocator put here.
-  if (swTable_->indexAllocator()->isIndexAssigned(index, T::keyType())) return;
+  if (isTaken()) return;
   util.hwTableEntryDel(*swTable_, index.value());
   swTable_->updateStatistic(ReconciliationStatus::reconcileDeleted);
 }

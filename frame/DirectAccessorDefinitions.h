@@ -97,6 +97,12 @@ void DirectAccessor<T>::removeHwEntry(Key key) {
     trace(traceKey, "handleEntry", "No entry in HwTable for this key. Skip delete");
     return;
   }
+  // In the midst of its first commit, what sync found is still noted. It goes with this row: the tracker
+  // is about to forget it, and another commit must not take it for known.
+  if (!swTable_->configReplayComplete()) {
+    swTable_->syncedEntryDel(key);
+    if (swTable_->entryHas(key)) return;  // a watcher of that committed the key, over the same row
+  }
   hwTableEntryDel(*util, key);
   if (!swTable_->configReplayComplete())
     swTable_->updateStatistic(ReconciliationStatus::reconcileDeleted);

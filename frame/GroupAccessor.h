@@ -108,6 +108,7 @@ class GroupAccessor : public HandleAccessor<T> {
   void hwTableEntryIs(Util const& util, Key const& key, Index hwIndex, EntryHandle* handle);
   bool tellWrite(Util const& util, Index hwIndex, EntryHandle* handle, bool hasValue);
   void hwTableEntryDel(Util const& util, Key const& key, Index hwIndex);
+  bool isRowOf(Key const& key) const;
   void releaseIndex(Key const& key);
   Entry wantedValue(Key const& key) const;
   bool isFreeFor(Key const& key, Index hwIndex) const;

@@ -58,7 +58,7 @@ void GroupAccessor<T>::programHwEntry(Key const& key, EntryState entryState) {
   };
   if (handle) {
     handle->writeBegins();
-    handle->entryStateIs(entryState);
+    if (swTable_->configReplayComplete() || !this->waitsAnew(key)) handle->entryStateIs(entryState);
     if (isOvertaken()) return;
     handle->resolvedEntryStateIs(entryState);
   }
@@ -135,14 +135,15 @@ void GroupAccessor<T>::removeHwEntry(Key const& key) {
   if (hwIndex.isExhausted() || neverWritten) {
     if (util) trace(traceKey, "handleEntry", "No entry in HwTable for this key. Skip delete");
     if (hwIndex.isExhausted()) return;
-  } else if (util) {
+  }
+  // From here on the handle must lead no dependent there, also none that comes from a hook.
+  if (handle) handle->hwIndexIs(Index());
+  if (util && !neverWritten) {
     hwTableEntryDel(*util, key, hwIndex);
     if (swTable_->resolvedHas(key)) return;  // a hook wrote the key again: it keeps its index
     if (!swTable_->configReplayComplete())
       swTable_->updateStatistic(ReconciliationStatus::reconcileDeleted);
   }
-  // The handle must not lead a dependent there, should the entry come back.
-  if (handle) handle->hwIndexIs(Index());
   releaseIndex(key);
 }
 
@@ -169,11 +170,19 @@ void GroupAccessor<T>::hwTableEntryDel(Util const& util, Key const& key, Index h
     handle->trackedIs(false);
   }
   util.updateHwIndexRefCountTracker(swTable_->hwTable(), hwIndex.value(), operation);
-  if (swTable_->resolvedHas(key)) return;  // the hook wrote the key: its row is wanted again
+  // The hook wrote the key anew, or let another table free the index and wrote another key there.
   if (auto const owner = swTable_->swKeyFromHwIndex(hwIndex);
-      owner && *owner != key && swTable_->resolvedHas(*owner))
-    return;  // the hook let another table free the index, and wrote another key there
+      owner && swTable_->resolvedHas(*owner) && isRowOf(*owner))
+    return;
   deleteRow(util, hwIndex);
+}
+
+/// Whether the key, which has an index, has its row there: that of an entry that was never written is what
+/// it was before.
+template <class T>
+bool GroupAccessor<T>::isRowOf(Key const& key) const {
+  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
+  return !handle || handle->isTracked();
 }
 
 template <class T>
@@ -421,10 +430,8 @@ void GroupAccessor<T>::handleStaleEntries() noexcept {
     if (!allocator->isIndexAssigned(index, T::keyType()) ||
         allocator->isIndexVerticallyShared(index, T::keyType(), *swTable_))
       return false;
-    // The row of an entry that was never written is what it was before.
     auto const key = swTable_->swKeyFromHwIndex(index);
-    Vell::Ptr<EntryHandle> const handle = key ? swTable_->entryHandle(*key) : nullptr;
-    return !handle || handle->isTracked();
+    return !key || isRowOf(*key);
   };
   for (typename T::SyncedEntryMap::Iterator at(swTable_->syncedEntryMap()); at; at.advance()) {
     Index const index = at.key();

@@ -106,6 +106,9 @@ class HandleAccessor : public AccessorBase<T> {
 
   /// Binds the handle to the place where the hardware holds its entry.
   void adoptIndex(Key const& key, Index hwIndex, ReconciliationStatus status);
+  /// Whether a later value than the one in hand waits: a hook of a comparison may have brought it, and the
+  /// entry's state is that one's.
+  bool waitsAnew(Key const& key) const;
   /// Whether sync found every row of an entry of that key at that place, and nobody has claimed one.
   bool isFoundWhole(Key const& key, Index hwIndex) const;
   /// Visits the handles that are there now; each is held while it is visited.

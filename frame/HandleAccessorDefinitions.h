@@ -266,7 +266,11 @@ void HandleAccessor<T>::entryRemove(Key const& key) {
 
 template <class T>
 auto HandleAccessor<T>::removeEntryOf(EntryHandle& handle, Key const& key) -> Removal {
-  auto const isKnown = [&] { return swTable_->unresolvedHas(key) || swTable_->resolvedHas(key); };
+  auto const claims = handle.claims();
+  // Also by a reference to an entry that has no value yet.
+  auto const isKnown = [&] {
+    return swTable_->unresolvedHas(key) || swTable_->resolvedHas(key) || handle.claims() != claims;
+  };
   bool const waited = swTable_->unresolvedHas(key);
   swTable_->unresolvedDel(key);
   if (waited && isKnown()) return Removal::cameBack;
@@ -391,6 +395,14 @@ Zarn::Optional<Index> HandleAccessor<T>::doRetrieveHwIndex(Key const& key) const
 }
 
 template <class T>
+bool HandleAccessor<T>::waitsAnew(Key const& key) const {
+  if constexpr (Trait::needsEntries<T>)
+    if (auto const record = swTable_->unresolved(key))
+      return record->neededEntryHandleSms() != 0;  // else it is the one that is being resolved
+  return false;
+}
+
+template <class T>
 bool HandleAccessor<T>::isFoundWhole(Key const& key, Index hwIndex) const {
   for (U32 i = 0; i < T::blockSizeOf(key); ++i)
     if (!swTable_->syncedEntryMap().lookup(hwIndex.value() + i)) return false;
@@ -401,12 +413,13 @@ template <class T>
 void HandleAccessor<T>::adoptIndex(Key const& key, Index hwIndex, ReconciliationStatus status) {
   Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
   if (!handle) return;
+  handle->writeBegins();
   handle->trackedIs(true);
   swTable_->indexHelperDel(*handle);
   handle->hwIndexIs(hwIndex);
   handle->overFoundRowIs(status == ReconciliationStatus::reconcileRewritten);
   if (status != ReconciliationStatus::reconcileMatched) return;
-  handle->entryStateIs(SwTableBase::EntryState::indexReconciled);
+  if (!waitsAnew(key)) handle->entryStateIs(SwTableBase::EntryState::indexReconciled);
   handle->resolvedEntryStateIs(SwTableBase::EntryState::indexReconciled);
   doCompleteEntryHandleForTesting(key);
 }

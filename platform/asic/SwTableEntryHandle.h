@@ -35,7 +35,8 @@ class SwTable::EntryHandle : public SwTableBase::EntryHandle {
   U32 commits() const { return commits_; }
   /// Moves with every commit and every reference, for an operation that either of them undoes.
   U32 claims() const { return commits_ + references_; }
-  /// Moves with every write of the entry, so that the outcome of one can be told from that of another.
+  /// Moves with every write of the entry, and where its row is found to need none, so that the outcome of
+  /// one can be told from that of another.
   U32 writes() const { return writes_; }
   void writeBegins() { ++writes_; }
   /// The entry belongs to the table now: its use counts.

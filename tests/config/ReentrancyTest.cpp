@@ -144,6 +144,29 @@ TYPED_TEST(ReentrancyTest, AHookMayRemoveOrCommitItsOwnKey) {
   }
 }
 
+// What sync found of the key is still noted while it is rewritten, but not known to the tracker any more
+// once the key has gone.
+TYPED_TEST(ReentrancyTest, AKeyMayGoAndComeBackInTheMidstOfItsRewrite) {
+  this->at_.holding({{5, this->e(1)}}).synced();
+  U32 inside = 0;
+  this->at_.util->onEvent = [&](std::string const& event) {
+    if (inside == 0 && event.starts_with("write 5")) {
+      inside = 1;
+      this->table_.entryRemove(this->k(5));
+    } else if (inside == 1 && event.starts_with("tracker 5")) {
+      inside = 2;
+      this->table_.entryCommit(this->k(5), this->e(3));
+    }
+  };
+  this->table_.entryCommit(this->k(5), this->e(2));
+  this->at_.util->onEvent = nullptr;
+  ASSERT_EQ(inside, 2u);
+  EXPECT_EQ(this->at_.uses(5).users, 1u);
+  this->at_.replayed();
+  EXPECT_EQ(this->at_.util->rows.at(5), this->e(3));
+  EXPECT_EQ(this->at_.uses(5).users, 1u);
+}
+
 // The purge comes to each stale row whatever became of its key meanwhile; a use that is not there
 // is a broken limit again when it is over.
 TYPED_TEST(ReentrancyTest, StaleKeysMayComeAndGoDuringThePurge) {

@@ -107,6 +107,38 @@ TYPED_TEST(GroupSharing, aRowOfAKeyThatBothTablesHaveStays) {
   EXPECT_EQ(two.indexOf(7), 2u);
 }
 
+TYPED_TEST(GroupSharing, aKeyThatComesBackElsewhereWhileItLeavesTakesItsFormerRowAway) {
+  auto &one = this->one_.replayed(), &two = this->two_.replayed();
+  one.commit(7, 1);
+  one.util->onEvent = [&](std::string const& event) {
+    if (event != "tracker 0 userRemove") return;
+    two.ref(7, 1);  // and let go at once: nobody has the key now
+    two.commit(9, 1);
+    one.commit(7, 2);
+  };
+  one.remove(7);
+  one.util->onEvent = nullptr;
+  EXPECT_EQ(one.indexOf(7), 1u);
+  EXPECT_FALSE(one.util->rows.contains(0));
+  EXPECT_EQ(one.util->rows.at(1), one.entry(2));
+}
+
+// The other table gives that key an index here; this one has not written it.
+TYPED_TEST(GroupSharing, aRowThatLeavesIsNotSparedForAKeyThatFoundNoIndex) {
+  auto &one = this->one_.replayed(), &two = this->two_.replayed();
+  for (U32 id = 0; id < 4; ++id) one.commit(id, 1);
+  one.util->onEvent = [&](std::string const& event) {
+    if (event != "tracker 0 userRemove") return;
+    one.commit(7, 1);
+    two.ref(0, 1);  // and let go at once: nobody has the key now
+    two.commit(7, 2);
+  };
+  one.remove(0);
+  one.util->onEvent = nullptr;
+  EXPECT_EQ(two.indexOf(7), 0u);
+  EXPECT_FALSE(one.util->rows.contains(0));
+}
+
 TEST(GroupSharingOfBothKinds, aCandidateThatAKeyOfTheOtherKindHoldsIsNotFree) {
   Groups<Ecmp> plain;
   Groups<Vxlan> vxlan;

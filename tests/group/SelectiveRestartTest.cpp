@@ -119,6 +119,21 @@ TYPED_TEST(SelectiveRestart, aPlaceThatIsFoundForAFormerValueLeavesTheWishAWish)
   EXPECT_EQ(handle->hwIndex().value(), 3u);
 }
 
+// Those who need the group would otherwise go on, although it is to be another one.
+TYPED_TEST(SelectiveRestart, aWishFromTheMidstOfAComparisonIsStillAWishAfterIt) {
+  for (U32 const held : {70, 71}) {
+    SelectiveGroups<TypeParam> at;
+    at.holding({{3, held}});
+    ASSERT_TRUE(at.recover(7, 3));
+    at.util->onEvent = [&](std::string const& event) {
+      if (event.starts_with("compare")) at.commit(7, this->block_);
+    };
+    at.commit(7, usable(70));
+    at.util->onEvent = nullptr;
+    EXPECT_EQ(at.state(7), "U waiting, R value, T committed, E unresolved, S indexReconciled, Q 0");
+  }
+}
+
 // The chip refuses the rewrite, and the row shows what an earlier life put there: it may point at rows
 // that the member table deletes next.
 TYPED_TEST(SelectiveRestart, aRowWhoseRewriteIsRefusedGoesWithThePurge) {
