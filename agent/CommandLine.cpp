@@ -162,7 +162,7 @@ constexpr Command commands[] = {
     {"messages", "Print the messages that an earlier command left in a file",
      "dlb-agent messages leaf.messages", &takesMessageFile, &messagesCommand},
     {"generate", "Print a random configuration of a switch's size; no hardware is needed",
-     "dlb-agent generate --groups 200 --width 60 --even --seed 1 > spine.json", &takesSizes,
+     "dlb-agent generate --groups 200 --width 60 --even --seed 1 > even.json", &takesSizes,
      &generateCommand},
 };
 

@@ -214,18 +214,31 @@ int runCommand(Options const& options) {
   std::vector<Configuration> later;
   for (auto const& file : options.thenConfigurations) later.push_back(agent.configuration(file));
   agent.open(Access::live);
-  agent.session->bringTo(wanted);
-  for (auto& next : later) {
-    agent.session->change(wanted, next);
+  // A report holds entries, which must not stay for its sake when they are removed.
+  auto report = std::make_unique<Report>(agent.session->replay(wanted));
+  auto json = summaryJson(*report);
+  auto text = summaryText(*report, Mood::done);
+  auto totals = report->totals();
+  for (std::size_t i = 0; i < later.size(); ++i) {
+    report = nullptr;
+    agent.session->change(wanted, later[i]);
     agent.session->settle();
-    wanted = std::move(next);
+    wanted = std::move(later[i]);
+    report = std::make_unique<Report>(agent.session->report());
+    auto const former = std::exchange(totals, report->totals());
+    Figures const made{.hardwareWrites = totals.hardwareWrites - former.hardwareWrites,
+                       .hardwareDeletes = totals.hardwareDeletes - former.hardwareDeletes};
+    auto const& file = options.thenConfigurations[i];
+    json["then"].push_back({{"configuration", file},
+                            {"hardwareWrites", made.hardwareWrites},
+                            {"hardwareDeletes", made.hardwareDeletes}});
+    text += fmt::format("Then changed to \"{}\": {} hardware writes, {} hardware deletes.\n", file,
+                        made.hardwareWrites, made.hardwareDeletes);
   }
-  auto const report = agent.session->report();
   agent.warnOfTablesWithoutHardware(wanted);
   print(
-      options, [&] { return summaryJson(report); },
-      [&] { return summaryText(report, Mood::done); });
-  return warnOfUnfinished(report, exitFine, Mood::done);
+      options, [&] { return json; }, [&] { return text; });
+  return warnOfUnfinished(*report, exitFine, Mood::done);
 }
 
 int planCommand(Options const& options) {

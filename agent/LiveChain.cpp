@@ -84,10 +84,11 @@ void LiveChain::replay(WantedChain const& wanted) {
 }
 
 /// All but the adjacencies, whose order is another one in a replay. A next hop keeps its id as long as
-/// its name is known.
+/// its name is wanted.
 void LiveChain::commit(WantedChain const& wanted) {
   for (auto const& [name, entry] : wanted.nextHops) {
-    auto const at = nextHopIds_.try_emplace(name, static_cast<U32>(nextHopIds_.size())).first;
+    auto const [at, isNew] = nextHopIds_.try_emplace(name, nextHopId_);
+    if (isNew) ++nextHopId_;
     nextHops_.handleIs(name, nextHops_.table().entryCommit({.id = at->second}, entry));
   }
   for (auto const& [name, rows] : wanted.blocks) members_.handleIs(name, committedBlock(rows));
@@ -161,14 +162,19 @@ void LiveChain::suggest(WantedChain const& wanted) {
   auto const isOpen = [this](std::string const& block) {
     return members_.handle(block)->entryState() == State::unresolved;
   };
-  PlaceFinder::Settled settled;
-  for (auto const& [name, handle] : nextHops_.handles())
-    if (handle->entryState() != State::unresolved && !handle->hwIndex().isExhausted())
-      settled[name] = handle->hwIndex().value();
+  auto const settled = [this] {
+    PlaceFinder::Settled rows;
+    for (auto const& [name, handle] : nextHops_.handles())
+      if (handle->entryState() != State::unresolved && !handle->hwIndex().isExhausted())
+        rows[name] = handle->hwIndex().value();
+    return rows;
+  };
   PlaceFinder const finder(wanted, isOpen, nextHops_.found(), unclaimed, std::move(pointedAt),
-                           std::move(settled));
+                           settled());
   for (auto const& [name, first] : finder.blocks()) suggestTo(members_.handle(name), {first});
-  for (auto const& [name, row] : finder.nextHops()) suggestTo(nextHops_.handle(name), {row});
+  // By now blocks have led more of them to their rows.
+  for (auto const& [name, row] : PlaceFinder::nextHopRows(wanted, nextHops_.found(), settled()))
+    suggestTo(nextHops_.handle(name), {row});
 }
 
 /// Groups that found no place by what points at them, as far as their values tell one. A group that
@@ -233,6 +239,8 @@ void LiveChain::change(WantedChain const& wanted) {
   commit(wanted);
   for (auto const& [name, adjacency] : wanted.adjacencies) commitAdjacency(name, adjacency);
   for (auto number = chainTables; number-- > 0;) bottomUp()[number]->removeUnnamed(former[number]);
+  std::erase_if(nextHopIds_,
+                [&](auto const& each) { return !wanted.nextHops.contains(each.first); });
 }
 
 // ---- what came of it ----

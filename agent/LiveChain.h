@@ -93,6 +93,7 @@ class LiveChain {
   OfGroupTables<NamedTable> groups_;
   NamedTable<AdjacencyTable> adjacencies_;
   std::map<std::string, U32> nextHopIds_;
+  U32 nextHopId_ = 0;                       ///< of the next one that is new
   std::optional<GroupFinder> groupFinder_;  ///< from the replay to its end
 };
 

@@ -1,6 +1,7 @@
 #include "agent/PlaceFinder.h"
 
 #include <algorithm>
+#include <iterator>
 #include <tuple>
 
 namespace DlbAgent {
@@ -20,8 +21,12 @@ PlaceFinder::PlaceFinder(WantedChain const& wanted, IsOpen const& isOpen,
     : wanted_(wanted),
       members_(members),
       pointedAt_(std::move(pointedAt)),
-      nextHopRows_(std::move(settled)) {
-  placeNextHops(nextHops);
+      nextHopRows_(nextHopRows(wanted, nextHops, std::move(settled))) {
+  U32 end = 0;
+  for (auto const& [first, rows] : pointedAt_) {
+    end = std::max(end, first + static_cast<U32>(rows));
+    pointedUpTo_[first] = end;
+  }
   std::set<NextHopTable::Entry> isWanted;
   for (auto const& each : wanted.nextHops) isWanted.insert(each.second);
   for (auto const& each : nextHops)
@@ -30,31 +35,39 @@ PlaceFinder::PlaceFinder(WantedChain const& wanted, IsOpen const& isOpen,
     if (auto const value = valueAt(nextHops, entry)) rowsOf_[*value].insert(row);
 
   struct Turn {
-    bool isWhole;
     std::size_t size;
     std::size_t places;
     decltype(wanted.blocks)::const_iterator block;
   };
-  std::vector<Turn> turns;
+  std::vector<Turn> whole, changed;
   for (auto at = wanted.blocks.begin(); at != wanted.blocks.end(); ++at)
     if (isOpen(at->first))
       if (auto const places = placesOf(at->second); !places.firsts.empty()) {
         auto const size = at->second.size();
-        turns.push_back({places.votes == size, size, places.firsts.size(), at});
+        (places.votes == size ? whole : changed).push_back({size, places.firsts.size(), at});
       }
-  std::ranges::stable_sort(turns, [](Turn const& a, Turn const& b) {
-    return std::tuple(b.isWhole, b.size, a.places) < std::tuple(a.isWhole, a.size, b.places);
-  });
-  for (auto const& turn : turns) {
-    auto const& [name, rows] = *turn.block;
-    auto const places = placesOf(rows).firsts;  // those that are left
-    if (places.empty()) continue;
-    blocks_[name] = places.front();
-    for (U32 row = places.front(); row < places.front() + rows.size(); ++row) {
+  auto const sort = [](std::vector<Turn>& turns) {
+    std::ranges::stable_sort(turns, [](Turn const& a, Turn const& b) {
+      return std::tuple(b.size, a.places) < std::tuple(a.size, b.places);
+    });
+  };
+  auto const take = [&](Turn const& turn, Places const& places) {
+    auto const first = places.firsts.front();
+    blocks_[turn.block->first] = first;
+    for (U32 row = first; row < first + turn.size; ++row) {
       taken_.insert(row);
       if (auto const value = valueAt(nextHops, members.at(row))) rowsOf_.at(*value).erase(row);
     }
+  };
+  sort(whole);
+  for (auto const& turn : whole) {
+    // One that was whole in the rows of another only is one of the changed.
+    auto const left = placesOf(turn.block->second);
+    left.votes == turn.size ? take(turn, left) : changed.push_back(turn);
   }
+  sort(changed);
+  for (auto const& turn : changed)
+    if (auto const left = placesOf(turn.block->second); !left.firsts.empty()) take(turn, left);
 }
 
 /// None if the row's next hop is not there.
@@ -65,20 +78,21 @@ auto PlaceFinder::valueAt(HeldRows<NextHopTable> const& nextHops,
   return valueOf(nextHop->second, row.weightIdx);
 }
 
-/// Next hops that have no row yet take those of their value, in the order of their names.
-void PlaceFinder::placeNextHops(HeldRows<NextHopTable> const& nextHops) {
-  std::set<U32> settled;
-  for (auto const& each : nextHopRows_) settled.insert(each.second);
+auto PlaceFinder::nextHopRows(WantedChain const& wanted, HeldRows<NextHopTable> const& nextHops,
+                              Settled settled) -> Settled {
+  std::set<U32> taken;
+  for (auto const& each : settled) taken.insert(each.second);
   std::map<NextHopTable::Entry, std::vector<U32>> rowsOfValue;  // the highest first
   for (auto at = nextHops.rbegin(); at != nextHops.rend(); ++at)
-    if (!settled.contains(at->first)) rowsOfValue[at->second].push_back(at->first);
-  for (auto const& [name, entry] : wanted_.nextHops) {
-    if (nextHopRows_.contains(name)) continue;
+    if (!taken.contains(at->first)) rowsOfValue[at->second].push_back(at->first);
+  for (auto const& [name, entry] : wanted.nextHops) {
+    if (settled.contains(name)) continue;
     auto const rows = rowsOfValue.find(entry);
     if (rows == rowsOfValue.end() || rows->second.empty()) continue;
-    nextHopRows_[name] = rows->second.back();
+    settled[name] = rows->second.back();
     rows->second.pop_back();
   }
+  return settled;
 }
 
 /// The best places for a block: each row votes for where the block would begin, and more than half of
@@ -121,6 +135,8 @@ auto PlaceFinder::placesOf(std::vector<WantedRow> const& rows) const -> Places {
 
 auto PlaceFinder::useOf(U32 first, std::size_t rows) const -> Use {
   if (pointedAt_.contains({first, rows})) return Use::ofItself;
+  auto const before = pointedUpTo_.lower_bound(first);
+  if (before != pointedUpTo_.begin() && std::prev(before)->second > first) return Use::ofAnother;
   auto const inside = pointedAt_.lower_bound({first + 1, 0});
   if (inside != pointedAt_.end() && inside->first < first + rows) return Use::ofAnother;
   auto const part = pointedAt_.lower_bound({first, 0});

@@ -1,9 +1,10 @@
-// A chip that loses, doubles, delays and reorders what it says of writes, while an agent goes through changes.
+// A chip that loses, doubles, delays and reorders what it says of writes, while an agent goes through
+// changes.
 //
 // On the way no row may point at one that is not there. Then the chip behaves again. If it lost nothing,
-// all that is wanted is in place, and nothing else. What an acknowledgement was lost of may be in the hardware as
-// well as not: the agent says so, by the name of the entry that it keeps from its end, and the next agent
-// makes an end of it.
+// all that is wanted is in place, and nothing else. What it lost an acknowledgement of may be in the
+// hardware as well as not: the agent says so, by the name of the entry that it keeps from its end, and the
+// next agent makes an end of it.
 
 #include <fmt/format.h>
 

@@ -1,12 +1,13 @@
 // An agent dies after each operation that it makes on the hardware, and another one comes after it.
 //
-// A scenario has hardware that an earlier agent left, and an agent that starts on it and then lives through
-// changes. It is played once to its end, which counts its operations, and then once for each of them, on a chip that
-// takes no operation after that one. Each time a new agent runs on what is left; and each time another
-// one that dies on its way, with a third after it.
+// A scenario has hardware that an earlier agent left, and an agent that starts on it and then lives
+// through changes. It is played once to its end, which counts its operations, and then once for each of
+// them, on a chip that takes no operation after that one. Each time a new agent runs on what is left; and
+// each time another one that dies on its way, with a third after it.
 //
-// Whoever comes last must leave what a cold start would: the same picture. It touches no row that was right. At no
-// operation may a row point at one that is not there. Nothing of the dead may be left in memory.
+// Whoever comes last must leave what a cold start would: the same picture. It touches no row that was
+// right. At no operation may a row point at one that is not there. Nothing of the dead may be left in
+// memory.
 
 #include <fmt/format.h>
 
@@ -24,6 +25,10 @@ namespace {
 /// One of each comes with so many scenarios.
 constexpr U64 scenariosForALargeDeath = 50;
 constexpr U64 scenariosForADeadProcess = 20;
+/// In so many scenarios agents have died in every step, between steps, while a group was leaving, and on
+/// chips that answer late.
+constexpr U64 scenariosForEveryKind = 50;
+constexpr std::size_t kindsOfDeath = 7;
 
 using DlbAgent::Configuration;
 
@@ -90,7 +95,7 @@ class Scenario {
           std::ranges::find_if(steps, [=](Step const& each) { return after <= each.operations; });
       ++deaths[after == step->operations ? "between steps" : step->name];
       if (inDance.contains(after)) ++deaths["between a group's last write and its deletion"];
-      if (script_.hasLateAnswers()) ++deaths["with a chip that answers late"];
+      if (script_.hasLateAnswers()) ++deaths["in lives that do not wait for answers, or wait long"];
       auto const wish = wishAt(static_cast<std::size_t>(step - steps.begin()));
       points += succeeded(wish, all - after, fmt::format("after operation {} of {}", after, all));
     }
@@ -126,8 +131,8 @@ class Scenario {
     return steps;
   }
 
-  /// After which of the last operations a group that stands on a block is on its way out: its row has lost its
-  /// value, and is not deleted yet.
+  /// After which of the last operations a group that stands on a block is on its way out: its row has
+  /// lost its value, and is not deleted yet.
   std::set<U64> operationsInDances(U64 operations) const {
     std::set<U64> inside;
     std::map<std::pair<std::string, U64>, U64> written;  // by table and row: by which operation
@@ -186,6 +191,8 @@ class Scenario {
       operations = life.operationCount();
       journal = life.session.chip().journal(operations);
     }
+    if (journal.size() != operations)
+      throw Fault(when + ": more operations than the journal keeps");
     left.checkNeeded(journal, Image(place_.hardware), when);
     if (auto const difference =
             Picture::difference(pictureOf(place_.chip, place_.hardware), cold_[wish]);
@@ -219,6 +226,8 @@ Summary crashes(Trials const& trials) {
     if (number % scenariosForALargeDeath == 0) large.play(random);
     if (number % scenariosForADeadProcess == 0) processes.play(random);
   });
+  if (made >= scenariosForEveryKind && deaths.size() < kindsOfDeath)
+    throw Fault(fmt::format("of {} kinds of deaths only {} came", kindsOfDeath, deaths.size()));
   Summary summary{
       fmt::format("{} deaths of agents with a whole switch to bring up", large.deaths()),
       fmt::format("{} deaths of processes", processes.deaths()),

@@ -2,8 +2,6 @@
 
 #include <fmt/format.h>
 
-#include "agent/Generate.h"
-
 namespace Endurance {
 namespace {
 
@@ -12,57 +10,79 @@ constexpr U64 mostOfOneBlock = 64;
 
 }  // namespace
 
-void LargeDeaths::prepare() {
-  auto const configured = [&](U64 seed) {
-    DlbAgent::Session const session(place_.catalogue, place_.chip);
-    return DlbAgent::Configuration::fromText(DlbAgent::generated({}, seed), "generated",
-                                             place_.catalogue, session.room());
-  };
-  wanted_ = configured(1);
-  starts_.push_back(startOn(Image()));
-  cold_ = pictureOf(place_.chip, place_.hardware);
-  Image().restoreTo(place_.hardware);
-  Life(place_).run(configured(2));
-  starts_.push_back(startOn(Image(place_.hardware)));
+DlbAgent::Configuration LargeDeaths::configured(DlbAgent::Sizes const& sizes, U64 seed) const {
+  DlbAgent::Session const session(place_.catalogue, place_.chip);
+  return DlbAgent::Configuration::fromText(DlbAgent::generated(sizes, seed), "generated",
+                                           place_.catalogue, session.room());
 }
 
-auto LargeDeaths::startOn(Image hardware) -> Start {
+void LargeDeaths::prepare() {
+  DlbAgent::Sizes const even{
+      .groups = 200, .width = 60, .even = true, .plainGroups = 0, .adjacencies = 200};
+  addStart("from empty hardware", Image(), configured({}, 1));
+  addStart("200 groups of 60 members", Image(), configured(even, 1));
+  Image().restoreTo(place_.hardware);
+  Life(place_).run(configured({}, 2));
+  addStart("over another", Image(place_.hardware), configured({}, 1));
+}
+
+void LargeDeaths::addStart(std::string const& name, Image hardware,
+                           DlbAgent::Configuration wanted) {
+  Image().restoreTo(place_.hardware);
+  Life(place_).run(wanted);
+  auto cold = pictureOf(place_.chip, place_.hardware);
   hardware.restoreTo(place_.hardware);
-  Life life(place_);
-  life.run(wanted_);
-  life.checkTruth("in a life without death");
-  life.checkFinished("in a life without death");
-  return {std::move(hardware), life.operationCount()};
+  Start start{name, std::move(hardware), std::move(wanted), std::move(cold), 0};
+  start.operations = recovered(start, name);
+  starts_.push_back(std::move(start));
+}
+
+void LargeDeaths::die(Start const& start, U64 after, std::string const& when) const {
+  Life life(place_, {{"freeze-after", std::to_string(after)}});
+  life.run(start.wanted);
+  life.checkTruthOnTheWay(when);
+}
+
+/// Runs a new agent to its end. How many operations it made.
+U64 LargeDeaths::recovered(Start const& start, std::string const& when) const {
+  Image const left(place_.hardware);
+  U64 operations = 0;
+  std::vector<Asic::Chip::JournalEntry> journal;
+  {
+    Life life(place_);
+    life.run(start.wanted);
+    life.checkTruth(when);
+    life.checkFinished(when);
+    operations = life.operationCount();
+    journal = life.session.chip().journal(operations);
+  }
+  left.checkNeeded(journal, Image(place_.hardware), when);
+  if (auto const difference =
+          Picture::difference(pictureOf(place_.chip, place_.hardware), start.cold);
+      !difference.empty())
+    throw Fault(when + ": not what a cold start gives: " + difference);
+  return operations;
 }
 
 void LargeDeaths::play(Random& random) {
   if (starts_.empty()) prepare();
-  auto const number = below(starts_.size(), random);
-  auto const& [hardware, operations] = starts_[number];
-  auto const after = below(operations + 1, random);
-  auto const when = fmt::format("{}, after operation {} of {}",
-                                number == 0 ? "large, from empty hardware" : "large, over another",
-                                after, operations);
-  hardware.restoreTo(place_.hardware);
-  {
-    Life life(place_, {{"freeze-after", std::to_string(after)}});
-    life.run(wanted_);
-    life.checkTruthOnTheWay(when);
-  }
-  {
-    Life life(place_);
-    life.run(wanted_);
-    life.checkTruth(when);
-    life.checkFinished(when);
-    auto const most = operations - after + 2 * mostOfOneBlock;
-    if (life.operationCount() > most)
-      throw Fault(fmt::format("{}: the next agent made {} operations, where {} were to come", when,
-                              life.operationCount(), operations - after));
-  }
-  if (auto const difference = Picture::difference(pictureOf(place_.chip, place_.hardware), cold_);
-      !difference.empty())
-    throw Fault(when + ": not what a cold start gives: " + difference);
-  ++deaths_;
+  auto const before = livingObjects();
+  auto const& start = starts_[below(starts_.size(), random)];
+  auto const after = below(start.operations + 1, random);
+  auto when =
+      fmt::format("large, {}, after operation {} of {}", start.name, after, start.operations);
+  start.hardware.restoreTo(place_.hardware);
+  die(start, after, when);
+  auto const left = start.operations - after;
+  auto const second = below(left + 1, random);
+  when += fmt::format(", then after {}", second);
+  die(start, second, when);
+  auto const operations = recovered(start, when);
+  if (operations + second > left + 4 * mostOfOneBlock)
+    throw Fault(fmt::format("{}: {} operations were to come, and two agents made {}", when, left,
+                            operations + second));
+  deaths_ += 2;
+  checkNothingLeaked(before);
 }
 
 }  // namespace Endurance

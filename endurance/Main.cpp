@@ -4,13 +4,16 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
 
 #include "agent/Failure.h"
 #include "endurance/Trials.h"
+
+#ifdef __SANITIZE_ADDRESS__
+extern "C" void __sanitizer_set_death_callback(void (*callback)());
+#endif
 
 namespace Endurance {
 namespace {
@@ -23,6 +26,7 @@ struct Command {
   char const* trials;  ///< what they are called
   U64 count;           ///< unless one is given
   Summary (*run)(Trials const&);
+  bool isSequence = false;  ///< a trial goes on where the one before it ended
 };
 
 constexpr Command commands[] = {
@@ -32,27 +36,34 @@ constexpr Command commands[] = {
     {"acknowledgements", "A chip that loses, doubles, delays and reorders what it tells",
      "schedules", 100'000, &acknowledgements},
     {"soak", "Changes, failures, full tables, bad acknowledgements and restarts, for long",
-     "epochs", 1'000'000, &soak},
+     "epochs", 1'000'000, &soak, true},
     {"watchers", "Trees of watchers that commit, remove, drop handles, subscribe and unsubscribe",
      "trees", 1'000'000, &watchers},
 };
 
 Clock::time_point started;
-std::atomic<U64> current;
-char const* chosen = "";
-U64 chosenSeed = 0;
+U64 current = 0;
+Command const* chosen = nullptr;
+Trials given;
 
 std::string repetition() {
+  auto const first = chosen->isSequence ? given.first : current;
   return fmt::format(
-      "dlb-endurance: that was trial {0}; again: dlb-endurance {1} --seed {2} "
-      "--first {0} --count 1\n",
-      current.load(), chosen, chosenSeed);
+      "dlb-endurance: that was trial {}; again: dlb-endurance {} --seed {} "
+      "--first {} --count {}\n",
+      current, chosen->name, given.seed, first, current - first + 1);
 }
 
-/// An assertion or a sanitizer stops the process where it finds something.
-void onAbort(int) {
+void tellRepetition() {
   auto const text = repetition();
   static_cast<void>(!::write(STDERR_FILENO, text.data(), text.size()));
+}
+
+/// An assertion, a fault of the machine or a sanitizer stops the process where it finds something.
+void onSignal(int signal) {
+  std::signal(signal, SIG_DFL);
+  tellRepetition();
+  std::raise(signal);
 }
 
 class Folder {
@@ -75,13 +86,19 @@ class Folder {
 };
 
 int run(Command const& command, Trials trials) {
-  Folder const folder;
-  trials.folder = folder.path;
-  chosen = command.name;
-  chosenSeed = trials.seed;
+  chosen = &command;
+  given = trials;
+  current = trials.first;
   started = Clock::now();
-  std::signal(SIGABRT, &onAbort);
+  std::signal(SIGABRT, &onSignal);
+#ifdef __SANITIZE_ADDRESS__
+  __sanitizer_set_death_callback(&tellRepetition);
+#else
+  for (auto const signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL}) std::signal(signal, &onSignal);
+#endif
   try {
+    Folder const folder;
+    trials.folder = folder.path;
     auto const summary = command.run(trials);
     std::chrono::duration<double> const seconds = Clock::now() - started;
     fmt::print("{}: {} from number {} on, seed {}, {:.1f} s\n", command.name, command.trials,

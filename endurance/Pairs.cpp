@@ -1,7 +1,7 @@
-// Warm equals cold: from the hardware that a run of one configuration left, a run of another ends where that
-// would end on empty hardware, and touches only what differs.
+// Warm equals cold: from the hardware that a run of one configuration left, a run of another ends where
+// that would end on empty hardware, and touches only what differs.
 //
-// Three things show that. No operation finds a row as it leaves it. What is the same in both
+// Three things show that. No row that ends as it began has met an operation. What is the same in both
 // configurations, down to the last thing that it needs, keeps its place. A further run makes no operation.
 
 #include <fmt/format.h>
@@ -118,6 +118,8 @@ class Pair {
       done = {placesOf(life.session, wanted.chain()), life.operationCount()};
       journal = life.session.chip().journal(done.operations);
     }
+    if (journal.size() != done.operations)
+      throw Fault(when + ": more operations than the journal keeps");
     before.checkNeeded(journal, Image(place_.hardware), when);
     return done;
   }

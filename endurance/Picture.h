@@ -1,8 +1,8 @@
 // What a hardware file holds: byte by byte, and as traffic sees it.
 //
-// A picture tells nothing of which index a thing lies at, if it is up to the tables to choose it: what points at a row
-// is told with what the row says. Two hardwares of equal pictures forward alike, and hold nothing that the
-// other does not.
+// A picture tells nothing of which index a thing lies at, if it is up to the tables to choose it: what
+// points at a row is told with what the row says. Two hardwares of equal pictures forward alike, and hold
+// nothing that the other does not.
 
 #pragma once
 
@@ -31,7 +31,7 @@ class Image {
   using RowVisitor =
       std::function<void(std::string_view table, U64 row, std::span<U8 const> bytes)>;
   void forEachRow(RowVisitor const& visitor) const;
-  /// Throws a `Fault` if one of the operations was on a row that is `after` them as it was here before them.
+  /// Throws a `Fault` if one of the operations was on a row that is `after` them as it was here.
   void checkNeeded(std::vector<Asic::Chip::JournalEntry> const& operations, Image const& after,
                    std::string const& when) const;
 

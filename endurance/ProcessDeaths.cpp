@@ -32,7 +32,7 @@ DlbAgent::Configuration ProcessDeaths::written(std::string const& file, U64 seed
 
 int ProcessDeaths::agent(std::string const& arguments) const {
   auto const command =
-      fmt::format("cd {} && exec " DLB_AGENT_BINARY " --chip {} --hardware {} {} >out 2>&1",
+      fmt::format("cd '{}' && exec '" DLB_AGENT_BINARY "' --chip {} --hardware '{}' {} >out 2>&1",
                   folder_, place_.chip, place_.hardware, arguments);
   int const status = std::system(command.c_str());
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);

@@ -1,10 +1,10 @@
-// A long life, epoch by epoch, on one hardware: agents that go through hundreds of changes, more entries than the
-// tables have room for, next hops and groups that the chip refuses, acknowledgements that are late, doubled or
-// lost, restarts in between.
+// A long life, epoch by epoch, on one hardware: agents that go through hundreds of changes, more entries
+// than the tables have room for, next hops and groups that the chip refuses, acknowledgements that are
+// late, doubled or lost, restarts in between.
 //
-// At the end of each epoch a new agent on a chip that behaves is asked for a fixed configuration, reaches it through
-// a few hundred changes of its own, and must then hold exactly the objects that such an agent held the first time, and the
-// hardware exactly what a cold start gives.
+// At the end of each epoch a new agent on a chip that behaves is asked for a fixed configuration, and
+// reaches it through a hundred changes of its own. It must then hold exactly the objects that such an
+// agent held the first time, and the hardware exactly what a cold start gives.
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -60,7 +60,8 @@ class Soak {
         fmt::format("{} entries found no place or no end on the way, each told why", unfinished_),
         fmt::format("{} KiB resident after the first epoch, {} KiB now", firstKiB_, residentKiB())};
     for (auto const& [type, count] : first_)
-      lines.push_back(fmt::format("{} objects of {}, {} at first", last_.at(type), type, count));
+      lines.push_back(fmt::format("{} objects of {}, {} at first",
+                                  last_.contains(type) ? last_.at(type) : 0, type, count));
     return lines;
   }
 

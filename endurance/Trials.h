@@ -1,7 +1,8 @@
 // What every command here is given, and what it gives back.
 //
-// A command makes trials with the numbers `first` to `first + count - 1`. What a trial does follows from the
-// seed and its number alone, so that a trial that finds something can be made again by itself.
+// A command makes trials with the numbers `first` to `first + count - 1`. What a trial draws follows from
+// the seed and its number alone, so that one that finds something can be made again by itself. (A soak is
+// one long life: there all from the first on are made again.)
 
 #pragma once
 

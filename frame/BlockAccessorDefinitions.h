@@ -179,6 +179,7 @@ bool BlockAccessor<T>::adoptSuggestion(EntryHandle& handle, Index index) {
         ", key:", key, ", hwIndex:", index);
   if (!reconcileUsingHwIndex(key, index, Compare::yes)) return false;
   swTable_->updateStatistic(ReconciliationStatus::reconcileMatched);
+  handle.writeBegins();
   handle.trackedIs(true);
   handle.hwIndexIs(index);
   handle.resolvedEntryStateIs(EntryState::indexReconciled);

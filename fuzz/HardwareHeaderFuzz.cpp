@@ -251,8 +251,9 @@ class Target {
   enum Flags : U8 { remakeChecksum = 1, cutOff = 2, addTo = 4, allAreRead = 128 };
   enum class Region : U8 { head, journalState, record, rows };
 
-  /// FLAGS (and above them how far the file is cut), then patches: REGION and length, NUMBER, OFFSET (two bytes), BYTES. What the number and
-  /// the offset count from depends on the region; what lies outside of it begins at its start again.
+  /// FLAGS (and above them how far the file is cut), then patches: REGION and length, NUMBER, OFFSET (two
+  /// bytes), BYTES. What the number and the offset count from depends on the region; what lies outside of
+  /// it begins at its start again.
   void damage(std::span<U8 const> input) {
     auto const take = [&] {
       U8 const byte = input.empty() ? U8{0} : input.front();

@@ -1,5 +1,5 @@
 // The sources of the simulated chip make two chips: "sim", and "simlet", which has a fraction of the rows.
-// Who opens and reads a chip ten thousand times waits for the latter no longer than for the tables.
+// Who opens and reads a chip ten thousand times waits for it no longer than for the tables.
 
 #pragma once
 

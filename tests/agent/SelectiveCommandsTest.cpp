@@ -153,6 +153,8 @@ TEST_F(SelectiveCommandsTest, aChangeWithoutARestartMayBeCutShortAnywhere) {
     json("run other.json" + strict);
     ASSERT_EQ(agent("check other.json").code, 0) << n;
   }
+  EXPECT_THAT(agent("run other.json --then other.json" + strict).out,
+              HasSubstr("Then changed to \"other.json\": 0 hardware writes, 0 hardware deletes."));
   EXPECT_EQ(agent("run " + chain + " --then none.json --hardware new.sim").code, 1);
   EXPECT_FALSE(exists("new.sim")) << "all configurations are read before anything is opened";
 }
