@@ -305,8 +305,9 @@ class FollowedTable {
 
   void needWhole(Chain const& chain, U64 now, char const* what, U32 number) {
     if (!chain.isWhole(now))
-      ground_.finding.add(audience.name, " key ", number, ": a change of ", what,
-                          chain.isWhole() ? " was not told" : " was told once too often, or not");
+      ground_.finding.add(
+          audience.name, " key ", number, ": a change of ", what,
+          chain.isBroken() ? " was told that was none, or out of order" : " was not told");
   }
   /// Each element is told when it comes and when it goes.
   template <class Handle>

@@ -130,21 +130,22 @@ class Chain {
     known_ = now;
   }
   void told(U64 former, U64 now) {
-    auto const count = owed_.size();
     seen(now);
     if (!owed_.empty() && isSame(owed_.back(), former))
       owed_.pop_back();
-    else if (owed_.size() == count)
-      owed_.push_back(known_);  // it took back what a change further out, not seen yet, had made
+    else
+      isBroken_ = true;
   }
-  /// Whether all was told, and the last that was told is what there is now.
-  bool isWhole(U64 now) const { return owed_.empty() && known_ == now; }
-  bool isWhole() const { return owed_.empty(); }
+  /// Whether each change was told once, and the last that was told is what there is now.
+  bool isWhole(U64 now) const { return isWhole() && known_ == now; }
+  bool isWhole() const { return owed_.empty() && !isBroken_; }
+  bool isBroken() const { return isBroken_; }
 
  private:
   static bool isSame(U64 a, U64 b) { return a == b || (a <= empty && b <= empty); }
 
   U64 known_ = 0;
+  bool isBroken_ = false;  ///< a former value was told that nobody had seen
   std::vector<U64> owed_;  ///< former values, the innermost change last
 };
 

@@ -2,7 +2,7 @@
 
 #include <fmt/core.h>
 
-#include <set>
+#include <numeric>
 
 #include "endurance/Trials.h"
 
@@ -44,16 +44,6 @@ WatchedWorld::~WatchedWorld() {
 template <class... Parts>
 void WatchedWorld::say(Parts const&... parts) const {
   if (isShown_) fmt::print(stderr, "{:{}}{}\n", "", 2 * depth_, Vell::concatenate(parts...));
-}
-
-/// From the top down.
-template <class Visitor>
-void WatchedWorld::forEachTable(Visitor visitor) {
-  visitor(*direct_);
-  visitor(*groups_);
-  visitor(*selectives_);
-  visitor(*members_);
-  visitor(*hops_);
 }
 
 // ---- phases ----
@@ -199,79 +189,71 @@ void WatchedWorld::mayAct() {
 }
 
 void WatchedWorld::act() {
-  // Some are drawn more often than others.
-  static constexpr std::array<U8, 29> lots{0, 0, 1, 2, 2,  3,  4,  5,  5,  6,  6,  7,  8,  8, 8,
-                                           8, 9, 9, 9, 10, 10, 11, 11, 11, 12, 12, 12, 13, 14};
-  auto const drawn = below(lots.size() + (isPurged_ ? 2 : 4));
-  auto const kind = drawn < lots.size() ? lots[drawn] : drawn < lots.size() + 2 ? 14 : 15;
+  auto const action = draw();
   if (depth_ != 0) forEachTable([](auto& at) { at.look(); });
   Hearing::Scope const scope(ground_.hearing);
-  if (!actOn(kind)) return;
+  if (!carryOut(action)) return;
   ++counts_.actions;
-  ++counts_.byKind[kind];
+  ++counts_.byKind[static_cast<std::size_t>(action)];
   ++counts_.byDepth[depth_];
 }
 
-bool WatchedWorld::actOn(U64 kind) {
-  bool const isSelective = below(2) != 0;
-  auto const onGroups = [&](auto action) {
-    isSelective ? action(*selectives_, keptSelectives) : action(*groups_, keptGroups);
-  };
-  auto const isThere = [](auto const& at) { return at->table != nullptr; };
-  bool const hasGroups = isSelective ? isThere(selectives_) : isThere(groups_);
-  switch (kind) {
-    case 0:
-    case 1:
-      return isThere(direct_) && (changeDirect(kind == 0), true);
-    case 2:
-    case 3:
-    case 4:
-      return isThere(hops_) && (changeHop(kind - 2), true);
-    case 5:
-    case 6:
-    case 7:
-      return isThere(members_) && isThere(hops_) && (changeBlock(kind - 5), true);
-    case 8:
-    case 9:
-    case 10:
-      if (!hasGroups) return false;
-      onGroups([&](auto& at, Kept kept) { changeGroup(at, kept, kind - 8); });
-      return true;
-    case 11:
-      dropHandle();
-      return true;
-    case 12:
-      subscribe();
-      return true;
-    case 13:
-      unsubscribe();
-      return true;
-    case 14:
-      if (!hasGroups) return false;
-      onGroups([&](auto& at, Kept) { acknowledge(at); });
-      return true;
-    default: {
-      U32 const number = static_cast<U32>(below(keys));
-      auto const suggestTo = [&](auto& at) { suggest(at, at.handle(number)); };
-      if (!hasGroups || !isThere(members_) || !isThere(hops_)) return false;
-      switch (below(4)) {
-        case 0:
-          suggestTo(*hops_);
-          break;
-        case 1:
-          suggestTo(*members_);
-          break;
-        default:
-          onGroups([&](auto& at, Kept) { suggestTo(at); });
-      }
-      return true;
-    }
-  }
+/// Some are drawn more often than others.
+Action WatchedWorld::draw() {
+  static constexpr std::array<U32, 16> shares{2, 1, 2, 1, 1, 2, 2, 1, 4, 3, 2, 3, 3, 1, 3, 2};
+  static constexpr auto all = std::accumulate(shares.begin(), shares.end(), 0u);
+  auto drawn = below(isPurged_ ? all - shares.back() : all);
+  U8 at = 0;
+  for (; drawn >= shares[at]; ++at) drawn -= shares[at];
+  return static_cast<Action>(at);
 }
 
-void WatchedWorld::changeDirect(bool commits) {
+bool WatchedWorld::carryOut(Action action) {
+  using enum Action;
+  auto const carry = [](bool isThere, auto change) {
+    if (isThere) change();
+    return isThere;
+  };
+  switch (action) {
+    case directCommit:
+    case directRemove:
+      return carry(direct_->table != nullptr, [&] { changeDirect(action); });
+    case hopCommit:
+    case hopReference:
+    case hopRemove:
+      return carry(hops_->table != nullptr, [&] { changeHop(action); });
+    case blockCommit:
+    case blockReference:
+    case blockRemove:
+      return carry(members_->table && hops_->table, [&] { changeBlock(action); });
+    case groupCommit:
+    case groupReference:
+    case groupRemove:
+      return onGroups([&](auto& at, Kept kept) { changeGroup(at, kept, action); });
+    case drop:
+      return this->drop(), true;
+    case subscribe:
+      return this->subscribe(), true;
+    case unsubscribe:
+      return this->unsubscribe(), true;
+    case acknowledge:
+      return onGroups([&](auto& at, Kept) { this->acknowledge(at); });
+    case suggest:
+      return this->suggest(), true;
+  }
+  return false;
+}
+
+/// On one of the two group tables, if it is there.
+template <class Change>
+bool WatchedWorld::onGroups(Change change) {
+  if (below(2) != 0) return selectives_->table && (change(*selectives_, keptSelectives), true);
+  return groups_->table && (change(*groups_, keptGroups), true);
+}
+
+void WatchedWorld::changeDirect(Action action) {
   auto const key = static_cast<U32>(below(keys));
-  if (commits) {
+  if (action == Action::directCommit) {
     auto const value = static_cast<U32>(1 + below(3));
     say("direct commit ", key, " ", value);
     wanted_[key] = value;
@@ -283,9 +265,9 @@ void WatchedWorld::changeDirect(bool commits) {
   }
 }
 
-void WatchedWorld::changeHop(U64 kind) {
+void WatchedWorld::changeHop(Action action) {
   auto const id = static_cast<U32>(below(keys));
-  if (kind == 0) {
+  if (action == Action::hopCommit) {
     auto const value = static_cast<U32>(1 + below(3));
     say("hop commit ", id, " ", value);
     auto const before = counts_.actions;
@@ -294,7 +276,7 @@ void WatchedWorld::changeHop(U64 kind) {
         (handle->entryType() != Type::committed || hops_->table->entry({.id = id}).port != value))
       ground_.finding.add("a next hop is not what was committed");
     if (below(4) == 0) keep(keptHops, handle);
-  } else if (kind == 1) {
+  } else if (action == Action::hopReference) {
     keep(keptHops, hop(id));
   } else {
     say("hop remove ", id);
@@ -320,18 +302,18 @@ auto WatchedWorld::block(U32 number) -> Zarn::Optional<Block> {
   return made;
 }
 
-void WatchedWorld::changeBlock(U64 kind) {
+void WatchedWorld::changeBlock(Action action) {
   auto const number = static_cast<U32>(below(keys));
   auto const made = block(number);
   if (!made || !members_->table) return;
   auto const before = counts_.actions;
-  if (kind == 0) {
+  if (action == Action::blockCommit) {
     say("block commit ", number);
     auto const handle = members_->table->entryBlockCommit(*made);
     if (before == counts_.actions && handle->entryType() != Type::committed)
       ground_.finding.add("a block was not committed");
     if (below(3) == 0) keep(keptBlocks, handle);
-  } else if (kind == 1) {
+  } else if (action == Action::blockReference) {
     say("block ref ", number);
     keep(keptBlocks, members_->table->entryBlockRef(*made));
   } else {
@@ -351,7 +333,7 @@ HandlePtr WatchedWorld::blockHandle(U32 number) {
 }
 
 template <class T>
-typename T::Entry WatchedWorld::groupEntry(FollowedTable<T>&) {
+typename T::Entry WatchedWorld::groupEntry() {
   auto entry = entryOf<T>({static_cast<U32>(1 + below(3)), 0});
   if constexpr (std::same_as<T, Selectives>)
     if (below(8) != 0)
@@ -360,11 +342,11 @@ typename T::Entry WatchedWorld::groupEntry(FollowedTable<T>&) {
 }
 
 template <class T>
-void WatchedWorld::changeGroup(FollowedTable<T>& at, Kept kept, U64 kind) {
+void WatchedWorld::changeGroup(FollowedTable<T>& at, Kept kept, Action action) {
   auto const number = static_cast<U32>(below(keys));
   auto const key = at.keyOf(number);
-  auto const isReference = kind == 1;
-  if (kind == 2) {
+  auto const isReference = action == Action::groupReference;
+  if (action == Action::groupRemove) {
     say(T::names.qualified, " remove ", number);
     auto const before = counts_.actions;
     at.table->entryRemove(key);
@@ -373,7 +355,7 @@ void WatchedWorld::changeGroup(FollowedTable<T>& at, Kept kept, U64 kind) {
       ground_.finding.add(T::names.qualified, ": a removed entry is still committed");
     return;
   }
-  auto const entry = groupEntry(at);
+  auto const entry = groupEntry<T>();
   if (!at.table) return;
   say(T::names.qualified, isReference ? " ref " : " commit ", number, " ", at.code(entry) % 16 - 2);
   auto const before = counts_.actions;
@@ -391,7 +373,7 @@ void WatchedWorld::changeGroup(FollowedTable<T>& at, Kept kept, U64 kind) {
 
 void WatchedWorld::keep(Kept kept, HandlePtr handle) { kept_[kept].push_back(std::move(handle)); }
 
-void WatchedWorld::dropHandle() {
+void WatchedWorld::drop() {
   auto& kept = kept_[below(kept_.size())];
   if (kept.empty()) return;
   auto const at = kept.begin() + static_cast<std::ptrdiff_t>(below(kept.size()));
@@ -468,181 +450,27 @@ void WatchedWorld::acknowledge(FollowedTable<T>& at) {
   hwTable->deliverWriteResponses();
 }
 
+/// Only while the table replays, and all those below it, who may be told in turn.
+void WatchedWorld::suggest() {
+  if (!selectives_->table || !groups_->table || !members_->table || !hops_->table) return;
+  auto const drawn = below(4);
+  if (drawn == 0)
+    suggestTo(*hops_);
+  else if (drawn == 1)
+    suggestTo(*members_);
+  else
+    onGroups([this](auto& at, Kept) { suggestTo(at); });
+}
+
 template <class T>
-void WatchedWorld::suggest(FollowedTable<T>& at, HandlePtr handle) {
+void WatchedWorld::suggestTo(FollowedTable<T>& at) {
+  auto const handle = at.handle(static_cast<U32>(below(keys)));
   if (!handle || at.table->configReplayComplete() || handle->entryState() != State::unresolved)
     return;
   Asic::IndexSet indices;
   for (U32 i = 0; i < 2; ++i) indices.insert(static_cast<U32>(below(MemoryChip<T>::room)));
   say("suggest to ", at.audience.name, " ", *indices.begin());
   Asic::SwTableBase::suggestIndicesToNeededEntryHandle(*handle, indices);
-}
-
-// ---- what must be true between actions ----
-
-void WatchedWorld::check() {
-  forEachTable([](auto& at) { at.isToldWhole(); });
-  for (auto const& each : ground_.handles)
-    if (!each.entryState.isWhole() || !each.resolvedState.isWhole())
-      ground_.finding.add(each.audience.name, ": a change of state was not told");
-  checkDirect();
-  checkHandles(*hops_, keptHops);
-  checkHandles(*members_, keptBlocks);
-  checkHandles(*groups_, keptGroups);
-  checkHandles(*selectives_, keptSelectives);
-  if (!isPurged_ || refuses_) return;
-  checkRows(*hops_);
-  checkRows(*members_);
-  checkRows(*groups_);
-  checkRows(*selectives_);
-}
-
-void WatchedWorld::checkDirect() {
-  for (U32 i = 0; i < keys; ++i) {
-    auto const held = direct_->table->resolvedEntry(i);
-    auto const& place = direct_->chip->at(i);
-    if (held.has_value() != wanted_[i].has_value() ||
-        (held && held->portLoadingWeight != *wanted_[i]))
-      ground_.finding.add("direct key ", i, " is not what was wanted last");
-    bool const isRow = held ? place.row == Zarn::Optional<Row>(rowOf<Direct>(*held)) : !place.used;
-    if (!isRow && (held || isPurged_))
-      ground_.finding.add("direct key ", i, ": the row is not the value");
-  }
-}
-
-template <class T>
-void WatchedWorld::checkHandles(FollowedTable<T>& at, Kept kept) {
-  auto const wrong = [&](U32 number, auto const&... parts) {
-    ground_.finding.add(at.audience.name, " key ", number, ": ", parts...);
-  };
-  if (at.table->operationInProgress()) wrong(0, "an operation is in progress");
-  using Handle = typename T::EntryHandle;
-  auto const needOwn = [&](AnyHandle const* held) {
-    auto const& handle = static_cast<Handle const&>(*held);
-    auto const number = at.numberOf(handle.key());
-    if (at.table->entryHandle(handle.key()).get() != held && handle.entryType() != Type::inDeletion)
-      wrong(number, "somebody holds a handle that its table does not have");
-  };
-  for (auto const& held : kept_[kept]) needOwn(held.get());
-  if constexpr (std::same_as<T, NextHops>)
-    for (U32 i = 0; i < keys; ++i)
-      if (auto const above = members_->handle(i))
-        above->key().forEach(
-            [&](auto, Members::Entry const& row) { needOwn(row.ecmpNextHopEntryHandle.get()); });
-  for (U32 i = 0; i < keys; ++i) {
-    auto const handle = at.handle(i);
-    bool const hasValue = at.valueNow(i) != 0;
-    if (!handle) {
-      if (hasValue || at.waits(i)) wrong(i, "an entry without a handle");
-      continue;
-    }
-    auto const type = handle->entryType();
-    auto const mine = std::count(kept_[kept].begin(), kept_[kept].end(), HandlePtr(handle));
-    auto uses = static_cast<U32>(mine) + 1;  // and the one here
-    if (type != Type::referenceOnly) ++uses;
-    if constexpr (std::same_as<T, Members>) uses += usesOf(handle.get());
-    if (std::same_as<T, NextHops> ? handle->useCount() < uses : handle->useCount() != uses)
-      wrong(i, handle->useCount() - 1, " uses instead of ", uses - 1);
-    if (handle->useCount() == 1) wrong(i, "nobody holds it");
-    if (type == Type::unset) wrong(i, "of no type");
-    if (handle->swTable() != at.table.get()) wrong(i, "not of its table");
-    if (at.waits(i) && handle->entryState() != State::unresolved &&
-        handle->entryState() != State::failedNeededEntry)
-      wrong(i, "waits in state ", handle->entryState());
-    if constexpr (isGroupTable<T>) checkStates(at, i);
-  }
-}
-
-template <class T>
-void WatchedWorld::checkStates(FollowedTable<T>& at, U32 number) {
-  auto const handle = at.handle(number);
-  auto const value = at.valueNow(number);
-  auto const type = handle->entryType();
-  auto const entry = handle->entryState(), resolved = handle->resolvedEntryState();
-  auto const wrong = [&](char const* what) {
-    ground_.finding.add(at.audience.name, " key ", number, ": ", what, " (type ", type, ", ", entry,
-                        ", ", resolved, ")");
-  };
-  if (value == 0 && !at.waits(number) && type != Type::referenceOnly)
-    wrong("a handle without an entry");
-  if (value == Chain::empty && resolved != State::inProgress) wrong("no value, and no write");
-  if (type == Type::inDeletion && (value != Chain::empty || at.waits(number) ||
-                                   entry != State::inProgress || resolved != State::inProgress))
-    wrong("in deletion");
-  if (type == Type::committed && !at.waits(number) && entry != resolved)
-    wrong("two states of one entry");
-  auto const key = at.keyOf(number);
-  auto const index = at.table->indexAllocator()->indexForKey(T::keyType(), &key);
-  auto const& shown = at.chip->at(index.isExhausted() ? 0 : index.value());
-  bool const isIn =
-      resolved == State::success ||
-      (!refuses_ && (resolved == State::inProgress || resolved == State::indexReconciled));
-  if (!isIn || value == 0) return;
-  auto const held = at.table->resolvedEntry(key);
-  if (index.isExhausted() || !shown.used || shown.row.has_value() != held.has_value() ||
-      (held && shown.row != Zarn::Optional<Row>(rowOf<T>(*held))))
-    wrong("the row is not the value");
-  if (resolved == State::success && !at.waits(number) && held &&
-      handle->pendingEntry().count() != 0 && !refuses_)
-    if (!(handle->pendingEntryFront() == *held)) wrong("in place, and former values are kept");
-}
-
-/// Uses of a block by groups: what waits, what is wanted, what a row may still show.
-U32 WatchedWorld::usesOf(AnyHandle const* block) {
-  U32 uses = 0;
-  auto const count = [&](Selectives::Entry const& entry) {
-    uses += entry.ecmpSecondaryBlockPtrHandle.get() == block;
-  };
-  std::set<AnyHandle const*> seen;
-  auto const countPending = [&](Selectives::EntryHandle const& handle) {
-    if (!seen.insert(&handle).second) return;
-    auto const& queue = handle.pendingEntry();
-    for (U32 i = 0; i < queue.count(); ++i) count(queue.at(queue.firstSequence() + i));
-  };
-  auto const& table = *selectives_->table;
-  for (U32 i = 0; i < keys; ++i) {
-    auto const key = selectives_->keyOf(i);
-    if (auto const record = table.unresolvedEntry(key)) {
-      count(record->entry());
-      if (record->entry().ecmpSecondaryBlockPtrHandle.get() == block)
-        uses += record->neededEntryHandleSms();
-    }
-    if (auto const value = table.resolvedEntry(key)) count(*value);
-    if (auto const handle = table.entryHandle(key)) countPending(*handle);
-  }
-  for (auto const& kept : kept_[keptSelectives])
-    countPending(static_cast<Selectives::EntryHandle const&>(*kept));
-  return uses;
-}
-
-/// Every row is an entry's, and holds what that one is.
-template <class T>
-void WatchedWorld::checkRows(FollowedTable<T>& at) {
-  U32 rows = 0, uses = 0;
-  for (U32 i = 0; i < keys; ++i) {
-    auto const handle = at.handle(i);
-    if (!handle || at.valueNow(i) == 0) continue;
-    auto const& key = handle->key();
-    auto const index = at.table->indexAllocator()->indexForKey(T::keyType(), &key);
-    if (index.isExhausted()) continue;
-    auto const size = T::blockSizeOf(key);
-    uses += size;
-    for (U32 row = index.value(); row < index.value() + size; ++row) rows += at.chip->at(row).used;
-    if constexpr (!isGroupTable<T>) {
-      auto const wanted = at.table->resolvedRows(key);
-      for (U32 row = 0; row < size; ++row)
-        if (at.chip->at(index.value() + row).row !=
-            Zarn::Optional<Row>(rowOf<T>(wanted.entry(row))))
-          ground_.finding.add(at.audience.name, " key ", i, ": the row is not the value");
-    }
-  }
-  auto const tracked = Asic::IndexUserTracker::Stub::tracker(*at.table->hwTable()).indices();
-  if (at.chip->rows() != rows || tracked != rows)
-    ground_.finding.add(at.audience.name, ": ", at.chip->rows(), " rows, ", tracked,
-                        " in the tracker, ", rows, " of entries");
-  auto const used = at.table->indexAllocator()->totalUsedIndices();
-  if (isGroupTable<T> ? used < uses : used != uses)
-    ground_.finding.add(at.audience.name, ": ", used, " indices used, ", uses, " by entries");
 }
 
 }  // namespace Endurance

@@ -9,9 +9,30 @@
 
 namespace Endurance {
 
+/// What watchers, hooks and the outside do.
+enum class Action : U8 {
+  directCommit,
+  directRemove,
+  hopCommit,
+  hopReference,
+  hopRemove,
+  blockCommit,
+  blockReference,
+  blockRemove,
+  groupCommit,
+  groupReference,
+  groupRemove,
+  drop,
+  subscribe,
+  unsubscribe,
+  acknowledge,
+  suggest,
+};
+
 /// What the trials come to.
 struct WatchCounts {
   static constexpr U32 mostDepth = 8;
+  /// By `Action`.
   static constexpr std::array names{
       "direct commits",    "direct removals",  "next hop commits", "next hop references",
       "next hop removals", "block commits",    "block references", "block removals",
@@ -43,8 +64,15 @@ class WatchedWorld {
   U64 below(U64 bound) { return ground_.below(bound); }
   template <class... Parts>
   void say(Parts const&... parts) const;
+  /// From the top down.
   template <class Visitor>
-  void forEachTable(Visitor visitor);
+  void forEachTable(Visitor visitor) {
+    visitor(*direct_);
+    visitor(*groups_);
+    visitor(*selectives_);
+    visitor(*members_);
+    visitor(*hops_);
+  }
 
   // ---- phases ----
 
@@ -60,23 +88,28 @@ class WatchedWorld {
   /// Whoever hears of something may act.
   void mayAct();
   void act();
-  bool actOn(U64 kind);
-  void changeDirect(bool commits);
-  void changeHop(U64 kind);
-  void changeBlock(U64 kind);
+  Action draw();
+  /// False if the table is there no more.
+  bool carryOut(Action action);
+  template <class Change>
+  bool onGroups(Change change);
+  void changeDirect(Action action);
+  void changeHop(Action action);
+  void changeBlock(Action action);
   template <class T>
-  void changeGroup(FollowedTable<T>& at, Kept kept, U64 kind);
+  void changeGroup(FollowedTable<T>& at, Kept kept, Action action);
   template <class T>
-  typename T::Entry groupEntry(FollowedTable<T>& at);
+  typename T::Entry groupEntry();
   void keep(Kept kept, HandlePtr handle);
-  void dropHandle();
+  void drop();
   void subscribe();
   void unsubscribe();
   void watch(Vell::Publisher& publisher, Audience& audience, U32 field);
   template <class T>
   void acknowledge(FollowedTable<T>& at);
   template <class T>
-  void suggest(FollowedTable<T>& at, HandlePtr handle);
+  void suggestTo(FollowedTable<T>& at);
+  void suggest();
   HandlePtr hop(U32 id);
   Zarn::Optional<Block> block(U32 number);
   HandlePtr blockHandle(U32 number);
