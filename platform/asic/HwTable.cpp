@@ -19,15 +19,15 @@ constexpr Vell::TypeData const* types[] = {&hwTableType, &chipType, &readRespons
                                            &writeResponseSmType};
 constinit Vell::ModuleInspectData module("AsicHardware", types);
 
-/// Hands what has been taken by now to the machine that is active at that moment, if `isReady(machine)`,
-/// by `handle(machine, response)`, which tells whether the response was of use.
-template <class Response, class Machine, class Ready, class Handle>
+/// Hands what has been taken by now to the machine that is active at that moment, if it is ready, by
+/// `handle(machine, response)`, which tells whether the response was of use.
+template <class Response, class Machine, class Handle>
 U64 deliver(HwTable& hwTable, std::deque<Response>& responses, Machine* const& active,
-            Ready const& isReady, Handle const& handle) {
+            Handle const& handle) {
   Vell::Ptr<HwTable> const held(&hwTable);
   U64 delivered = 0;
   // What comes meanwhile waits for the next time: a handler may ask again and again.
-  for (auto left = responses.size(); left > 0 && active && isReady(*active) && !responses.empty();
+  for (auto left = responses.size(); left > 0 && active && active->isReady() && !responses.empty();
        --left) {
     auto const response = std::move(responses.front());
     responses.pop_front();
@@ -58,19 +58,15 @@ void HwTable::writesOvertaken(Index index) {
 }
 
 U64 HwTable::deliverReadResponses() {
-  return deliver(
-      *this, readResponses_, readResponseSm_, [](ReadResponseSm&) { return true; },
-      [](ReadResponseSm& machine, ReadResponse const& response) {
-        machine.handleReadResponse(response);
-        return true;
-      });
+  return deliver(*this, readResponses_, readResponseSm_,
+                 [](ReadResponseSm& machine, ReadResponse const& response) {
+                   machine.handleReadResponse(response);
+                   return true;
+                 });
 }
 
 U64 HwTable::deliverWriteResponses() {
-  auto const isBetweenOperations = [](WriteResponseSm const& machine) {
-    return !machine.swTable() || !machine.swTable()->operationInProgress();
-  };
-  return deliver(*this, writeResponses_, writeResponseSm_, isBetweenOperations,
+  return deliver(*this, writeResponses_, writeResponseSm_,
                  [this](WriteResponseSm& machine, WriteResponse const& response) {
                    // Number 0 is no write.
                    if (response.write == 0 || newestWrite(response.index) != response.write)

@@ -18,7 +18,7 @@ void ReadResponseSm::leave(HwTable& hwTable) {
 
 void ReadResponseSm::handleReadResponse(ReadResponse const& response) {
   Vell::Ptr<SwTable> const table(swTable());  // the client's handler may drop the last use
-  Vell::Ptr<SwTable::Util> const util(table->util());
+  Vell::Ptr<SwTable::Util> const util(table ? table->util() : nullptr);
   if (!util) return;
   if (response.idx == ReadResponse::endOfRead)
     util->doNotifyReadResponseAll(*table, response.transactionId);

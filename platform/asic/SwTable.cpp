@@ -1,7 +1,7 @@
 #include "platform/asic/SwTable.h"
 
-#include "platform/asic/ReadResponseSm.h"
-#include "platform/asic/WriteResponseSm.h"
+#include "platform/asic/ResponseSm.h"
+#include "platform/asic/WriteResponse.h"
 
 namespace Asic {
 namespace {
@@ -14,12 +14,7 @@ std::string mountPath(std::string_view what, Vell::ZarnType type, Vell::String c
 
 // A response machine holds no use of its table, and others may hold the machine.
 SwTable::~SwTable() {
-  if (!hwTable_) return;
-  auto const end = [this](ResponseSm* machine) {
-    if (machine && machine->swTable() == this) machine->swTableGone();
-  };
-  end(hwTable_->readResponseSm());
-  end(hwTable_->writeResponseSm());
+  while (responseSms_) responseSms_->swTableGone();
 }
 
 void SwTable::doCreateHwTable() {

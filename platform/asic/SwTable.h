@@ -32,6 +32,8 @@
 
 namespace Asic {
 
+class ResponseSm;
+
 /// Which chip of a switch a hardware table belongs to.
 struct UnitId {
   U32 value = 0;
@@ -141,7 +143,10 @@ class SwTable : public SwTableBase {
   ~SwTable() override;
 
  private:
+  friend class ResponseSm;
+
   Vell::String name_;
+  ResponseSm* responseSms_ = nullptr;  ///< the first of those that were made for this table
   Vell::Ptr<HwTable> hwTable_;
   Vell::Ptr<Chip> chip_;
   Vell::Ptr<Util> util_;

@@ -22,9 +22,14 @@ void WriteResponseSm::leave(HwTable& hwTable) {
   if (hwTable.writeResponseSm() == this) hwTable.writeResponseSmIs(nullptr);
 }
 
+// In the midst of an operation an answer could be taken for that of a write which is yet to come.
+bool WriteResponseSm::isReady() const {
+  return ResponseSm::isReady() && !swTable()->operationInProgress();
+}
+
 void WriteResponseSm::handleWriteResponse(WriteResponse const& response) {
   Vell::Ptr<SwTable> const table(swTable());  // a watcher of the state may drop the last use
-  Vell::Ptr<SwTable::Util> const util(table->util());
+  Vell::Ptr<SwTable::Util> const util(table ? table->util() : nullptr);
   if (util) util->doNotifyWriteResponse(*table, response.index, response.outcome);
 }
 

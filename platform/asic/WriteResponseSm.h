@@ -23,6 +23,7 @@ class WriteResponseSm final : public ResponseSm {
   static Vell::Ptr<WriteResponseSm> WriteResponseSmIs(SwTable* swTable);
   ~WriteResponseSm() override;
   Vell::ZarnType typeData() const override;
+  bool isReady() const override;
 
   /// Brings one acknowledgement to the hooks of the table.
   void handleWriteResponse(WriteResponse const& response);
