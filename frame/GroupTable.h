@@ -19,6 +19,7 @@
 #include "frame/ResolvedEntries.h"
 #include "frame/SwBlockTable.h"
 #include "frame/TableReflection.h"
+#include "platform/asic/ResponseSmHolder.h"
 #include "platform/asic/WriteResponseSm.h"
 
 namespace Asic {
@@ -92,9 +93,11 @@ class GroupTable : public HandleTable<T, Sheet>, public ResolvedEntries<T, Sheet
   // For the generic logic.
 
   /// The response machine of that table, made and made active if it is not there.
-  Vell::Ptr<WriteResponseSm> writeResponseSmIs(T* swTable);
+  Vell::Ptr<WriteResponseSm> writeResponseSmIs(T* swTable) {
+    return writeResponseSm_.machineIs(swTable);
+  }
   /// Takes the machine out, inactive, and gives it; null if there was none.
-  Vell::Ptr<WriteResponseSm> writeResponseSmDel();
+  Vell::Ptr<WriteResponseSm> writeResponseSmDel() { return writeResponseSm_.machineDel(); }
   /// Runs the hardware logic for the key anew.
   void handleEntry(Key key);
 
@@ -131,7 +134,8 @@ class GroupTable : public HandleTable<T, Sheet>, public ResolvedEntries<T, Sheet
   ~GroupTable() override = default;
 
  private:
-  Vell::Ptr<WriteResponseSm> writeResponseSm_;
+  ResponseSmHolder<WriteResponseSm, &WriteResponseSm::WriteResponseSmIs> writeResponseSm_{
+      *this, writeResponseSmField};
 };
 
 }  // namespace Asic

@@ -73,25 +73,4 @@ auto GroupTable<T, Sheet>::getEntryHandle(Index index) -> Vell::Ptr<SwTableBase:
   return this->entryHandle(*key);
 }
 
-template <class T, class Sheet>
-auto GroupTable<T, Sheet>::writeResponseSmIs(T* swTable) -> Vell::Ptr<WriteResponseSm> {
-  if (writeResponseSm_ && writeResponseSm_->swTable() == swTable) return writeResponseSm_;
-  auto const made = WriteResponseSm::WriteResponseSmIs(swTable);
-  auto const previous = std::exchange(writeResponseSm_, made);
-  if (previous) previous->swTableGone();  // whoever holds it may hold it longer than the table is
-  SwTable::publisher()->publishChangeRecursive(writeResponseSmField, nullptr, &previous, nullptr);
-  if (writeResponseSm_ == made) made->hasNotificationActiveIs(true);  // nobody took it away
-  return made;
-}
-
-template <class T, class Sheet>
-auto GroupTable<T, Sheet>::writeResponseSmDel() -> Vell::Ptr<WriteResponseSm> {
-  auto const removed = std::exchange(writeResponseSm_, nullptr);
-  if (!removed) return nullptr;
-  SwTable::publisher()->publishChangeRecursive(writeResponseSmField, nullptr, &removed, nullptr);
-  removed->hasNotificationActiveIs(false);
-  removed->swTableGone();
-  return removed;
-}
-
 }  // namespace Asic

@@ -20,7 +20,7 @@ DlbEcmpFlowsetTableRead::DlbEcmpFlowsetTableRead() : SwKnownIndexTable(Vell::Str
 // The machine first, so that no answer comes while the requests go.
 DlbEcmpFlowsetTableRead::~DlbEcmpFlowsetTableRead() {
   nodeFlagSet(freedAtZeroFlag, false);
-  if (auto const machine = readResponseSmDel()) machine->swTableGone();
+  readResponseSmDel();
 }
 
 DlbEcmpFlowsetTableRead::Util* DlbEcmpFlowsetTableRead::util() const {
@@ -181,29 +181,6 @@ void DlbEcmpFlowsetTableRead::entryDelAll() {
   }
   for (Zarn::HashMap2018IteratorGeneric at(entry_); at; at.advance())
     entryDel(at.currNodeMaybeStale()->key());
-}
-
-// ---- the response machine ----
-
-auto DlbEcmpFlowsetTableRead::readResponseSmIs(Asic::SwTable* swTable)
-    -> Vell::Ptr<Asic::ReadResponseSm> {
-  if (readResponseSm_ && readResponseSm_->swTable() == swTable) return readResponseSm_;
-  Vell::Ptr<SwTable> const held(this);
-  auto const made = Asic::ReadResponseSm::ReadResponseSmIs(swTable);
-  auto const previous = std::exchange(readResponseSm_, made);
-  if (previous) previous->hasNotificationActiveIs(false);
-  publisher()->publishChangeRecursive(readResponseSmField, nullptr, &previous, nullptr);
-  if (readResponseSm_ == made) made->hasNotificationActiveIs(true);  // no watcher took it away
-  return made;
-}
-
-auto DlbEcmpFlowsetTableRead::readResponseSmDel() -> Vell::Ptr<Asic::ReadResponseSm> {
-  auto const previous = std::exchange(readResponseSm_, nullptr);
-  if (!previous) return nullptr;
-  Vell::Ptr<SwTable> const held(this);
-  publisher()->publishChangeRecursive(readResponseSmField, nullptr, &previous, nullptr);
-  previous->hasNotificationActiveIs(false);
-  return previous;
 }
 
 // ---- what the framework calls ----

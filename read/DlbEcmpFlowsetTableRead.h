@@ -44,6 +44,7 @@
 #include "frame/UtilLoader.h"
 #include "frame/Variants.h"
 #include "platform/asic/ReadResponseSm.h"
+#include "platform/asic/ResponseSmHolder.h"
 #include "platform/asic/SwTable.h"
 #include "platform/bruvel/Slab.h"
 #include "platform/zarn/Optional.h"
@@ -152,9 +153,11 @@ class DlbEcmpFlowsetTableRead final : public Asic::SwKnownIndexTable,
 
   /// The response machine for that table: the one that is there, or a new active one in the place
   /// of another table's.
-  Vell::Ptr<Asic::ReadResponseSm> readResponseSmIs(Asic::SwTable* swTable);
+  Vell::Ptr<Asic::ReadResponseSm> readResponseSmIs(Asic::SwTable* swTable) {
+    return readResponseSm_.machineIs(swTable);
+  }
   /// Takes the response machine away and gives it; null if there was none.
-  Vell::Ptr<Asic::ReadResponseSm> readResponseSmDel();
+  Vell::Ptr<Asic::ReadResponseSm> readResponseSmDel() { return readResponseSm_.machineDel(); }
   Asic::ReadResponseSm* readResponseSm() const { return readResponseSm_.get(); }
 
   // What the framework calls.
@@ -176,7 +179,8 @@ class DlbEcmpFlowsetTableRead final : public Asic::SwKnownIndexTable,
   // Requests go before indices when the table goes.
   EntryMap entry_{1, false};
   ReadRequestMap readRequest_;
-  Vell::Ptr<Asic::ReadResponseSm> readResponseSm_;
+  Asic::ResponseSmHolder<Asic::ReadResponseSm, &Asic::ReadResponseSm::ReadResponseSmIs>
+      readResponseSm_{*this, readResponseSmField};
 };
 
 /// What a client asked for.

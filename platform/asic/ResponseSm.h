@@ -32,8 +32,6 @@ class ResponseSm : public Vell::Node {
   /// Takes the answers of the hardware table that `swTable` has now, or stops taking them. Nothing
   /// without a table or without hardware.
   void hasNotificationActiveIs(bool active);
-  /// The end of the table, or of the machine.
-  void swTableGone();
   /// Whether an answer can be brought to the table now.
   virtual bool isReady() const;
 
@@ -46,6 +44,8 @@ class ResponseSm : public Vell::Node {
   /// Takes, or gives up, the hardware table's place for machines of this kind.
   virtual void enter(HwTable& hwTable) = 0;
   virtual void leave(HwTable& hwTable) = 0;
+  /// The end of the table, or of the machine.
+  void swTableGone();
 
   SwTable* swTable_;
   ResponseSm* next_ = nullptr;       ///< of the same table

@@ -312,31 +312,6 @@ TEST_F(FlowsetReadTest, HooksMayDropTheTableThatAsksThem) {
   EXPECT_EQ(table_, nullptr);
 }
 
-TEST_F(FlowsetReadTest, AMachineThatOutlivesItsTableDeliversNothing) {
-  auto const other = TessarLoadBalance::dlbEcmpFlowsetTableReadFactory();
-  auto const machineOfTable = other->readResponseSmIs(table_.get());
-  EXPECT_TRUE(machineOfTable->hasNotificationActive());
-  table_ = nullptr;
-  post(1, 1);
-  EXPECT_EQ(hwTable_->deliverReadResponses(), 0u);
-  machineOfTable->hasNotificationActiveIs(true);
-  EXPECT_FALSE(machineOfTable->hasNotificationActive());
-
-  // Made again by a watcher of the table's own end.
-  table_ = TessarLoadBalance::dlbEcmpFlowsetTableReadFactory();
-  table_->hwTableIs(hwTable_);
-  table_->doInitComplete();
-  Vell::Ptr<Asic::ReadResponseSm> kept;
-  auto* const table = table_.get();
-  auto const watching = table->publisher()->watch(Table::readResponseSmField, [&](auto&) {
-    if (!kept) kept = table->readResponseSmIs(table);
-  });
-  table_ = nullptr;
-  ASSERT_TRUE(kept);
-  EXPECT_FALSE(kept->hasNotificationActive());
-  EXPECT_EQ(hwTable_->deliverReadResponses(), 0u);
-}
-
 TEST_F(FlowsetReadTest, AHandlerThatReadsOnKeepsNoDeliveryGoing) {
   table_->doInitComplete();
   U32 called = 0;
@@ -351,26 +326,6 @@ TEST_F(FlowsetReadTest, AHandlerThatReadsOnKeepsNoDeliveryGoing) {
   EXPECT_EQ(hwTable_->deliverReadResponses(), 1u);
   EXPECT_EQ(hwTable_->deliverReadResponses(), 1u);
   EXPECT_EQ(called, 2u);
-}
-
-TEST_F(FlowsetReadTest, TheMachineIsOnePerTableAndTellsItsChanges) {
-  std::vector<std::string> events;
-  auto const watching = watch(events);
-  auto const other = TessarLoadBalance::dlbEcmpFlowsetTableReadFactory();
-  auto const first = table_->readResponseSmIs(table_.get());
-  EXPECT_TRUE(first->hasNotificationActive());
-  EXPECT_EQ(table_->readResponseSmIs(table_.get()), first);
-  EXPECT_THAT(std::exchange(events, {}), ElementsAre("machine, before: 0"));
-  auto const second = table_->readResponseSmIs(other.get());
-  EXPECT_NE(second, first);
-  EXPECT_FALSE(second->hasNotificationActive()) << "the other table has no hardware";
-  EXPECT_EQ(table_->readResponseSmDel(), second);
-  EXPECT_EQ(table_->readResponseSmDel(), nullptr);
-  EXPECT_THAT(events, ElementsAre("machine, before: 1", "machine, before: 1"));
-
-  table_->hwTableIs(nullptr);
-  table_->doInitComplete();
-  EXPECT_EQ(table_->readResponseSm(), nullptr) << "no hardware, no way for answers";
 }
 
 TEST_F(FlowsetReadTest, TracesAndLimitsReadToTheLetter) {
