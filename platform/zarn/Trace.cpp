@@ -1,6 +1,8 @@
 #include "platform/zarn/Trace.h"
 
 #include <cstdio>
+#include <memory>
+#include <utility>
 #include <vector>
 
 namespace Zarn {
@@ -17,8 +19,9 @@ std::vector<LevelSetting>& settings() {
   static auto& all = *new std::vector<LevelSetting>;
   return all;
 }
-TraceHandle::Sink& sink() {
-  static auto& current = *new TraceHandle::Sink;
+/// Shared with the line that is being written: a sink may be replaced while it runs, by itself too.
+std::shared_ptr<TraceHandle::Sink const>& sink() {
+  static auto& current = *new std::shared_ptr<TraceHandle::Sink const>;
   return current;
 }
 constinit TraceHandle* firstHandle = nullptr;
@@ -45,16 +48,23 @@ TraceHandle::~TraceHandle() {
 }
 
 void TraceHandle::levelsIs(std::string_view name, U32 mask) {
-  settings().push_back({std::string(name), mask});
+  LevelSetting setting{std::string(name), mask};
+  std::erase_if(settings(), [&](auto const& earlier) { return earlier.name == setting.name; });
+  settings().push_back(
+      std::move(setting));  // the last: where several mean a handle, the newest holds
   for (auto* handle = firstHandle; handle; handle = handle->next_)
     if (means(name, handle->name_)) handle->enabled_ = mask;
 }
 
-void TraceHandle::sinkIs(Sink newSink) { sink() = std::move(newSink); }
+void TraceHandle::sinkIs(Sink newSink) {
+  // The former one ends when the new one is in place: its end may call back.
+  auto const former =
+      std::exchange(sink(), newSink ? std::make_shared<Sink const>(std::move(newSink)) : nullptr);
+}
 
 void TraceHandle::emit(std::string const& line) {
-  if (sink())
-    sink()(line);
+  if (auto const current = sink())
+    (*current)(line);
   else
     std::fprintf(stderr, "%s\n", line.c_str());
 }

@@ -42,9 +42,10 @@ class TraceHandle {
   }
 
   /// Sets the levels of all handles of that name, bit n for level n. A name without "::" also means
-  /// the handles whose qualified name ends in it.
+  /// the handles whose qualified name ends in it. Where several settings mean a handle, the newest
+  /// holds.
   static void levelsIs(std::string_view name, U32 mask);
-  /// Where lines go; an empty sink brings back standard error.
+  /// Where lines go; an empty sink brings back standard error. A sink may call this while it runs.
   static void sinkIs(Sink sink);
 
  private:
