@@ -34,8 +34,9 @@ U32 BankAwareBlockAllocator::runOf(Vell::ZarnType keyType, IndexKeyType const& k
   return keyType == blockType_ ? keys.blockSize(key) : 1;
 }
 
-Index BankAwareBlockAllocator::newIndexForBlock(Vell::ZarnType keyType, void const* key) {
-  return newRun(keyType, key, getBlockSize(keyType, key));
+Index BankAwareBlockAllocator::newIndexForBlock(Vell::ZarnType keyType, void const* key,
+                                                SwTable const* asking) {
+  return newRun(keyType, key, getBlockSize(keyType, key), asking);
 }
 
 void BankAwareBlockAllocator::runIs(U32 first, U32 length) {
@@ -57,11 +58,14 @@ void BankAwareBlockAllocator::cut(Runs::iterator run, U32 first, U32 count) {
   runIs(first + count, from + length - (first + count));
 }
 
-Index BankAwareBlockAllocator::take(U32 count) {
-  auto const fitting = byLength_.lower_bound({count, 0});
+Index BankAwareBlockAllocator::take(U32 count, U32 limit) {
+  // The first one, unless it lies beyond the limit.
+  auto fitting = byLength_.lower_bound({count, 0});
+  while (fitting != byLength_.end() && U64{fitting->second} + count > limit) ++fitting;
   if (fitting == byLength_.end()) return {};
   auto const [length, from] = *fitting;
-  U32 const first = count <= smallBlockRows_ ? from + length - count : from;
+  U32 const end = std::min(from + length, limit);
+  U32 const first = count <= smallBlockRows_ ? end - count : from;
   cut(byPlace_.find(from), first, count);
   return first;
 }

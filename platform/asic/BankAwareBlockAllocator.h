@@ -33,14 +33,14 @@ class BankAwareBlockAllocator : public GenericIndexAllocator {
 
   /// The key's index if it has one, else the first of a new run as long as its block; exhausted if
   /// there is none, and for a block without rows.
-  Index newIndexForBlock(Vell::ZarnType keyType, void const* key);
+  Index newIndexForBlock(Vell::ZarnType keyType, void const* key, SwTable const* asking = nullptr);
   /// The length of the longest block that there is room for.
   U32 longestFreeRun() const { return byLength_.empty() ? 0 : byLength_.rbegin()->first; }
 
  private:
   using Runs = std::map<U32, U32>;  ///< first index to length
 
-  Index take(U32 count) override;
+  Index take(U32 count, U32 limit) override;
   bool takeAt(Index first, U32 count) override;
   void giveBack(Index first, U32 count) override;
   void grow(U32 before, U32 size) override;

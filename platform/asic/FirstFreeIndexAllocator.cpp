@@ -60,11 +60,11 @@ void BitmapTree::erase(U32 number) {
   }
 }
 
-Index FirstFreeIndexAllocator::take(U32 count) {
+Index FirstFreeIndexAllocator::take(U32 count, U32 limit) {
   VELL_ASSERT(count == 1, "count == 1", "single indices are allocated here, not runs of ", count);
   U32 lowest = free_.lowest();
-  if (lowest == BitmapTree::none && !heldBack_.empty()) lowest = *heldBack_.begin();
-  if (lowest == BitmapTree::none) return {};
+  if (lowest >= limit && !heldBack_.empty()) lowest = *heldBack_.begin();
+  if (lowest >= limit) return {};
   takeAt(lowest, 1);
   return lowest;
 }

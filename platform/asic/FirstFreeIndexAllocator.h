@@ -40,7 +40,7 @@ class FirstFreeIndexAllocator : public GenericIndexAllocator {
   void candidateDel(Index index) override;
 
  private:
-  Index take(U32 count) override;
+  Index take(U32 count, U32 limit) override;
   bool takeAt(Index first, U32 count) override;
   void giveBack(Index first, U32 count) override;
   void grow(U32 before, U32 size) override;

@@ -21,11 +21,13 @@ void GenericIndexAllocator::setTableAttr(SwTable const& table, TableAttr attr) {
               "a table enters an allocator without saying what its keys are");
   if (!findKeys(attr.keyType)) keyTypes_.emplace_back(attr.keyType, attr.keys);
   tableAttr_.insert_or_assign(&table, std::move(attr));
+  smallestTableIs();
 }
 
 void GenericIndexAllocator::tableAttrDel(SwTable const& table) {
   auto const left = tableAttr_.extract(&table);
   if (left.empty()) return;
+  smallestTableIs();
   std::vector<Index> orphans;
   records_.forEach([&](IndexRecord const& record) {
     if (record.type == left.mapped().keyType && !isHeldBeside(record, nullptr))
@@ -47,11 +49,34 @@ void GenericIndexAllocator::needSize() {
   if (size_ == 0 && isSizeAsked_) sizeIs(sizeIfUnknown);
 }
 
+void GenericIndexAllocator::smallestTableIs() {
+  smallestTable_ = ~U32{0};
+  for (auto const& [table, attr] : tableAttr_)
+    if (attr.rows != 0) smallestTable_ = std::min(smallestTable_, attr.rows);
+}
+
+U32 GenericIndexAllocator::sizeFor(SwTable const& table) const {
+  auto const found = tableAttr_.find(&table);
+  bool const isTold = found != tableAttr_.end() && found->second.rows != 0;
+  return isTold ? std::min(size(), found->second.rows) : size();
+}
+
+/// Whether the asking table has the rows before `end`. The table is looked up only where tables of
+/// different sizes share the allocator, and beyond the end of the smallest.
+bool GenericIndexAllocator::hasRows(SwTable const* asking, U64 end) const {
+  return end <= smallestTable_ || !asking || end <= sizeFor(*asking);
+}
+
+/// Whether the table has the record's key, and rows for it.
+bool GenericIndexAllocator::isHeldBy(TableAttr const& table, IndexRecord const& record) {
+  return table.keyType == record.type && table.hasRows(U64{record.first.value()} + record.count) &&
+         table.holds(record.key);
+}
+
 /// Whether a table has the record's key: any but `asking`, if that is given.
 bool GenericIndexAllocator::isHeldBeside(IndexRecord const& record, SwTable const* asking) const {
   return std::ranges::any_of(tableAttr_, [&](auto const& each) {
-    return each.first != asking && each.second.keyType == record.type &&
-           each.second.holds(record.key);
+    return each.first != asking && isHeldBy(each.second, record);
   });
 }
 
@@ -83,9 +108,11 @@ IndexRecord const* GenericIndexAllocator::recordAt(Index index) const {
   return index.value() < byIndex_.size() ? byIndex_[index.value()] : nullptr;
 }
 
-Index GenericIndexAllocator::indexForKey(Vell::ZarnType keyType, void const* key) const {
+Index GenericIndexAllocator::indexForKey(Vell::ZarnType keyType, void const* key,
+                                         SwTable const* asking) const {
   auto const* const found = find(hashed(keyType, key));
-  return found ? found->first : Index();
+  return found && hasRows(asking, U64{found->first.value()} + found->count) ? found->first
+                                                                            : Index();
 }
 
 auto GenericIndexAllocator::keyForIndex(Index index, Vell::ZarnType) const -> KeyForIndex {
@@ -106,29 +133,43 @@ bool GenericIndexAllocator::isIndexVerticallyShared(Index index, Vell::ZarnType,
   auto const* const record = recordAt(index);
   if (!record) return false;
   auto const own = tableAttr_.find(&asking);
-  bool const isOwn = own != tableAttr_.end() && own->second.keyType == record->type &&
-                     own->second.holds(record->key);
+  bool const isOwn = own != tableAttr_.end() && isHeldBy(own->second, *record);
   return !isOwn && isHeldBeside(*record, &asking);
 }
 
 // ---- indices ----
 
-Index GenericIndexAllocator::newRun(Vell::ZarnType keyType, void const* key, U32 count) {
+Index GenericIndexAllocator::newRun(Vell::ZarnType keyType, void const* key, U32 count,
+                                    SwTable const* asking) {
   auto const wanted = hashed(keyType, key);
-  if (auto const* const held = find(wanted)) return held->first;
+  if (auto const* const held = find(wanted))
+    return hasRows(asking, U64{held->first.value()} + held->count) ? held->first : Index();
   if (count == 0) return {};
   needSize();
-  auto const first = take(count);
+  auto const first = takeFor(wanted, count, asking);
   if (!first.isExhausted()) enter(wanted, first, count);
   return first;
 }
 
-bool GenericIndexAllocator::requestIndexForKey(Index index, Vell::ZarnType keyType,
-                                               void const* key) {
+/// Where every table that has the key has rows, or else where the asking one has.
+Index GenericIndexAllocator::takeFor(Hashed const& key, U32 count, SwTable const* asking) {
+  if (smallestTable_ >= size_) return take(count, size_);
+  U32 const limit = asking ? sizeFor(*asking) : size_;
+  U32 common = limit;
+  for (auto const& [table, attr] : tableAttr_)
+    if (attr.rows != 0 && attr.rows < common && attr.keyType == key.type && attr.holds(key.key))
+      common = attr.rows;
+  auto const first = take(count, common);
+  return first.isExhausted() && common < limit ? take(count, limit) : first;
+}
+
+bool GenericIndexAllocator::requestIndexForKey(Index index, Vell::ZarnType keyType, void const* key,
+                                               SwTable const* asking) {
   auto const wanted = hashed(keyType, key);
+  U32 const count = getBlockSize(keyType, key);
+  if (!hasRows(asking, U64{index.value()} + count)) return false;
   if (auto const* const held = find(wanted)) return held->first == index;
   needSize();
-  U32 const count = getBlockSize(keyType, key);
   if (count == 0 || index.value() >= size_ || count > size_ - index.value()) return false;
   if (!takeAt(index, count)) return false;
   enter(wanted, index, count);

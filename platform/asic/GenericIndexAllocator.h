@@ -12,7 +12,9 @@
 //     ones. A key's index does not move.
 //  2. An index is free only after the last table that has its key let go of it
 //     (`releaseIndexFromTable`), or after `markIndexAvailable`.
-//  3. A key's copy is destroyed when the allocator is whole again: its end may call back.
+//  3. No table gets an index that it has no row for. A key that several tables have gets one that
+//     all of them have a row for, if there is one; a table that has none for it holds nothing of it.
+//  4. A key's copy is destroyed when the allocator is whole again: its end may call back.
 //
 // Which indices a new key gets is the affair of the class derived from this one.
 //
@@ -42,6 +44,10 @@ struct TableAttr {
   IndexKeyType const* keys = nullptr;
   /// Whether the table's key collection has the key.
   std::function<bool(void const* key)> holds;
+  /// Rows of the table, whose indices begin at 0; 0 if its chip does not tell: any index will do.
+  U32 rows = 0;
+
+  bool hasRows(U64 end) const { return rows == 0 || end <= rows; }
 };
 
 class GenericIndexAllocator : public Vell::Node {
@@ -85,29 +91,36 @@ class GenericIndexAllocator : public Vell::Node {
   /// may grow; fewer than there are now is ignored.
   void sizeIs(U32 indices);
   U32 size() const { return size_ == 0 && isSizeAsked_ ? sizeIfUnknown : size_; }
+  /// Indices that the table has a row for, from 0 on.
+  U32 sizeFor(SwTable const& table) const;
   /// Ends the set-up: settings are fixed from here on.
   void initializedIs(bool initialized) { initialized_ = initialized; }
   bool initialized() const { return initialized_; }
 
-  // Keys and indices. The type of a key must have entered with a table.
+  // Keys and indices. The type of a key must have entered with a table. `asking` is the table that wants
+  // the index, and gets none that it has no row for; null for nobody in particular.
 
   /// Indices in use, by all tables.
   U32 totalUsedIndices() const { return used_; }
   /// The key's index if it has one, else a new one; exhausted if there is none.
-  Index newIndexForKey(Vell::ZarnType keyType, void const* key) { return newRun(keyType, key, 1); }
+  Index newIndexForKey(Vell::ZarnType keyType, void const* key, SwTable const* asking = nullptr) {
+    return newRun(keyType, key, 1, asking);
+  }
   /// The key gets this index: true if it has it now. False, and nothing changed, if the index is
   /// another's, or the key holds another index, or there is no such index.
-  bool requestIndexForKey(Index index, Vell::ZarnType keyType, void const* key);
+  bool requestIndexForKey(Index index, Vell::ZarnType keyType, void const* key,
+                          SwTable const* asking = nullptr);
   /// The same, for an index at which the key's entry was found in the hardware.
-  bool recoverIndexForKey(Index index, Vell::ZarnType keyType, void const* key) {
-    return requestIndexForKey(index, keyType, key);
+  bool recoverIndexForKey(Index index, Vell::ZarnType keyType, void const* key,
+                          SwTable const* asking = nullptr) {
+    return requestIndexForKey(index, keyType, key, asking);
   }
   /// An entry of some table may have its old place at the index: as long as there are others, a new
   /// key gets another one. Told once more for each entry, and taken back as often.
   virtual void candidateIs(Index) {}
   virtual void candidateDel(Index) {}
   /// The key's index, the first of its run; exhausted if it has none.
-  Index indexForKey(Vell::ZarnType keyType, void const* key) const;
+  Index indexForKey(Vell::ZarnType keyType, void const* key, SwTable const* asking = nullptr) const;
   /// The key that holds the index, also inside a run, whatever its type.
   KeyForIndex keyForIndex(Index index, Vell::ZarnType keyType) const;
   /// Indices that the key takes.
@@ -125,7 +138,7 @@ class GenericIndexAllocator : public Vell::Node {
   ~GenericIndexAllocator() override;
 
   /// The key's index, or the first of a new run of `count`.
-  Index newRun(Vell::ZarnType keyType, void const* key, U32 count);
+  Index newRun(Vell::ZarnType keyType, void const* key, U32 count, SwTable const* asking);
   bool hasUsedIndices() const { return used_ != 0; }
 
  private:
@@ -139,8 +152,8 @@ class GenericIndexAllocator : public Vell::Node {
 
   // What the free indices are kept in.
 
-  /// Takes a run of `count` free indices; exhausted if there is none.
-  virtual Index take(U32 count) = 0;
+  /// Takes a run of `count` free indices below `limit`; exhausted if there is none.
+  virtual Index take(U32 count, U32 limit) = 0;
   /// Takes just these; false if one of them is not free, or the run may not lie there.
   virtual bool takeAt(Index first, U32 count) = 0;
   virtual void giveBack(Index first, U32 count) = 0;
@@ -155,8 +168,12 @@ class GenericIndexAllocator : public Vell::Node {
   IndexRecord const* find(Hashed const& key) const;
   IndexRecord const* recordAt(Index index) const;
   void needSize();
+  void smallestTableIs();
+  bool hasRows(SwTable const* asking, U64 end) const;
+  Index takeFor(Hashed const& key, U32 count, SwTable const* asking);
   void enter(Hashed const& key, Index first, U32 count);
   void release(IndexRecord const& record);
+  static bool isHeldBy(TableAttr const& table, IndexRecord const& record);
   bool isHeldBeside(IndexRecord const& record, SwTable const* asking) const;
 
   std::unordered_map<SwTable const*, TableAttr> tableAttr_;
@@ -164,7 +181,8 @@ class GenericIndexAllocator : public Vell::Node {
   IndexRecords records_;
   std::vector<IndexRecord const*> byIndex_;  ///< as long as the highest index that was ever held
   U32 used_ = 0;
-  U32 size_ = 0;  ///< 0 until a table has told, or an index was asked for
+  U32 smallestTable_ = ~U32{0};  ///< fewest rows that a table has told: all have these
+  U32 size_ = 0;                 ///< 0 until a table has told, or an index was asked for
   bool isSizeAsked_ = false;
   bool initialized_ = false;
 };

@@ -66,11 +66,11 @@ struct Shared {
       allocator->smallBlockRowsIs(2);
     }
   }
-  void enter(Table& table, U32 number, Vell::ZarnType type) {
-    allocator->setTableAttr(table,
-                            {type, &Asic::indexKeyType<Key>, [this, number](void const* key) {
-                               return held[number].contains(static_cast<Key const*>(key)->number);
-                             }});
+  void enter(Table& table, U32 number, Vell::ZarnType type, U32 rows = 0) {
+    auto const holds = [this, number](void const* key) {
+      return held[number].contains(static_cast<Key const*>(key)->number);
+    };
+    allocator->setTableAttr(table, {type, &Asic::indexKeyType<Key>, holds, rows});
   }
   void release(U32 number) {
     Key const key{number};
@@ -288,6 +288,62 @@ TEST(IndexAllocator, anIndexIsFreeWhenTheLastTableThatHasItsKeyLetsGo) {
   allocator.tableAttrDel(*shared.second);
   EXPECT_FALSE(allocator.indexForKey(blockType, &key).isExhausted());
   EXPECT_TRUE(allocator.indexForKey(blockType, &other).isExhausted()) << "it alone held that one";
+}
+
+// The first has 2 rows and the second 8, or does not say; they have the same keys.
+TEST(IndexAllocator, noTableGetsAnIndexThatItHasNoRowFor) {
+  for (U32 rows : {8, 0}) {
+    Shared<Asic::FirstFreeIndexAllocator> shared(8);
+    auto& allocator = *shared.allocator;
+    shared.enter(*shared.first, 0, blockType, 2);
+    shared.enter(*shared.second, 1, blockType, rows);
+    auto const* const small = shared.first.get();
+    auto const* const large = shared.second.get();
+    auto const index = [&](U32 number, Asic::SwTable const* asking) {
+      Key const key{number};
+      return allocator.newIndexForKey(blockType, &key, asking).value();
+    };
+    EXPECT_EQ(allocator.sizeFor(*small), 2u);
+    EXPECT_EQ(allocator.sizeFor(*large), 8u);
+    Key const third{3};
+    EXPECT_FALSE(allocator.requestIndexForKey(2, blockType, &third, small));
+    shared.held[1] = {1, 2, 3};
+    for (U32 number : {1, 2, 3}) EXPECT_EQ(index(number, large), number - 1);
+    EXPECT_EQ(index(1, small), 0u) << "one key, one index";
+    EXPECT_EQ(index(3, small), Index().value()) << "its index lies beyond";
+    EXPECT_TRUE(allocator.indexForKey(blockType, &third, small).isExhausted());
+    EXPECT_FALSE(allocator.recoverIndexForKey(2, blockType, &third, small));
+    EXPECT_EQ(index(4, small), Index().value()) << "full, as far as it reaches";
+
+    // Whoever has no row for it does not keep it either.
+    shared.held[0] = {3, 4};
+    shared.held[1] = {2};
+    EXPECT_FALSE(allocator.isIndexVerticallyShared(2, blockType, *large));
+    allocator.releaseIndexFromTable(blockType, &third, *large);
+    EXPECT_FALSE(allocator.isIndexAssigned(2, blockType));
+    EXPECT_EQ(index(4, large), 2u) << "the smaller table has the key, and no room";
+    shared.release(1);
+    EXPECT_EQ(index(3, large), 0u) << "where both have a row";
+    EXPECT_EQ(index(3, small), 0u);
+    shared.held[1] = {2, 3, 4};
+    allocator.tableAttrDel(*small);
+    EXPECT_EQ(index(5, large), 3u);
+  }
+}
+
+TEST(IndexAllocator, blocksStayWithinTheTableThatAsks) {
+  Shared<Asic::BankAwareBlockAllocator> shared(40, 2);
+  auto& allocator = *shared.allocator;
+  shared.enter(*shared.first, 0, blockType, 26);
+  auto const index = [&](Key const& key) {
+    return allocator.newIndexForBlock(blockType, &key, shared.first.get()).value();
+  };
+  EXPECT_EQ(index({1, 15}), 0u);
+  EXPECT_EQ(index({2, 6}), 20u) << "the rest of the first bank is too short";
+  EXPECT_EQ(index({3, 6}), Index().value());
+  EXPECT_EQ(index({4, 5}), 15u);
+  shared.release(2);
+  EXPECT_EQ(index({5, 2}), 24u) << "the high end of its rows";
 }
 
 TEST(IndexAllocator, theEndOfAKeyMayCallBack) {
