@@ -29,11 +29,6 @@ inline Options opened(std::string hardware, Access access = Access::live) {
   options.access = access;
   return options;
 }
-inline Options crashing(std::string hardware, U64 after) {
-  auto options = opened(std::move(hardware));
-  options.crashAfter = after;
-  return options;
-}
 inline Options faulty(std::string hardware, std::map<std::string, std::string> switches) {
   auto options = opened(std::move(hardware));
   options.switches = std::move(switches);

@@ -15,41 +15,6 @@ namespace {
 
 class SimCrashTest : public ChipTest {};
 
-// Runs `action` in a process of its own; returns how that ended, as waitpid tells it.
-template <class Action>
-int statusOfChild(Action action) {
-  auto const child = ::fork();
-  if (child == 0) {
-    action();
-    ::_exit(0);
-  }
-  int status = 0;
-  ::waitpid(child, &status, 0);
-  return status;
-}
-
-TEST_F(SimCrashTest, afterEachOperationTheNextRunDoesTheRestAndNoMore) {
-  Life<Control>::Rows const wanted{
-      {1, control(1)}, {2, control(20)}, {4, control(4)}, {5, control(5)}, {15, control(6)}};
-  { Life<Control>(opened(hardware)).replay({{1, control(1)}, {2, control(2)}, {3, control(3)}}); }
-  auto const before = bytesOf(hardware);
-  constexpr U64 operations = 5;  // 2 rewritten, 4, 5 and 15 added, 3 deleted
-  for (U64 n = 1; n <= operations; ++n) {
-    bytesAre(hardware, before);
-    auto const status = statusOfChild([&] { Life<Control>(crashing(hardware, n)).replay(wanted); });
-    ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << n;
-    Life<Control> next(opened(hardware));
-    next.replay(wanted);
-    EXPECT_EQ(next.operations().writes + next.operations().deletes, operations - n);
-    EXPECT_EQ(next.chip->journal(1).front().number, 3 + operations);
-  }
-  EXPECT_EQ(rowsIn<Control>(hardware), wanted);
-  auto const status = statusOfChild([&] {
-    Life<Control>(crashing(hardware, 1)).replay(wanted);  // does nothing
-  });
-  EXPECT_TRUE(WIFEXITED(status));
-}
-
 // What the file holds, each time that it changed while a process makes one operation instruction by
 // instruction. Empty if processes may not be stepped here.
 template <class Prepare, class Operate>

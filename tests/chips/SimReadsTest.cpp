@@ -178,21 +178,6 @@ TEST_F(SimReadsTest, switchesDelayReadsAndLoseTheirEnds) {
   EXPECT_EQ(read_->readRequestMap().count(), 1u) << "the second read ends";
 }
 
-TEST_F(SimReadsTest, handlersDoWhatTheyLike) {
-  open(opened(hardware));
-  readRunner_->replayEnded();
-  read_->readReqIs(1, [&](auto const&) { throw 1; });
-  read_->readReqIs(2, [&](auto const&) { ask(3); });
-  EXPECT_THROW(chip_->poll(), int);
-  drained();
-  EXPECT_THAT(order_, ElementsAre(3));
-  read_->readAllReqIs(eachEntry, [&](auto const&) { readRunner_.reset(), read_ = nullptr; });
-  chip_->poll();
-  EXPECT_EQ(read_, nullptr);
-  chip_->poll();
-  EXPECT_EQ(chip_->answersOutstanding(), 32768u) << "nobody takes them, and they are still there";
-}
-
 // ---- traffic ----
 
 TEST_F(SimReadsTest, trafficStaysInItsGroupsAndRestartsFindNoDifference) {
@@ -220,18 +205,6 @@ TEST_F(SimReadsTest, trafficStaysInItsGroupsAndRestartsFindNoDifference) {
   EXPECT_EQ(life.synced().size(), 2u) << "what the chip made of them is no difference";
   life.replay(life.synced());
   EXPECT_EQ(life.operations(), (Asic::Chip::Operations{0, 0}));
-}
-
-TEST_F(SimReadsTest, aSoftwareWriteTakesOverFromTraffic) {
-  DlbEcmpGroupTable::Entry group;
-  group.flowSetSize = 1;
-  openGroup(group, {{8, 1}});
-  chip_->simulateTraffic(1, 1);
-  EXPECT_EQ(assigned().at(0), std::pair(U16{8}, U8{1}));
-  flowsetIs(0, 20, 2);
-  EXPECT_EQ(assigned().at(0), std::pair(U16{20}, U8{2}));
-  flowsets_->entryRemove(0);
-  EXPECT_THAT(assigned(), IsEmpty());
 }
 
 TEST_F(SimReadsTest, trafficRepeatsItselfAndFollowsTheModes) {

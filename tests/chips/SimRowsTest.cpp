@@ -144,28 +144,6 @@ TEST_F(SimChipTest, copiesRowsToAnotherHardware) {
 
 // ---- fault switches ----
 
-TEST_F(SimChipTest, frozenHardwareLosesOperationsWithoutAWord) {
-  Life<Control> life(faulty(hardware, {{"freeze-after", "2"}}));
-  life.replay({{1, control(1)}, {2, control(2)}, {3, control(3)}});
-  life.table->entryRemove(1);
-  life.table->entryCommit(99, control(9));
-  EXPECT_EQ(life.operations(), (Asic::Chip::Operations{2, 0}));
-  EXPECT_THAT(life.chip->journal(9), SizeIs(2));
-  EXPECT_FALSE(life.table->util()->compareHwEntries(*life.table, 3, control(3)));
-}
-
-TEST_F(SimChipTest, flippedBitIsFoundAndMendedByTheNextReplay) {
-  Life<Control>::Rows const wanted{{3, control(8)}, {4, control(4)}};
-  { Life<Control>(opened(hardware)).replay(wanted); }
-  for (std::string const table : {"DlbControlTable", "TessarLoadBalance::DlbControlTable"}) {
-    Life<Control> life(faulty(hardware, {{"flip-row", table + ":3"}}));
-    EXPECT_EQ(life.table->syncedEntry(3).portLoadingWeight, 9u);
-    EXPECT_EQ(life.table->syncedEntry(4), control(4));
-    life.replay(wanted);
-    EXPECT_EQ(life.operations(), (Asic::Chip::Operations{1, 0}));
-  }
-}
-
 TEST_F(SimChipTest, switchesAreRefusedBeforeAnythingIsTouched) {
   { Life<Control>(opened(hardware)).replay({{3, control(3)}}); }
   auto const before = bytesOf(hardware);

@@ -44,19 +44,6 @@ TYPED_TEST(RestartTest, EqualUntouchedDifferentRewrittenMissingAddedStaleDeleted
   EXPECT_EQ(at.uses(4).users, 0u);
 }
 
-TYPED_TEST(RestartTest, AfterTheFirstCommitOfAKeyTheNextGoesTheAddedWay) {
-  auto& at = this->at_;
-  at.holding({{1, this->e(1)}}).synced();
-  this->table_.entryCommit(this->k(1), this->e(1));
-  this->table_.entryCommit(this->k(1), this->e(2));
-  EXPECT_EQ(at.counted(ReconciliationStatus::reconcileMatched), 1u);
-  EXPECT_EQ(at.counted(ReconciliationStatus::reconcileAdded), 1u);
-  EXPECT_EQ(at.uses(1).users, 1u);
-  this->table_.entryRemove(this->k(1));
-  EXPECT_EQ(at.counted(ReconciliationStatus::reconcileDeleted), 1u);
-  EXPECT_TRUE(at.util->rows.empty());
-}
-
 TYPED_TEST(RestartTest, AKeyCommittedBetweenReplayAndPurgeKeepsItsRow) {
   auto& at = this->at_;
   at.holding({{1, this->e(1)}}).synced();
@@ -95,16 +82,6 @@ TYPED_TEST(RestartTest, AutoCommitAdoptsTheHardwareWhileReplayRuns) {
   this->table_.syncedEntryIs(this->k(99), this->e(9));
   this->table_.autoCommitSyncedEntries();
   EXPECT_FALSE(this->table_.entryHas(this->k(99)));
-}
-
-TYPED_TEST(RestartTest, WithoutWatchersTheStaleRestGoesAtOnce) {
-  auto& at = this->at_;
-  at.subscriptions.clear();
-  at.holding({{1, this->e(1)}, {2, this->e(2)}}).synced();
-  this->table_.doInitComplete();
-  this->table_.purgeStaleEntries();
-  EXPECT_TRUE(at.util->rows.empty());
-  EXPECT_EQ(this->table_.syncedEntryMap().count(), 0u);
 }
 
 TYPED_TEST(RestartTest, SyncComesFirstAndNeedsHardware) {
@@ -274,20 +251,6 @@ TYPED_TEST(RestartTest, TracesReadToTheLetterAndStandAtTheirLevels) {
                               };
   texts.insert(texts.end(), atTheEnd.begin(), atTheEnd.end());
   EXPECT_EQ(key, lines(texts));
-}
-
-TYPED_TEST(RestartTest, TheSummaryIsTracedWithoutHooksToo) {
-  std::vector<std::string> lines;
-  Zarn::TraceHandle::sinkIs([&](std::string_view line) { lines.emplace_back(line); });
-  Zarn::TraceHandle::levelsIs("SwTableStat", 1);
-  this->table_.utilIs(nullptr);
-  this->table_.syncedEntryIs(this->k(3), this->e(3));
-  this->table_.purgeStaleEntries();
-  Zarn::TraceHandle::levelsIs("SwTableStat", 0);
-  Zarn::TraceHandle::sinkIs({});
-  EXPECT_EQ(lines.size(), 1u);
-  EXPECT_EQ(this->table_.syncedEntry(this->k(3)), this->e(3))
-      << "a purge without hooks changes nothing";
 }
 
 TYPED_TEST(RestartTest, OperationsLeaveTheirMessages) {
