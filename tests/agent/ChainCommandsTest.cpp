@@ -22,18 +22,6 @@ class ChainCommandsTest : public Testing::AgentProcess {
   }
 };
 
-TEST_F(ChainCommandsTest, aRestartFindsBlocksAndNextHopsByWhatTheyHold) {
-  EXPECT_EQ(Testing::figures(json("run " + blocks)), "0 0 7 0 11 0");
-  auto const held = json("show");
-  EXPECT_EQ(Testing::figures(json("run " + blocks)), "7 0 0 0 0 0");
-  EXPECT_EQ(json("show"), held);
-  EXPECT_EQ(held.at("tables").at("NextHopTable").at("0"),
-            ordered_json::parse(R"({"port": 1, "mac": "02:00:00:00:00:01", "vlan": 10})"));
-  EXPECT_EQ(json("show NextHopTable").at("tables").size(), 1u);
-  EXPECT_EQ(agent("check " + blocks).code, 0);
-  EXPECT_EQ(agent("plan " + blocks).code, 0);
-}
-
 TEST_F(ChainCommandsTest, aChangeIsRewrittenInPlaceAndWhatIsLeftOverGoes) {
   json("run " + blocks);
   auto const other = changed({{"00:02\"", "00:99\""}, {"\"weightIdx\": 3", "\"weightIdx\": 7"}});
@@ -49,22 +37,6 @@ TEST_F(ChainCommandsTest, aChangeIsRewrittenInPlaceAndWhatIsLeftOverGoes) {
                              "vlan": 10}}})");
   EXPECT_EQ(Testing::figures(json("run less.json")), "1 0 0 10 0 10");
   EXPECT_EQ(Testing::figures(json("clear")), "0 0 0 1 0 1");
-}
-
-TEST_F(ChainCommandsTest, anyCrashAndAPlainRunEndInWhatIsWanted) {
-  auto const other =
-      changed({{"00:02\"", "00:99\""}, {"\"nextHop\": \"nh4\" }", "\"nextHop\": \"nh1\" }"}});
-  for (bool restart : {false, true})
-    for (unsigned n = 1;; ++n) {
-      std::filesystem::remove(path("dlb-hardware.sim"));
-      if (restart) json("run " + other);
-      auto const crashed = agent("run " + blocks + " --crash-after " + std::to_string(n));
-      if (crashed.code == 0) break;
-      ASSERT_EQ(crashed.code, 128 + 9) << crashed.err;
-      ASSERT_EQ(agent("run " + blocks).code, 0);
-      ASSERT_EQ(agent("check " + blocks).out.substr(0, 12), "The hardware") << restart << n;
-      ASSERT_EQ(Testing::figures(json("run " + blocks)), "7 0 0 0 0 0") << restart << n;
-    }
 }
 
 TEST_F(ChainCommandsTest, whyGoesDownToWhatHoldsAnEntryUp) {

@@ -17,16 +17,6 @@ class CommandsTest : public Testing::AgentProcess {
   std::string const hardware = "dlb-hardware.sim";
 };
 
-TEST_F(CommandsTest, restartFindsEverythingAndAChangeTouchesOnlyWhatDiffers) {
-  EXPECT_EQ(Testing::figures(json("run " + leaf)), "0 0 6 0 6 0");
-  auto const second = json("run " + leaf);
-  EXPECT_EQ(Testing::figures(second), "6 0 0 0 0 0");
-  EXPECT_EQ(Testing::figures(second, "DlbControlTable"), "4 0 0 0 0 0");
-  EXPECT_EQ(Testing::figures(second, "DlbEcmpControlTable"), "2 0 0 0 0 0");
-  EXPECT_EQ(second.size(), 2u) << "only tables and totals: " << second;
-  EXPECT_EQ(Testing::figures(json("run " + changed)), "4 1 0 1 1 1");
-}
-
 TEST_F(CommandsTest, summaryForPeopleHasATotalAndASentence) {
   EXPECT_THAT(agent("run " + leaf).out, HasSubstr("6 entries added; none was in place."));
   EXPECT_THAT(agent("run " + leaf).out, HasSubstr("Everything was in place: 0 hardware writes"));

@@ -38,6 +38,8 @@ TEST_F(GroupCommandsTest, aRestartFindsGroupsByWhatPointsAtThemOrByWhatTheyHold)
   auto const held = json("show");
   EXPECT_EQ(Testing::figures(json("run " + groups)), "8 0 0 0 0 0");
   EXPECT_EQ(json("show"), held);
+  EXPECT_THAT(agent("plan " + changed()).out, HasSubstr("~ 0 (g1)  lbMode 1 -> 5"));
+  EXPECT_EQ(agent("check " + changed()).code, 1);
   EXPECT_EQ(agent("check " + groups).code, 0);
   EXPECT_EQ(held.at("tables").at("AdjacencyTable").at("900"),
             ordered_json::parse(R"({"group": 3})"));
@@ -47,19 +49,6 @@ TEST_F(GroupCommandsTest, aRestartFindsGroupsByWhatPointsAtThemOrByWhatTheyHold)
   EXPECT_EQ(held.at("chain").back(), ordered_json::parse(R"({
       "entry": "group", "place": "row 2", "state": "held"})"))
       << "nothing points at it";
-}
-
-TEST_F(GroupCommandsTest, aChangeTouchesWhatDiffersAndCheckSaysWhat) {
-  json("run " + groups);
-  auto const other = changed();
-  EXPECT_THAT(agent("plan " + other).out, HasSubstr("~ 0 (g1)  lbMode 1 -> 5"));
-  EXPECT_EQ(agent("check " + other).code, 1);
-  json("run " + other);
-  EXPECT_EQ(agent("check " + other).code, 0);
-  EXPECT_EQ(Testing::figures(json("run " + other)), "8 0 0 0 0 0");
-  EXPECT_EQ(agent("why " + other + " a1").out, "adjacency a1 is in the hardware, row 10\n");
-  json("clear");
-  EXPECT_EQ(agent("check " + other).code, 1);
 }
 
 // What was in place, then what is wanted or damaged, and the operations that this takes.
@@ -147,27 +136,7 @@ TEST_F(GroupCommandsTest, whyReachesThroughToAnAcknowledgementThatNeverComes) {
   EXPECT_TRUE(
       json("show AdjacencyTable --hardware other").at("tables").at("AdjacencyTable").empty())
       << "nothing points at a row that was refused";
-}
-
-TEST_F(GroupCommandsTest, aChipWithoutTheHardwareIsTold) {
-  auto const run = agent("run " + groups + " --chip template");
-  EXPECT_THAT(run.err,
-              HasSubstr("chip \"template\" has no hardware for EcmpGroup1DlbTable: 3 entries "
-                        "are in software and nowhere else"));
-  auto const check = agent("check " + groups + " --chip template");
-  EXPECT_EQ(check.code, 1);
-  EXPECT_THAT(check.out, HasSubstr("g2  missing: lbMode 2, fastLinkFailover true"));
-  EXPECT_EQ(agent("why " + groups + " a1 --chip template").out,
-            "adjacency a1: the chip has no hardware for it\n");
-}
-
-TEST_F(GroupCommandsTest, aFullTableIsToldDownToItsSize) {
-  ordered_json full;
-  for (unsigned i = 0; i <= 8192; ++i) full["groups"][std::to_string(10000 + i)] = {{"adjId", i}};
-  full["adjacencies"]["a"] = {{"id", 1}, {"group", "18192"}};
-  contentIs("full.json", full.dump());
-  EXPECT_EQ(agent("why full.json a").out,
-            "adjacency a waits for group 18192: no index free (8192 of 8192 used)\n");
+  EXPECT_EQ(json("journal --most 1 --hardware other").at("journal")[0].at("operation"), "refused");
 }
 
 TEST_F(GroupCommandsTest, anyCrashAndAPlainRunEndInWhatIsWanted) {

@@ -96,24 +96,6 @@ TEST_F(HashMap2018, AnEmptyMapOwnsNothingUnlessToldToKeepItsDirectory) {
   }
 }
 
-TEST_F(HashMap2018, EqualKeySetsAreWalkedInTheSameOrder) {
-  for (U32 const count : {5u, 9u, 100u, 513u, 3'000u}) {
-    TextMap ascending, descending, shrunk(50'000, true);
-    fill(ascending, 0, count);
-    for (U32 key = count; key-- > 0;) descending.newMemberG(key, {std::nullopt, key});
-    fill(shrunk, 0, 20 * count);
-    for (U32 key = count; key < 20 * count; ++key) shrunk.deleteMemberG(key);
-    EXPECT_EQ(walkedKeys(ascending), walkedKeys(descending));
-    EXPECT_EQ(walkedKeys(ascending), walkedKeys(shrunk));
-    Walk safe(shrunk);
-    for (U32 const key : walkedKeys(ascending)) {
-      ASSERT_EQ(safe.currNodeNonStale()->key_, key);
-      safe.advance();
-    }
-    EXPECT_TRUE(safe.atEnd());
-  }
-}
-
 TEST_F(HashMap2018, VersionHas23BitsAndChangesWithTheKeys) {
   TextMap map;
   std::vector<U32> versions{map.version()};
@@ -128,65 +110,6 @@ TEST_F(HashMap2018, VersionHas23BitsAndChangesWithTheKeys) {
   EXPECT_EQ(map.version(), versions.back()) << "nothing was there to remove";
   for (U32 i = 0; i < (1u << 22); ++i) map.newMemberG(1, {std::nullopt, 1}), map.deleteMemberG(1);
   EXPECT_EQ(map.version(), versions.back()) << "the version wraps after 2^23 changes";
-}
-
-// ---- Hooks ----
-
-std::string textOf(std::vector<TextNode> const& nodes) {
-  std::string text;
-  for (TextNode const& node : nodes) text += node.value_.value_or("-");
-  return text;
-}
-
-TEST_F(HashMap2018, ShiftClosesAndOpensGaps) {
-  TextMap map;
-  std::vector<TextNode> const start{{"a", 1}, {std::nullopt, 2}, {"c", 3}, {"d", 4}};
-  auto const shifted = [&](U32 end, U32 position, int slots) {
-    std::vector<TextNode> nodes = start;
-    nodes.reserve(5);
-    TextNode fresh{"n", 9};
-    // The slot behind the last node is free memory: `shift` constructs there.
-    TextMap::vt_.shift(map, nodes.data(), &fresh, end, position, slots);
-    if (slots > 0) {
-      std::string const text = textOf(nodes) + nodes.data()[end].value_.value_or("-");
-      std::destroy_at(nodes.data() + end);
-      return text;
-    }
-    nodes.resize(nodes.size() - static_cast<std::size_t>(-slots));
-    return textOf(nodes);
-  };
-  EXPECT_EQ(shifted(4, 0, -1), "-cd");
-  EXPECT_EQ(shifted(4, 1, -2), "ad");
-  EXPECT_EQ(shifted(4, 3, -1), "a-c") << "nothing to move";
-  EXPECT_EQ(shifted(4, 4, 1), "a-cdn") << "nothing to move";
-  EXPECT_EQ(shifted(4, 3, 1), "a-cnd");
-  EXPECT_EQ(shifted(4, 1, 1), "an-cd") << "an empty value moves over a set one";
-  EXPECT_DEATH(shifted(4, 1, 2), "slotsToShift == 1");
-}
-
-TEST_F(HashMap2018, CompareSaysWhereTheNodeSorts) {
-  TextNode const two{"b", 2}, three{"c", 3};
-  auto const compare = TextMap::vt_.compareOrLruUnlink;
-  EXPECT_EQ(compare(2, nullptr, two), 0);
-  EXPECT_EQ(compare(9, &two, two), 0) << "the second node counts, not the key";
-  EXPECT_EQ(compare(3, nullptr, two), 2);
-  EXPECT_EQ(compare(1, nullptr, two), 1);
-  EXPECT_EQ(compare(2, &three, two), 2);
-  EXPECT_EQ(compare(3, &two, three), 1);
-}
-
-TEST_F(HashMap2018, ABucketInUseByAnIteratorIsCopiedNotMoved) {
-  TextMap map;
-  fill(map, 0, 4);
-  Walk const held(map);
-  TextNode out;
-  EXPECT_TRUE(map.deleteMemberG(held.currNodeMaybeStale()->key_, &out));
-  EXPECT_EQ(out.value_, "0");
-  EXPECT_EQ(held.currNodeMaybeStale()->value_, "0");
-  fill(map, 10, 60);
-  EXPECT_EQ(held.currNodeMaybeStale()->value_, "0");
-  map._memberDelAll();
-  EXPECT_EQ(held.currNodeMaybeStale()->value_, "0");
 }
 
 // ---- Key types ----
@@ -334,22 +257,6 @@ TEST_F(HashMap2018, DestructorsOfValuesMayUseTheMap) {
 }
 
 // ---- Walks ----
-
-TEST_F(HashMap2018, AWalkThatDeletesEachNodeVisitsEveryNodeOnce) {
-  TextMap map;
-  fill(map, 0, 1'000);
-  std::vector<U32> const expected = walkedKeys(map);
-  std::vector<U32> visited;
-  for (Walk at(map); at; at.advance()) {
-    visited.push_back(at.currNodeNonStale()->key_);
-    map.deleteMemberG(visited.back());
-    EXPECT_EQ(at.currNodeMaybeStale()->value_, std::to_string(visited.back()));
-  }
-  std::sort(visited.begin(), visited.end());
-  ASSERT_EQ(visited.size(), expected.size());
-  EXPECT_TRUE(std::adjacent_find(visited.begin(), visited.end()) == visited.end());
-  EXPECT_TRUE(map.empty());
-}
 
 TEST_F(HashMap2018, AWalkSeesNewValuesAndTellsStaleNodes) {
   TextMap map;

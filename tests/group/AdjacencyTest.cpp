@@ -68,23 +68,6 @@ TEST_F(Adjacency, isWrittenWhenItsGroupIsAcknowledgedAndKeepsItsRowUntilThen) {
   EXPECT_THAT(util_->rows, testing::SizeIs(1)) << "held here";
 }
 
-TEST_F(Adjacency, ofAFailedGroupWaitsUntilThatFindsAnIndex) {
-  Groups<Ecmp> other(8);
-  groups_.replayed();
-  other.replayed();
-  replayed();
-  for (U32 id = 10; id < 18; ++id) other.commit(id, 1);
-  auto const group = groups_.commit(1, 1);
-  ASSERT_EQ(group->entryState(), State::failedNoIndex);
-  auto const handle = commit(40, group);
-  EXPECT_EQ(handle->entryState(), State::failedNeededEntry);
-  other.remove(12);
-  groups_.commit(1, 2);
-  groups_.answer(2);
-  EXPECT_EQ(handle->entryState(), State::success);
-  EXPECT_EQ(util_->rows.at(40)->group, 2u);
-}
-
 TEST_F(Adjacency, tellsItsGroupWhereItsRowPointsAt) {
   groups_.holding({{1, 1}, {3, 1}});
   holding({{40, 3}});

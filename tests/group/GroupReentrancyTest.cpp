@@ -94,32 +94,6 @@ TYPED_TEST(GroupReentrancy, aWatcherOfANewHandleMayRemoveItsKey) {
   EXPECT_EQ(at.allocator()->totalUsedIndices(), 0u);
 }
 
-// The last use of a referenced entry goes; watchers bring it back, and remove it again.
-TYPED_TEST(GroupReentrancy, anEntryThatComesBackAndGoesAgainWhileItLeavesIsFreedOnce) {
-  Groups<TypeParam> at;
-  at.replayed();
-  using Handle = typename TypeParam::EntryHandle;
-  auto const live = Handle::memAllocationTracker_.live();
-  for (bool const isKept : {false, true}) {
-    auto handle = at.table->entryRef(at.key(5), at.entry(1));
-    typename TypeParam::HandlePtr kept;
-    U32 comebacks = 0;
-    at.util->onEvent = [&](auto& event) {
-      if (!event.starts_with("published 0x288 5") || comebacks++ > 0) return;
-      kept = at.commit(5, 2);
-      if (!isKept) kept = nullptr;
-      at.remove(5);
-    };
-    handle = nullptr;
-    at.util->onEvent = nullptr;
-    EXPECT_EQ(at.table->entryHas(at.key(5)), isKept);
-    isConsistent(at);
-    kept = nullptr;
-    EXPECT_EQ(Handle::memAllocationTracker_.live(), live);
-    EXPECT_THAT(at.util->rows, IsEmpty());
-  }
-}
-
 TYPED_TEST(GroupReentrancy, theLastUseOfTheTableMayGoInsideAnyOfItsEvents) {
   auto const live = TypeParam::memAllocationTracker_.live();
   for (std::size_t moment = 0; moment < 9; ++moment) {

@@ -36,18 +36,6 @@ TYPED_TEST(GroupRemoval, aHeldEntryStaysUntilItsHolderLetsGo) {
   isConsistent(at);
 }
 
-TYPED_TEST(GroupRemoval, anEntryThatNobodyHoldsGoesWithinTheRemoval) {
-  auto& at = this->at_;
-  at.commit(7, 1);
-  at.take();
-  at.remove(7);
-  EXPECT_THAT(at.take(), ElementsAre("tracker 0 userRemove", "delete 0",
-                                     "published 0x288 7 was mode 1", "published 0x286 7 gone"));
-  at.ref(8, 1);
-  EXPECT_EQ(at.table->entrys(), 0u) << "a reference that was dropped at once";
-  isConsistent(at);
-}
-
 TYPED_TEST(GroupRemoval, aHandleOfNoEntryLeavesTheTableAndStaysWithItsHolder) {
   auto& at = this->at_;
   auto const handle = at.table->entryHandleIs(at.key(7), at.table.get());
@@ -57,18 +45,6 @@ TYPED_TEST(GroupRemoval, aHandleOfNoEntryLeavesTheTableAndStaysWithItsHolder) {
   EXPECT_FALSE(handle->swTable());
   at.commit(7, 1);
   EXPECT_NE(at.table->entryHandle(at.key(7)), handle);
-}
-
-TYPED_TEST(GroupRemoval, aCommitOfAHeldEntryKeepsItsHandle) {
-  auto& at = this->at_;
-  auto handle = at.commit(7, 1);
-  at.remove(7);
-  EXPECT_EQ(at.commit(7, 2), handle);
-  EXPECT_EQ(handle->entryType(), Type::committed);
-  EXPECT_EQ(handle->useCount(), 2u);
-  handle = nullptr;
-  EXPECT_EQ(at.table->entrys(), 1u) << "it is the table's again";
-  isConsistent(at);
 }
 
 TYPED_TEST(GroupRemoval, removingAllTakesBackEveryCommitAndSparesWhatIsHeld) {

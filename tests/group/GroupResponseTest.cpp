@@ -25,16 +25,8 @@ TYPED_TEST(GroupResponse, onlyTheNewestWriteOfARowIsAnsweredAndOnce) {
   EXPECT_EQ(at.acknowledge(newest, 0, Asic::WriteResponse::refused), 0u) << "a second answer";
   EXPECT_EQ(at.acknowledge(overtaken, 0, Asic::WriteResponse::refused), 0u) << "a late one";
   EXPECT_EQ(handle->entryState(), State::success);
-}
-
-// 0 is what `newestWrite` says of a row without a write that waits for its answer.
-TYPED_TEST(GroupResponse, anAnswerToNoWriteIsDropped) {
-  auto& at = this->at_.replayed();
-  at.commit(7, 1);
-  at.answer(0);
-  EXPECT_EQ(at.hw().newestWrite(0), 0u);
+  EXPECT_EQ(at.hw().newestWrite(0), 0u) << "none waits";
   EXPECT_EQ(at.answer(0), 0u);
-  EXPECT_EQ(at.answer(3), 0u) << "of a row that nobody wrote";
 }
 
 // The first key's acknowledgement is on its way while its index goes to another key.
@@ -51,15 +43,6 @@ TYPED_TEST(GroupResponse, anIndexThatWentToAnotherKeyHearsNothingOfTheFormerOne)
   EXPECT_EQ(at.answer(0), 1u);
 }
 
-// A record that the purge deletes may have been the row of a write as well.
-TYPED_TEST(GroupResponse, aPurgedRowHearsNothingEither) {
-  auto& at = this->at_.holding({{2, 9}});
-  at.hw().writeIs(2);
-  auto const write = at.hw().newestWrite(2);
-  at.replayed();
-  EXPECT_EQ(at.acknowledge(write, 2), 0u);
-}
-
 TYPED_TEST(GroupResponse, acknowledgementsBeforeTheEndOfTheReplayAreKept) {
   auto& at = this->at_.holding({});
   auto const handle = at.commit(7, 1);
@@ -74,16 +57,6 @@ TYPED_TEST(GroupResponse, acknowledgementsBeforeTheEndOfTheReplayAreKept) {
   EXPECT_EQ(handle->entryState(), State::success);
   at.table->doInitComplete();
   EXPECT_THAT(at.take(), IsEmpty()) << "there is a machine";
-}
-
-TYPED_TEST(GroupResponse, aTableWithoutHardwareTakesNoAcknowledgements) {
-  auto& at = this->at_;
-  at.table->hwTableIs(nullptr);
-  at.replayed();
-  EXPECT_FALSE(at.table->writeResponseSm());
-  at.commit(7, 1);
-  at.remove(7);
-  EXPECT_EQ(at.table->entrys(), 0u);
 }
 
 TYPED_TEST(GroupResponse, aMachineThatIsTakenOutLeavesAcknowledgementsWaiting) {
@@ -111,53 +84,6 @@ TYPED_TEST(GroupResponse, watchersOfTheStateReadTheIndex) {
 }
 
 // ---- keys and indices of two tables ----
-
-TEST(GroupIndices, keysOfBothTypesLieInOneAllocatorAndEachTableKnowsItsOwn) {
-  Groups<Ecmp> plain(2);
-  Groups<Vxlan> vxlan(2);
-  plain.replayed();
-  vxlan.replayed();
-  plain.commit(7, 1);
-  auto const other = vxlan.commit(7, 2);
-  auto const third = plain.commit(8, 1);
-  EXPECT_EQ(third->entryState(), State::failedNoIndex) << "one space for both";
-  EXPECT_EQ(plain.table->swKeyFromHwIndex(0), plain.key(7));
-  EXPECT_EQ(vxlan.table->swKeyFromHwIndex(1), vxlan.key(7));
-  EXPECT_FALSE(plain.table->swKeyFromHwIndex(1));
-  EXPECT_FALSE(vxlan.table->swKeyFromHwIndex(0));
-  EXPECT_FALSE(plain.table->swKeyFromHwIndex(2)) << "free";
-  plain.answer(1);
-  EXPECT_EQ(other->entryState(), State::inProgress) << "that was another hardware table's row";
-  vxlan.answer(1);
-  EXPECT_EQ(other->entryState(), State::success);
-}
-
-TYPED_TEST(GroupResponse, handlesAreMadeOnceAndCountWithoutAnEntry) {
-  auto& at = this->at_.replayed();
-  auto const handle = at.table->entryHandleIs(at.key(7), at.table.get());
-  EXPECT_EQ(at.table->entryHandleIs(at.key(7), at.table.get()), handle);
-  EXPECT_THAT(at.take(), ElementsAre("published 0x286 7 new"));
-  EXPECT_EQ(at.table->entrys(), 1u);
-  EXPECT_FALSE(at.table->entryHas(at.key(7)));
-  Groups<TypeParam> other;
-  EXPECT_ANY_THROW(at.table->entryHandleIs(at.key(7), other.table.get()));
-  EXPECT_EQ(handle->swTable(), at.table.get());
-}
-
-TYPED_TEST(GroupResponse, syncedRowsAreToldWithWhatTheyHeld) {
-  auto& at = this->at_;
-  std::vector<U32> modes;
-  auto const watching = at.table->publisher()->watch(0x28a, [&](auto& change) {
-    modes.push_back(change.template previousAs<typename TypeParam::Entry>()->lbMode);
-  });
-  at.table->syncedEntryIs(3, at.entry(5));
-  at.table->syncedEntryIs(3, at.entry(5));
-  at.table->syncedEntryIs(3, at.entry(6));
-  EXPECT_EQ(at.table->syncedEntryDel(3), at.entry(6));
-  EXPECT_EQ(at.table->syncedEntryDel(3), at.entry(0));
-  EXPECT_THAT(modes, ElementsAre(0u, 5u, 6u));
-  EXPECT_FALSE(at.table->syncedEntryGet(3));
-}
 
 // ---- limits ----
 

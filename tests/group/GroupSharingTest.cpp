@@ -80,33 +80,6 @@ TYPED_TEST(GroupSharing, thePurgeSparesRowsOfItsOwnKeysAndTellsTheTrackerOfAll) 
   EXPECT_THAT(one.take(), IsEmpty());
 }
 
-// The other table's key owns the index; what lies here at that index is from another life.
-TYPED_TEST(GroupSharing, aRowAtAnIndexOfAnotherTablesKeyIsDeletedAndTheIndexStays) {
-  auto &one = this->one_.holding({{0, 9}}), &two = this->two_.replayed();
-  two.commit(7, 1);
-  ASSERT_EQ(two.indexOf(7), 0u);
-  one.table->doInitComplete();
-  one.take();
-  one.table->purgeStaleEntries();
-  EXPECT_THAT(one.take(), ElementsAre("tracker 0 userRemove", "delete 0", "published 0x28a 0"));
-  EXPECT_EQ(two.indexOf(7), 0u);
-  EXPECT_EQ(two.util->rows.at(0), two.entry(1));
-}
-
-TYPED_TEST(GroupSharing, aRowOfAKeyThatBothTablesHaveStays) {
-  auto &one = this->one_.holding({{2, 1}, {3, 9}}), &two = this->two_.holding({{2, 1}, {3, 9}});
-  one.recover(7, 2);
-  one.commit(7, 1);
-  two.commit(7, 1);
-  EXPECT_EQ(two.counted(Status::reconcileMatched), 1u) << "the allocator told it the index";
-  one.replayed();
-  EXPECT_EQ(one.util->rows.size(), 1u);
-  EXPECT_EQ(two.util->rows.size(), 2u) << "a purge is of its own table";
-  two.replayed();
-  EXPECT_EQ(two.util->rows.size(), 1u);
-  EXPECT_EQ(two.indexOf(7), 2u);
-}
-
 TYPED_TEST(GroupSharing, aKeyThatComesBackElsewhereWhileItLeavesTakesItsFormerRowAway) {
   auto &one = this->one_.replayed(), &two = this->two_.replayed();
   one.commit(7, 1);

@@ -88,26 +88,6 @@ TEST(SelectiveTraces, readToTheLetterAtTheirLevels) {
               testing::Contains(at("hwTableEntryDel: Deleting entry at key:")));
 }
 
-TEST(SelectiveTraces, everyOperationLeavesItsMessage) {
-  SelectiveGroups<Selective> at;
-  at.replayed();
-  auto const ring = Fennlog::Handle::inMemory(64);
-  Fennlog::defaultHandleIs(ring.get());
-  auto handle = at.ref(7, usable(70));
-  at.remove(7);
-  handle = nullptr;
-  Fennlog::defaultHandleIs(&Fennlog::startupHandle());
-  Events texts;
-  for (auto const& each : Fennlog::read(*ring)) {
-    ASSERT_TRUE(each.text.starts_with("EcmpGroup1SelectiveDlbTable: ")) << each.text;
-    texts.push_back(each.text.substr(each.text.find(' ') + 1));
-  }
-  EXPECT_THAT(texts, ElementsAre("entryRef", "initUnresolvedEntry", "doResolve", "handleEntry",
-                                 "programHwEntry", "entryRemove entryType: 1, refCnt: 2",
-                                 testing::StartsWith("cleanup entryHandle : 0x"), "handleEntry",
-                                 "programHwEntry"));
-}
-
 template <class T>
 class SelectiveLimits : public testing::Test {
  protected:

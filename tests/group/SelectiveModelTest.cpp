@@ -129,20 +129,6 @@ TYPED_TEST(SelectiveModel, queriesAndWalksSeeWhatWaits) {
   EXPECT_FALSE(AT.table->entryIteratorConst(AT.key(1))) << "it leaves";
 }
 
-TYPED_TEST(SelectiveModel, referencesKeepWhatIsCommittedAndClassifyWhatIsNot) {
-  AT.replayed();
-  AT.commit(7, this->block_);
-  AT.answer(0);
-  auto held = AT.ref(7, this->block_);
-  EXPECT_EQ(held->entryType(), Type::committed);
-  auto const unset = AT.table->entryHandleIs(AT.key(8), AT.table.get());
-  AT.table->resolvedKeyPriorIs(Prior::noKey);
-  AT.table->resolvedEntryIs(AT.key(8), AT.entry(this->block_, 1));
-  AT.ref(8, this->block_);
-  EXPECT_EQ(unset->entryType(), Type::referenceOnly);
-  EXPECT_EQ(unset->useCount(), 1u);
-}
-
 TYPED_TEST(SelectiveModel, anIndexAskedForAheadIsGivenBackIfTheEntryNeverCame) {
   AT.replayed();
   AT.table->entryWriteAtIndex(5, AT.key(7), AT.entry(this->waiting_, 1));

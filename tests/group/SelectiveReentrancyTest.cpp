@@ -41,18 +41,6 @@ TYPED_TEST(SelectiveReentrancy, aWishFromTheMidstOfAWriteIsStillAWishAfterIt) {
   EXPECT_EQ(AT.state(7), "U waiting, R value, T committed, E unresolved, S success, Q 0");
 }
 
-TYPED_TEST(SelectiveReentrancy, anEntryThatComesBackInTheMidstOfItsDanceStays) {
-  this->committed(7, this->a_);
-  auto const watching = this->onState(State::inProgress, [this] { AT.commit(7, this->waiting_); });
-  AT.remove(7);
-  this->handle_ = nullptr;
-  EXPECT_EQ(AT.state(7), "U waiting, R no value, T committed, E unresolved, S inProgress, Q 1");
-  AT.answer(0);
-  this->waiting_->becomes(State::success, 90);
-  AT.answer(0);
-  EXPECT_EQ(AT.state(7), "U none, R value, T committed, E success, S success, Q 0");
-}
-
 // Before the row is written without a value, nothing has happened to it yet.
 TYPED_TEST(SelectiveReentrancy, aRemovalThatIsTakenBackBeforeItBeginsLeavesTheRow) {
   this->committed(7, this->a_);
@@ -184,28 +172,6 @@ TYPED_TEST(SelectiveReentrancy, ofCommitsInsideEachOtherTheOuterOneStands) {
         AT.commit(7, this->a_);
         AT.answer(0);
       }
-}
-
-TYPED_TEST(SelectiveReentrancy, aClaimInTheMidstOfARemovalStands) {
-  for (U32 id = 100; id < 116; ++id) AT.commit(id, this->b_);
-  this->handle_ = AT.commit(7, this->a_);  // no index: it goes without a dance
-  auto const watching = this->handle_->watched().watch(0x183, [this, done = false](auto&) mutable {
-    if (!std::exchange(done, true)) AT.commit(7, this->a_);
-  });
-  AT.remove(7);
-  this->handle_ = nullptr;
-  ASSERT_TRUE(AT.handle(7));
-  EXPECT_EQ(AT.handle(7)->swTable(), AT.table.get());
-  EXPECT_EQ(AT.handle(7)->entryType(), Type::committed);
-}
-
-TYPED_TEST(SelectiveReentrancy, aWishFromTheMidstOfAWriteThatFindsNoIndexIsAWish) {
-  for (U32 id = 100; id < 116; ++id) AT.commit(id, this->b_);
-  auto const unset = AT.table->entryHandleIs(AT.key(7), AT.table.get());
-  this->handle_ = unset;
-  auto const watching = this->onState(State::inProgress, [this] { AT.commit(7, this->waiting_); });
-  AT.commit(7, this->a_);
-  EXPECT_EQ(AT.state(7), "U waiting, R value, T committed, E unresolved, S failedNoIndex, Q 0");
 }
 
 // ---- the end of the table ----

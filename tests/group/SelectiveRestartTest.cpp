@@ -151,16 +151,6 @@ TYPED_TEST(SelectiveRestart, aRowWhoseRewriteIsRefusedGoesWithThePurge) {
   EXPECT_THAT(AT.take(), testing::IsSupersetOf({"tracker 3 userAdd", "write 3 72/1"}));
 }
 
-TYPED_TEST(SelectiveRestart, aValueThatWasNeverWrittenHoldsNoBlock) {
-  AT.holding({{3, 70}});
-  auto const never = usable(60), found = usable(70);
-  auto const handle = AT.commit(7, never);
-  AT.commit(7, found);
-  suggest(handle, {3});
-  EXPECT_EQ(AT.state(7), "U none, R value, T committed, E indexReconciled, S indexReconciled, Q 0");
-  EXPECT_EQ(AT.usesOf(never), 0u);
-}
-
 // ---- a dance that begins before the replay has ended ----
 
 TYPED_TEST(SelectiveRestart, aDanceOfTheReplayEndsWithTheFirstAcknowledgement) {
@@ -180,15 +170,6 @@ TYPED_TEST(SelectiveRestart, aDanceOfTheReplayEndsWithTheFirstAcknowledgement) {
                                      "published 0x289 7 was -", "published 0x287 7 gone"));
   EXPECT_THAT(AT.util->rows, IsEmpty());
   EXPECT_EQ(Asic::IndexUserTracker::Stub::tracker(AT.hw()).indices(), 0u);
-}
-
-TYPED_TEST(SelectiveRestart, anEntryThatWasNotWrittenGoesAtOnceWithoutADance) {
-  AT.holding({{3, 70}});
-  auto handle = AT.ref(7, usable(70));
-  ASSERT_EQ(AT.state(7), "U none, R value, T referenceOnly, E unresolved, S unresolved, Q 0");
-  AT.take();
-  handle = nullptr;
-  EXPECT_THAT(AT.take(), ElementsAre("published 0x289 7 was 70/1", "published 0x287 7 gone"));
 }
 
 // From inside the comparison's outcome: the state is told before the row is rewritten.

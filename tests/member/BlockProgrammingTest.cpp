@@ -103,17 +103,6 @@ TEST(BlockProgramming, withoutHooksTheAllocatorAloneWorks) {
   EXPECT_EQ(at.allocator()->totalUsedIndices(), 3u) << "the handle is held";
 }
 
-TEST(BlockProgramming, aBlockWhoseSizeDisagreesIsRefusedWhole) {
-  // The two can only disagree for a class of blocks that says so; the text is checked with the
-  // empty block, which is fine.
-  Recorded at;
-  at.synced().replayed();
-  auto const handle = at.table->entryBlockCommit(Block());
-  EXPECT_EQ(handle->entryState(), State::success);
-  EXPECT_TRUE(handle->hwIndex().isExhausted());
-  EXPECT_EQ(at.allocator()->totalUsedIndices(), 0u);
-}
-
 // ---- waiting ----
 
 TEST(BlockWaiting, untilTheLastNextHopIsUsable) {
@@ -149,32 +138,6 @@ TEST(BlockWaiting, untilTheLastNextHopIsUsable) {
   EXPECT_THAT(at.take(), IsEmpty()) << "once resolved, a block does not look back";
 }
 
-TEST(BlockWaiting, whatIsUsable) {
-  using Unresolved = Asic::SwTable::UnresolvedEntry;
-  Recorded at;
-  for (bool known : {false, true}) {
-    at.util->indexKnownAtWriteIs(known);
-    auto const isUsable = [&](State state, U32 index) {
-      return Unresolved::isUsable(*needed(state, index), at.util.get());
-    };
-    EXPECT_TRUE(isUsable(State::indexReconciled, 0xFFFFFFFF));
-    EXPECT_FALSE(isUsable(State::success, 0xFFFFFFFF));
-    EXPECT_TRUE(isUsable(State::frameworkComplete, 3));
-    EXPECT_EQ(isUsable(State::inProgress, 3), known);
-    EXPECT_EQ(isUsable(State::failedNoIndex, 3), known);
-  }
-}
-
-TEST(BlockWaiting, aNextHopThatHasFailedAlreadyFailsTheBlockAtOnce) {
-  Recorded at;
-  at.synced().replayed();
-  auto const nextHop = needed(State::failedNoIndex);
-  auto const handle = at.table->entryBlockRef(block({row(nextHop, 1)}));
-  EXPECT_EQ(handle->entryState(), State::failedNeededEntry);
-  nextHop->becomes(State::success, 1);
-  EXPECT_EQ(handle->entryState(), State::success);
-}
-
 TEST(BlockWaiting, aRemovedBlockResolvesNoMore) {
   Recorded at;
   at.synced().replayed();
@@ -199,49 +162,6 @@ TEST(BlockWaiting, aRemovedBlockResolvesNoMore) {
 }
 
 // ---- references ----
-
-TEST(BlockReferences, theCountIsTheUsersAndTheTableIfItCounts) {
-  Recorded at;
-  at.synced().replayed();
-  auto const key = plainBlock(1);
-  auto committed = at.table->entryBlockCommit(key);
-  EXPECT_EQ(committed->useCount(), 2u);
-  EXPECT_EQ(committed->entryType(), Type::committed);
-  auto referenced = at.table->entryBlockRef(key);
-  EXPECT_EQ(committed->useCount(), 3u);
-  EXPECT_EQ(committed->entryType(), Type::committed);
-  referenced = nullptr;
-  at.table->entryBlockRemove(key);
-  EXPECT_EQ(committed->useCount(), 1u);
-  at.take();
-  at.table->entryBlockRemove(key);
-  EXPECT_EQ(committed->useCount(), 1u) << "nothing to remove";
-  EXPECT_EQ(at.table->entryBlockCommit(key), committed);
-  EXPECT_EQ(committed->useCount(), 2u);
-  EXPECT_THAT(at.take(), IsEmpty()) << "it never left";
-  committed = nullptr;
-  EXPECT_TRUE(at.table->entryBlockHas(key)) << "the table owns it";
-  at.table->entryBlockRemove(key);
-  EXPECT_EQ(at.table->entryBlocks(), 0u);
-
-  auto const other = at.table->entryBlockRef(key);
-  EXPECT_EQ(other->useCount(), 1u);
-  EXPECT_EQ(at.table->entryBlockCommit(key), other);
-  EXPECT_EQ(other->useCount(), 2u);
-}
-
-TEST(BlockReferences, aReferencedBlockLivesByItsLastUser) {
-  Recorded at;
-  at.synced().replayed();
-  auto const key = plainBlock(2);
-  {
-    auto const handle = at.table->entryBlockRef(key);
-    at.take();
-  }
-  EXPECT_EQ(at.take().back(), "published 0x285 gone");
-  EXPECT_THAT(at.util->rows, IsEmpty());
-  EXPECT_EQ(at.allocator()->totalUsedIndices(), 0u);
-}
 
 TEST(BlockReferences, removeAllDeletesNothingBeforeItsWalkIsOver) {
   Recorded at;
@@ -282,21 +202,6 @@ TEST(BlockReferences, handlesOutliveTheTable) {
   held = nullptr;
   EXPECT_EQ(Table::EntryHandle::memAllocationTracker_.live(), live);
   EXPECT_EQ(nextHop->useCount(), 1u);
-}
-
-// A block, its next hop held by it alone, and its allocator's copy: all go down the chain.
-TEST(BlockReferences, deletionWalksDownTheChain) {
-  Recorded at;
-  at.synced().replayed();
-  auto nextHops = Forwarding::nextHopTableFactory();
-  nextHops->doCreateAllocator();
-  nextHops->doInitComplete();
-  Vell::Ptr<Asic::SwTableBase::EntryHandle const> nextHop = nextHops->entryRef({.id = 1});
-  auto handle = at.table->entryBlockRef(block({row(nextHop, 1)}));
-  nextHop = nullptr;
-  EXPECT_EQ(nextHops->entrys(), 1u);
-  handle = nullptr;
-  EXPECT_EQ(nextHops->entrys(), 0u);
 }
 
 // ---- callbacks ----

@@ -168,28 +168,6 @@ TEST(BlockRestart, thePurgeSparesRowsThatABlockTookMeanwhile) {
   EXPECT_EQ(at.usesOf(101), 0u);
 }
 
-// The walk stands inside the block when its first rows were claimed before.
-TEST(BlockRestart, thePurgeDoesNotRunPastTheEndOfABlock) {
-  Recorded at;
-  at.quiet().holding(101, {{9, 1}, {9, 2}, {9, 3}}).synced();
-  at.table->doInitComplete();
-  auto const key = plainBlock(2);
-  ASSERT_TRUE(at.allocator()->requestIndexForKey(100, Table::keyType(), &key));
-  at.table->entryBlockCommit(key);
-  at.table->purgeStaleEntries();
-  EXPECT_THAT(at.util->rows, testing::SizeIs(2)) << "102 and 103 are nobody's";
-}
-
-TEST(BlockRestart, anEmptyHardwareIsWrittenAtOnce) {
-  Recorded at;
-  at.quiet().synced();
-  at.table->entryBlockCommit(plainBlock(3));
-  EXPECT_EQ(at.util->rows.size(), 3u);
-  EXPECT_EQ(at.counted(Status::reconcileAdded), 1u);
-  at.table->entryBlockRemove(plainBlock(3));
-  EXPECT_EQ(at.counted(Status::reconcileDeleted), 1u);
-}
-
 // A block that failed with its next hop, and resolves while no candidate fits, is still open.
 TEST(BlockRestart, aBlockThatHadFailedIsSettledLikeAnyOther) {
   Recorded at;

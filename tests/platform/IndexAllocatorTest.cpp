@@ -251,20 +251,6 @@ TEST(IndexAllocator, sizesThatAreUnknownOneOrGrow) {
   EXPECT_EQ(allocated(*blocks.allocator, Key{3, 5}).value(), 40u);
 }
 
-TEST(IndexAllocator, keysOfTwoTypesLieSideBySide) {
-  Shared<Asic::BankAwareBlockAllocator> shared(100);
-  auto& allocator = *shared.allocator;
-  Key const key{1, 4};
-  auto const block = allocator.newIndexForBlock(blockType, &key);
-  auto const single = allocator.newIndexForKey(singleType, &key);
-  EXPECT_NE(block, single);
-  EXPECT_EQ(allocator.totalUsedIndices(), 5u);
-  EXPECT_EQ(allocator.getBlockSize(singleType, &key), 1u);
-  auto const found = allocator.keyForIndex(single, blockType);
-  EXPECT_EQ(found.getGif()->type(), singleType);
-  EXPECT_EQ(found.getGif()->voidPtrIs(blockType), nullptr);
-}
-
 TEST(IndexAllocator, anIndexIsFreeWhenTheLastTableThatHasItsKeyLetsGo) {
   Shared<Asic::FirstFreeIndexAllocator> shared(100);
   auto& allocator = *shared.allocator;

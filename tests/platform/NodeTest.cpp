@@ -44,21 +44,6 @@ TEST(Node, GoesWithItsLastUse) {
   EXPECT_EQ(alive, 0);
 }
 
-TEST(Node, UsesTakenInTheHookDoNotRunItTwice) {
-  int alive = 0;
-  auto* const probe = new Probe(alive);
-  Ptr<Probe> only(probe);
-  int runs = 0;
-  probe->onLastUserGone = [&] {
-    ++runs;
-    Ptr<Probe> const inside(probe);
-    Ptr<Probe> const again = inside;
-  };
-  only = nullptr;
-  EXPECT_EQ(runs, 1);
-  EXPECT_EQ(alive, 0);
-}
-
 TEST(Node, AUseThatStaysBringsItBack) {
   int alive = 0;
   auto* const probe = new Probe(alive);

@@ -44,26 +44,6 @@ TEST(Publisher, TellsTheFieldsWatchersInOrder) {
   EXPECT_EQ(log.heard, (std::vector<std::string>{"a1", "b1", "b2", "c2"}));
 }
 
-TEST(Publisher, WatchersMaySubscribeUnsubscribeAndPublish) {
-  Publisher publisher;
-  Log log;
-  Subscription later, second;
-  auto const first = publisher.watch(1, [&](Change const&) {
-    log.heard.push_back("first");
-    second.end();
-    if (log.heard.size() == 1) {
-      later = publisher.watch(1, log.as("later"));
-      publisher.publishChange(2);
-    }
-  });
-  second = publisher.watch(1, log.as("second"));
-  auto const other = publisher.watch(2, log.as("other"));
-  publisher.publishChange(1);
-  EXPECT_EQ(log.heard, (std::vector<std::string>{"first", "other2"}));
-  publisher.publishChange(1);
-  EXPECT_EQ(log.heard, (std::vector<std::string>{"first", "other2", "first", "later1"}));
-}
-
 TEST(Publisher, MayGoDuringItsOwnPublication) {
   auto publisher = std::make_unique<Publisher>();
   Log log;

@@ -76,20 +76,6 @@ TEST(Slab, FreeSlabsGoBackButOnePerClass) {
   EXPECT_EQ(Bruvel::slabFigures().usedBytes, before.usedBytes);
 }
 
-TEST(Slab, SteadyStateDoesNotTouchTheSystem) {
-  std::vector<void*> blocks(5'000);
-  for (void*& block : blocks) block = Bruvel::slabAllocOrStdMalloc(64);
-  auto const before = Bruvel::slabFigures();
-  std::mt19937 random(3);
-  for (int step = 0; step < 100'000; ++step) {
-    void*& block = blocks[random() % blocks.size()];
-    Bruvel::slabFreeOrStdFree(block, 64);
-    block = Bruvel::slabAllocOrStdMalloc(64);
-  }
-  EXPECT_EQ(Bruvel::slabFigures().slabs, before.slabs);
-  for (void* const block : blocks) Bruvel::slabFreeOrStdFree(block, 64);
-}
-
 TEST(Slab, ThreadsShareTheSlabsOnceNodesAreShared) {
   U64 const usedBefore = Bruvel::slabFigures().usedBytes;
   Vell::ThreadControl::tsp_ = true;
