@@ -9,35 +9,24 @@ namespace Asic {
 
 /// A block on its way through the reflection interface, and as a class of its own.
 template <class T>
-struct EntryBlockReflection {
+struct EntryBlockReflection : RecordReflection<typename T::EntryBlock, EntryBlockReflection<T>> {
   using Block = typename T::EntryBlock;
-  using Entry = typename T::Entry;
+  using Entry = EntryReflection<typename T::Entry>;
   static constexpr auto shape = Vell::ValueShape::record;
 
-  static constexpr Vell::AttributeData attributes[] = {
-      {0x82, "entry", Vell::AttributeKind::collection, Vell::AttributeAccess::isPublic,
-       Vell::AttributeConstness::notConst, Vell::ValueShape::record, 0, 32},
-      {0x83, "entryInternal", Vell::AttributeKind::collection, Vell::AttributeAccess::isPublic,
-       Vell::AttributeConstness::notConst, Vell::ValueShape::record, 0, 32},
-  };
+  static constexpr auto attributes = [] {
+    using namespace AttributeWords;
+    return std::to_array<Vell::AttributeData>({
+        {0x82, "entry", collection, isPublic, notConst, record, 0, 32},
+        {0x83, "entryInternal", collection, isPublic, notConst, record, 0, 32},
+    });
+  }();
 
-  static Vell::Value toValue(Block const& block) {
-    return Vell::Record{&type, std::make_shared<Block>(block)};
-  }
-  static Block const& fromValue(Vell::Value const& value) {
-    auto const* const record = value.record();
-    if (!record || record->type != &type)
-      throw Vell::ArgumentError(Vell::concatenate("a record of ", type.name, " is asked for"));
-    return *static_cast<Block const*>(record->object.get());
-  }
-
-  static Vell::Value makeValue() { return toValue(Block()); }
-  static U32 hash(void const* object) { return static_cast<Block const*>(object)->hash(0); }
   static void walk(void const* object, Vell::AttributeData const&,
                    Vell::TypeFunctions::Visitor const& visitor) {
     auto const block = *static_cast<Block const*>(object);  // the visitor may change the block
-    block.forEach([&](SwTableBase::Index offset, Entry const& row) {
-      visitor(U64{offset.value()}, EntryReflection<Entry>::toValue(row));
+    block.forEach([&](SwTableBase::Index offset, typename T::Entry const& row) {
+      visitor(indexValue(offset), Entry::toValue(row));
     });
   }
   static Vell::CollectionFigures figures(void const* object, Vell::AttributeData const&) {
@@ -47,17 +36,17 @@ struct EntryBlockReflection {
   static void elementIs(void* object, Vell::AttributeData const&, Vell::Value const& key,
                         Vell::Value const& value) {
     auto& block = *static_cast<Block*>(object);
-    auto const offset = KeyValue<SwTableBase::Index>::fromValue(key);
+    auto const offset = indexOf(key).value();
     if (value.empty())
       block.entryDel(offset);
     else
-      block.entryIs(offset, EntryReflection<Entry>::fromValue(value));
+      block.entryIs(offset, Entry::fromValue(value));
   }
 
   static constexpr Vell::TypeData type{NestedName<T, "::EntryBlock">::view,
                                        attributes,
-                                       {.makeValue = &makeValue,
-                                        .hash = &hash,
+                                       {.makeValue = &EntryBlockReflection::makeValue,
+                                        .hash = &EntryBlockReflection::hash,
                                         .walk = &walk,
                                         .figures = &figures,
                                         .elementIs = &elementIs}};
@@ -65,15 +54,15 @@ struct EntryBlockReflection {
 
 template <class T>
 struct UnresolvedEntryBlockReflection {
-  static constexpr Vell::AttributeData attributes[] = {
-      {T::UnresolvedEntryBlock::entryBlockField, "entryBlock", Vell::AttributeKind::value,
-       Vell::AttributeAccess::isPublic, Vell::AttributeConstness::isConst,
-       Vell::ValueShape::record},
-  };
+  using Record = typename T::UnresolvedEntryBlock;
+
+  static constexpr auto attributes = [] {
+    using namespace AttributeWords;
+    return std::to_array<Vell::AttributeData>(
+        {{Record::entryBlockField, "entryBlock", value, isPublic, isConst, record}});
+  }();
   static Vell::Value get(void const* object, Vell::AttributeData const&) {
-    auto const* node = static_cast<Vell::Node const*>(object);
-    return EntryBlockReflection<T>::toValue(
-        static_cast<typename T::UnresolvedEntryBlock const*>(node)->entryBlock());
+    return EntryBlockReflection<T>::toValue(nodeOf<Record>(object).entryBlock());
   }
   static constexpr Vell::TypeData type{
       NestedName<T, "::UnresolvedEntryBlock">::view, attributes, {.get = &get}};
@@ -82,14 +71,10 @@ struct UnresolvedEntryBlockReflection {
 template <class T>
 struct BlockTableReflection {
   using Block = EntryBlockReflection<T>;
-  using Entry = typename T::Entry;
-  using Arguments = std::span<Vell::Value const>;
+  using Collections = CollectionReflection<T, BlockTableReflection>;
 
   static constexpr auto attributes = [] {
-    using enum Vell::AttributeKind;
-    using enum Vell::AttributeAccess;
-    using enum Vell::AttributeConstness;
-    using enum Vell::ValueShape;
+    using namespace AttributeWords;
     return std::to_array<Vell::AttributeData>({
         {0x282, "indexAllocator", value, isPublic, isConst, pointer, 64},
         {0x283, "setResolvedEntryBlockMetaDataDefinedByUser", constant, isPublic, isConst, number,
@@ -120,101 +105,61 @@ struct BlockTableReflection {
     });
   }();
 
-  static T& tableOf(void const* object) {
-    return static_cast<T&>(*static_cast<Vell::Node*>(const_cast<void*>(object)));
+  /// An operation on a block.
+  template <class Run>
+  static constexpr Operation<T> ofBlock(std::string_view name, Run) {
+    return {name, 1,
+            [](T& table, Arguments with) { return Run{}(table, Block::fromValue(with[0])); }};
   }
-  static Vell::Ptr<Vell::Node> makeTable(Vell::String const&, Arguments arguments) {
-    if (!arguments.empty()) Vell::throwNewEntityArgsException(tableType, arguments.size());
-    return new T;
-  }
-  static U64 addressOf(void const* object) { return reinterpret_cast<std::uintptr_t>(object); }
+  using Key = typename T::EntryBlock;
+  static constexpr Operation<T> operations[] = {
+      ofBlock("entryBlock", [](T& table, Key const& key) { return table.entryBlockHas(key); }),
+      ofBlock("entryInHwTable", [](T& table, Key const& key) { return table.entryInHwTable(key); }),
+      {"entryBlockRemoveAll", 0, [](T& table, Arguments) { table.entryBlockRemoveAll(); }},
+      ofBlock("entryBlockRemove", [](T& table, Key const& key) { table.entryBlockRemove(key); }),
+      ofBlock(
+          "entryBlockCommit",
+          [](T& table, Key const& key) { return addressValue(table.entryBlockCommit(key).get()); }),
+      ofBlock("entryBlockRef", [](T& table, Key const&) { return refuseReference<T>(table, {}); }),
+      ofBlock("hwIndexOnlyForCrossAgentCommunication",
+              [](T& table, Key const& key) {
+                return table.hwIndexOnlyForCrossAgentCommunication(key).value();
+              }),
+      {"swKeyFromHwIndex", 1,
+       [](T& table, Arguments with) {
+         auto const key = table.swKeyFromHwIndex(indexOf(with[0]));
+         return key ? Block::toValue(*key) : Vell::Value();
+       }},
+      utilOperation<T>,
+  };
 
   static Vell::Value get(void const* object, Vell::AttributeData const& attribute) {
-    auto const& table = tableOf(object);
-    if (attribute.name == "entryBlocks") return U64{table.entryBlocks()};
-    if (attribute.name == "indexAllocator") return addressOf(table.indexAllocator());
-    if (attribute.name == "readAccess") return T::readAccess;
-    if (attribute.name == "writeAccess") return T::writeAccess;
-    return U64{0};
+    if (attribute.name == "entryBlocks") return U64{nodeOf<T>(object).entryBlocks()};
+    return valueOfTable<T>(object, attribute);
   }
 
-  static Vell::Value call(void* object, Vell::AttributeData const& attribute, Arguments arguments) {
-    auto& table = tableOf(object);
-    auto const name = attribute.name;
-    if (name == "entryBlockRemoveAll") {
-      needArguments(arguments, 0);
-      table.entryBlockRemoveAll();
-      return {};
-    }
-    if (name == "util") {
-      needArguments(arguments, 0);
-      return table.util() ? Vell::Value(table.util()->featureName()) : Vell::Value();
-    }
-    needArguments(arguments, 1);
-    if (name == "swKeyFromHwIndex") {
-      auto const key =
-          table.swKeyFromHwIndex(KeyValue<SwTableBase::Index>::fromValue(arguments[0]).value());
-      return key ? Block::toValue(*key) : Vell::Value();
-    }
-    return callWithBlock(table, name, Block::fromValue(arguments[0]));
+  template <class Use>
+  static void show(T& table, std::string_view name, Use const& use) {
+    if (name == "syncedEntry")
+      use(table.syncedEntryMap(), indexValue, elementValue);
+    else if (name == "resolvedEntryBlock")
+      use(table.resolvedEntryBlockMap(), &Block::toValue, elementValue);
+    else if (name == "unresolvedEntryBlock")
+      use(table.unresolvedMap(), &Block::toValue,
+          [](auto const& record) { return Block::toValue(record->entryBlock()); });
+    else
+      use(table.entryHandleMap(), &Block::toValue, elementValue);
   }
 
-  static Vell::Value callWithBlock(T& table, std::string_view name,
-                                   typename T::EntryBlock const& block) {
-    if (name == "entryBlock") return table.entryBlockHas(block);
-    if (name == "entryInHwTable") return table.entryInHwTable(block);
-    if (name == "entryBlockCommit") return addressOf(table.entryBlockCommit(block).get());
-    if (name == "hwIndexOnlyForCrossAgentCommunication")
-      return U64{table.hwIndexOnlyForCrossAgentCommunication(block).value()};
-    if (name == "entryBlockRef")
-      throw Vell::ArgumentError("the reference would end with the call; ask from code");
-    table.entryBlockRemove(block);
-    return {};
-  }
-
-  static void walk(void const* object, Vell::AttributeData const& attribute,
-                   Vell::TypeFunctions::Visitor const& visitor) {
-    auto& table = tableOf(object);
-    Vell::Ptr<T> const held(&table);
-    if (attribute.name == "syncedEntry") {
-      for (typename T::SyncedEntryMap::Iterator at(table.syncedEntryMap()); at; at.advance())
-        visitor(U64{at.key().value()}, EntryReflection<Entry>::toValue(at->value_));
-    } else if (attribute.name == "resolvedEntryBlock") {
-      walkMap(table.resolvedEntryBlockMap(),
-              [&](auto const& node) { visitor(Block::toValue(node.key()), true); });
-    } else if (attribute.name == "unresolvedEntryBlock") {
-      walkMap(table.unresolvedMap(), [&](auto const& node) {
-        visitor(Block::toValue(node.key()), Block::toValue(node.value_->entryBlock()));
-      });
-    } else {
-      walkMap(table.entryHandleMap(), [&](auto const& node) {
-        visitor(Block::toValue(node.key()), addressOf(node.value_.get()));
-      });
-    }
-  }
-  template <class Map, class Visitor>
-  static void walkMap(Map const& map, Visitor&& visitor) {
-    for (Zarn::HashMap2018IteratorGeneric at(map); at; at.advance())
-      visitor(*at.currNodeMaybeStale());
-  }
-
-  static Vell::CollectionFigures figures(void const* object, Vell::AttributeData const& attribute) {
-    auto const& table = tableOf(object);
-    auto const of = [](auto const& map) -> Vell::CollectionFigures {
-      return {map.count(), map.version()};
-    };
-    if (attribute.name == "syncedEntry") return of(table.syncedEntryMap());
-    if (attribute.name == "resolvedEntryBlock") return of(table.resolvedEntryBlockMap());
-    if (attribute.name == "unresolvedEntryBlock") return of(table.unresolvedMap());
-    return of(table.entryHandleMap());
-  }
-
-  static constexpr Vell::TypeData tableType{
-      T::names.qualified,
-      attributes,
-      {.makeNode = &makeTable, .get = &get, .call = &call, .walk = &walk, .figures = &figures}};
+  static constexpr Vell::TypeData tableType{T::names.qualified,
+                                            attributes,
+                                            {.makeNode = makeTable<T>,
+                                             .get = &get,
+                                             .call = &callOperation<T, attributes, operations>,
+                                             .walk = &Collections::walk,
+                                             .figures = &Collections::figures}};
   static constexpr Vell::TypeData syncedEntryType{NestedName<T, "::ZarnSyncedEntry">::view, {}, {}};
-  static constexpr Vell::TypeData const* types[] = {&EntryReflection<Entry>::type,
+  static constexpr Vell::TypeData const* types[] = {&EntryReflection<typename T::Entry>::type,
                                                     &Block::type,
                                                     &HandleReflection<T, Block>::type,
                                                     &UnresolvedEntryBlockReflection<T>::type,

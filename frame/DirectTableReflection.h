@@ -5,56 +5,37 @@
 
 #pragma once
 
-#include <array>
-#include <string_view>
-
-#include "containers/HashMap2018Iterator.h"
-#include "frame/FieldEntry.h"
 #include "frame/TableReflection.h"
 #include "frame/Trait.h"
-#include "platform/vell/Inspect.h"
 
 namespace Asic {
 
-/// One attribute of every direct table, before it has its id.
-struct DirectTableAttribute {
-  std::string_view name;
-  Vell::AttributeKind kind;
-  Vell::AttributeAccess access;
-  Vell::AttributeConstness constness;
-  Vell::ValueShape shape = Vell::ValueShape::nothing;
-  U8 bits = 0;
-};
-
 inline constexpr auto directTableAttributes = [] {
-  using enum Vell::AttributeKind;
-  using enum Vell::AttributeAccess;
-  using enum Vell::AttributeConstness;
-  using enum Vell::ValueShape;
-  return std::to_array<DirectTableAttribute>({
-      {"isOwnedByMergeTable", constant, isPublic, isConst, boolean, 1},
-      {"isExternalKeyType", constant, isPublic, isConst, boolean, 1},
-      {"setResolvedEntryBlockMetaDataDefinedByUser", constant, isPublic, isConst, number, 64},
-      {"setResolvedEntryMetaDataDefinedByUser", constant, isPublic, isConst, number, 64},
-      {"entryHas", operation, isPublic, isConst, boolean, 1},
-      {"resolvedEntry", collection, isPublic, notConst, record},
-      {"entry", collection, isPublic, isConst, record},
-      {"syncedEntry", collection, isPublic, notConst, record},
-      {"entryRemoveAll", operation, isPublic, notConst},
-      {"minIndex", operation, isPublic, isConst, number, 32},
-      {"maxIndex", operation, isPublic, isConst, number, 32},
-      {"handleEntry", operation, notPublic, notConst},
-      {"readAccess", constant, isPublic, isConst, boolean, 1},
-      {"writeAccess", constant, isPublic, isConst, boolean, 1},
-      {"entrys", value, isPublic, isConst, number, 32},
-      {"entryRemove", operation, isPublic, notConst},
-      {"entryCommit", operation, isPublic, notConst},
-      {"util", operation, isPublic, isConst, text},
-      {"doMountHwTableMountInfo", staticOperation, isPublic, notConst},
-      {"doMountHwTableRecoveryStatus", staticOperation, isPublic, notConst},
-      {"doRecoverHwTable", staticOperation, isPublic, notConst},
-      {"autoCommitSyncedEntries", operation, isPublic, notConst},
-      {"cleanup", operation, notPublic, notConst},
+  using namespace AttributeWords;
+  return std::to_array<Vell::AttributeData>({
+      {0, "isOwnedByMergeTable", constant, isPublic, isConst, boolean, 1},
+      {0, "isExternalKeyType", constant, isPublic, isConst, boolean, 1},
+      {0, "setResolvedEntryBlockMetaDataDefinedByUser", constant, isPublic, isConst, number, 64},
+      {0, "setResolvedEntryMetaDataDefinedByUser", constant, isPublic, isConst, number, 64},
+      {0, "entryHas", operation, isPublic, isConst, boolean, 1},
+      {0, "resolvedEntry", collection, isPublic, notConst, record},
+      {0, "entry", collection, isPublic, isConst, record},
+      {0, "syncedEntry", collection, isPublic, notConst, record},
+      {0, "entryRemoveAll", operation, isPublic, notConst},
+      {0, "minIndex", operation, isPublic, isConst, number, 32},
+      {0, "maxIndex", operation, isPublic, isConst, number, 32},
+      {0, "handleEntry", operation, notPublic, notConst},
+      {0, "readAccess", constant, isPublic, isConst, boolean, 1},
+      {0, "writeAccess", constant, isPublic, isConst, boolean, 1},
+      {0, "entrys", value, isPublic, isConst, number, 32},
+      {0, "entryRemove", operation, isPublic, notConst},
+      {0, "entryCommit", operation, isPublic, notConst},
+      {0, "util", operation, isPublic, isConst, text},
+      {0, "doMountHwTableMountInfo", staticOperation, isPublic, notConst},
+      {0, "doMountHwTableRecoveryStatus", staticOperation, isPublic, notConst},
+      {0, "doRecoverHwTable", staticOperation, isPublic, notConst},
+      {0, "autoCommitSyncedEntries", operation, isPublic, notConst},
+      {0, "cleanup", operation, notPublic, notConst},
   });
 }();
 
@@ -62,149 +43,70 @@ inline constexpr auto directTableAttributes = [] {
 template <bool keyIsHwIndex>
 inline constexpr auto numberedDirectTableAttributes = [] {
   constexpr std::size_t left = keyIsHwIndex ? 0 : 2;
-  std::array<Vell::AttributeData, directTableAttributes.size() - left> numbered{};
-  U32 id = 0x202;
-  for (auto const& each : directTableAttributes) {
-    if (!keyIsHwIndex && (each.name == "minIndex" || each.name == "maxIndex")) continue;
-    numbered[id - 0x202] = {id,         each.name, each.kind, each.access, each.constness,
-                            each.shape, each.bits};
-    ++id;
-  }
-  return numbered;
+  std::array<Vell::AttributeData, directTableAttributes.size() - left> chosen{};
+  std::ranges::copy_if(directTableAttributes, chosen.begin(), [](auto const& each) {
+    return keyIsHwIndex || (each.name != "minIndex" && each.name != "maxIndex");
+  });
+  return numberedFrom(0x202, chosen);
 }();
-
-/// The hook class answers its three public operations.
-template <class T>
-struct DirectUtilReflection {
-  static constexpr auto attributes = [] {
-    using enum Vell::AttributeKind;
-    using enum Vell::AttributeAccess;
-    using enum Vell::AttributeConstness;
-    using enum Vell::ValueShape;
-    return std::to_array<Vell::AttributeData>({
-        {0x202, "minIndex", operation, isPublic, isConst, number, 32},
-        {0x203, "maxIndex", operation, isPublic, isConst, number, 32},
-        {0x204, "hwTableEntryIs", operation, notPublic, isConst},
-        {0x205, "hwTableEntryDel", operation, notPublic, isConst},
-        {0x206, "updateHwIndexRefCountTracker", operation, notPublic, isConst},
-        {0x207, "compareHwEntries", operation, notPublic, isConst, boolean, 1},
-        {0x208, "syncEntries", operation, notPublic, isConst},
-        {0x209, "getHwIndex", staticOperation, notPublic, notConst, number, 32},
-        {0x20a, "hwIndexForDependentField", operation, notPublic, isConst, number, 32},
-        {0x20b, "dependentFieldValueToHwIndex", operation, isPublic, isConst, number, 32},
-    });
-  }();
-
-  static Vell::Value call(void* object, Vell::AttributeData const& attribute,
-                          std::span<Vell::Value const> arguments) {
-    auto const& util = static_cast<typename T::Util const&>(*static_cast<Vell::Node*>(object));
-    if (attribute.name == "dependentFieldValueToHwIndex") {
-      needArguments(arguments, 1);
-      auto const field = KeyValue<SwTableBase::Index>::fromValue(arguments[0]);
-      return U64{util.dependentFieldValueToHwIndex(field.value()).value()};
-    }
-    needArguments(arguments, 0);
-    return U64{attribute.name == "minIndex" ? util.minIndex() : util.maxIndex()};
-  }
-};
 
 template <class T>
 struct DirectTableReflection {
-  using Key = typename T::Key;
-  using Entry = typename T::Entry;
-  using Arguments = std::span<Vell::Value const>;
+  using Key = KeyValue<typename T::Key>;
+  using Entry = EntryReflection<typename T::Entry>;
+  using Collections = CollectionReflection<T, DirectTableReflection>;
+  using Hooks = HookReflection<T, 0x208>;
 
-  static T& tableOf(void const* object) {
-    auto* node = static_cast<Vell::Node*>(const_cast<void*>(object));
-    return static_cast<T&>(*node);
-  }
-
-  static Vell::Ptr<Vell::Node> makeTable(Vell::String const&, Arguments arguments) {
-    if (!arguments.empty()) Vell::throwNewEntityArgsException(tableType, arguments.size());
-    return new T;
-  }
+  static constexpr auto attributes = numberedDirectTableAttributes<Trait::isKnownIndexTable<T>>;
 
   static Vell::Value get(void const* object, Vell::AttributeData const& attribute) {
-    if (attribute.name == "entrys") return U64{tableOf(object).entrys()};
-    if (attribute.name == "readAccess") return T::readAccess;
-    if (attribute.name == "writeAccess") return T::writeAccess;
     if (attribute.name == "isExternalKeyType") return Trait::isKeyTable<T>;
-    return attribute.shape == Vell::ValueShape::boolean ? Vell::Value(false) : Vell::Value(U64{0});
+    return valueOfTable<T>(object, attribute);
   }
 
-  static Vell::Value call(void* object, Vell::AttributeData const& attribute, Arguments arguments) {
-    auto& table = tableOf(object);
-    auto const name = attribute.name;
-    if (name == "entryCommit") {
-      needArguments(arguments, 2);
-      table.entryCommit(KeyValue<Key>::fromValue(arguments[0]),
-                        EntryReflection<Entry>::fromValue(arguments[1]));
-    } else if (name == "entryHas") {
-      needArguments(arguments, 1);
-      return table.entryHas(KeyValue<Key>::fromValue(arguments[0]));
-    } else if (name == "entryRemove") {
-      needArguments(arguments, 1);
-      table.entryRemove(KeyValue<Key>::fromValue(arguments[0]));
-    } else {
-      needArguments(arguments, 0);
-      return callWithoutArguments(table, name);
-    }
-    return {};
+  static constexpr Operation<T> operations[] = {
+      {"entryHas", 1,
+       [](T& table, Arguments with) { return table.entryHas(Key::fromValue(with[0])); }},
+      {"entryRemoveAll", 0, [](T& table, Arguments) { table.entryRemoveAll(); }},
+      // These two are not called in a table without an index key: it has no such attributes.
+      {"minIndex", 0,
+       [](auto& table, Arguments) -> U32 {
+         if constexpr (Trait::isKnownIndexTable<T>) return table.minIndex();
+         return 0;
+       }},
+      {"maxIndex", 0,
+       [](auto& table, Arguments) -> U32 {
+         if constexpr (Trait::isKnownIndexTable<T>) return table.maxIndex();
+         return 0;
+       }},
+      {"entryRemove", 1,
+       [](T& table, Arguments with) { table.entryRemove(Key::fromValue(with[0])); }},
+      {"entryCommit", 2,
+       [](T& table, Arguments with) {
+         table.entryCommit(Key::fromValue(with[0]), Entry::fromValue(with[1]));
+       }},
+      utilOperation<T>,
+      {"autoCommitSyncedEntries", 0, [](T& table, Arguments) { table.autoCommitSyncedEntries(); }},
+  };
+
+  template <class Use>
+  static void show(T& table, std::string_view name, Use const& use) {
+    if (name == "syncedEntry")
+      use(table.syncedEntryMap(), &Key::toValue, elementValue);
+    else if (name == "entry")
+      use(EntriesOf<T>{table}, &Key::toValue, elementValue);
+    else
+      use(table.resolvedEntryMap(), &Key::toValue, elementValue);
   }
 
-  static Vell::Value callWithoutArguments(T& table, std::string_view name) {
-    if constexpr (Trait::isKnownIndexTable<T>) {
-      if (name == "minIndex") return U64{table.minIndex()};
-      if (name == "maxIndex") return U64{table.maxIndex()};
-    }
-    if (name == "entryRemoveAll") table.entryRemoveAll();
-    if (name == "autoCommitSyncedEntries") table.autoCommitSyncedEntries();
-    // The hooks' object itself stays behind the interface; its name tells which one it is.
-    if (name == "util" && table.util()) return Vell::Value(table.util()->featureName());
-    return {};
-  }
-
-  static void walk(void const* object, Vell::AttributeData const& attribute,
-                   Vell::TypeFunctions::Visitor const& visitor) {
-    auto& table = tableOf(object);
-    Vell::Ptr<T> const held(&table);
-    if (attribute.name == "syncedEntry") {
-      for (Zarn::HashMap2018IteratorGeneric at(table.syncedEntryMap()); at; at.advance())
-        visitor(KeyValue<Key>::toValue(at.currNodeMaybeStale()->key()),
-                EntryReflection<Entry>::toValue(at.currNodeMaybeStale()->value_));
-      return;
-    }
-    bool const valuesOnly = attribute.name == "entry";
-    for (Zarn::HashMap2018IteratorGeneric at(table.resolvedEntryMap()); at; at.advance()) {
-      auto const key = KeyValue<Key>::toValue(at.currNodeMaybeStale()->key());
-      auto const& value = at.currNodeMaybeStale()->value_;
-      if (value)
-        visitor(key, EntryReflection<Entry>::toValue(*value));
-      else if (!valuesOnly)
-        visitor(key, {});
-    }
-  }
-
-  static Vell::CollectionFigures figures(void const* object, Vell::AttributeData const& attribute) {
-    auto const& table = tableOf(object);
-    if (attribute.name == "syncedEntry")
-      return {table.syncedEntryMap().count(), table.syncedEntryMap().version()};
-    auto const& resolved = table.resolvedEntryMap();
-    if (attribute.name == "resolvedEntry") return {resolved.count(), resolved.version()};
-    U32 withValue = 0;
-    using Walk = Zarn::HashMap2018UnsafeIteratorConstGeneric<typename T::ResolvedEntryMap>;
-    for (Walk at(resolved); at; ++at) withValue += at.currNode()->value_.has_value();
-    return {withValue, resolved.version()};
-  }
-
-  static constexpr Vell::TypeData utilType{NestedName<T, "::Util">::view,
-                                           DirectUtilReflection<T>::attributes,
-                                           {.call = &DirectUtilReflection<T>::call}};
-  static constexpr Vell::TypeData tableType{
-      T::names.qualified,
-      numberedDirectTableAttributes<Trait::isKnownIndexTable<T>>,
-      {.makeNode = &makeTable, .get = &get, .call = &call, .walk = &walk, .figures = &figures}};
-  static constexpr Vell::TypeData const* types[] = {&EntryReflection<Entry>::type, &utilType,
+  static constexpr Vell::TypeData tableType{T::names.qualified,
+                                            attributes,
+                                            {.makeNode = makeTable<T>,
+                                             .get = &get,
+                                             .call = &callOperation<T, attributes, operations>,
+                                             .walk = &Collections::walk,
+                                             .figures = &Collections::figures}};
+  static constexpr Vell::TypeData const* types[] = {&Entry::type, &Hooks::type,
                                                     &UtilLoaderReflection<T>::type, &tableType};
   static inline constinit Vell::ModuleInspectData module{T::names.module, types};
 };

@@ -28,21 +28,28 @@ class FieldEntry : public EntryBase {
   }
 };
 
+/// Objects of a value class on their way through the reflection interface, as records of the type
+/// `Reflection::type`.
+template <class V, class Reflection>
+struct RecordReflection {
+  static Vell::Value toValue(V const& object) {
+    return Vell::Record{&Reflection::type, std::make_shared<V>(object)};
+  }
+  /// The object of a record. Throws `Vell::ArgumentError` if the value is something else.
+  static V const& fromValue(Vell::Value const& value) {
+    auto const* record = value.record();
+    if (!record || record->type != &Reflection::type)
+      throw Vell::ArgumentError(
+          Vell::concatenate("a record of ", Reflection::type.name, " is asked for"));
+    return *static_cast<V const*>(record->object.get());
+  }
+  static Vell::Value makeValue() { return toValue(V()); }
+  static U32 hash(void const* object) { return static_cast<V const*>(object)->hash(0); }
+};
+
 /// The reflection data of an entry class: two constants, then the fields.
 template <class E>
-class EntryReflection {
- public:
-  static Vell::Value toValue(E const& entry) {
-    return Vell::Record{&type, std::make_shared<E>(entry)};
-  }
-  /// The entry of a record. Throws `Vell::ArgumentError` if the value is something else.
-  static E const& fromValue(Vell::Value const& value) {
-    auto const* record = value.record();
-    if (!record || record->type != &type)
-      throw Vell::ArgumentError(Vell::concatenate("a record of ", type.name, " is asked for"));
-    return *static_cast<E const*>(record->object.get());
-  }
-
+class EntryReflection : public RecordReflection<E, EntryReflection<E>> {
  private:
   static constexpr auto makeAttributes() {
     using enum Vell::AttributeKind;
@@ -67,8 +74,6 @@ class EntryReflection {
       return 0;
   }
 
-  static U32 hash(void const* object) { return static_cast<E const*>(object)->hash(0); }
-  static Vell::Value makeValue() { return toValue(E{}); }
   static Vell::Value get(void const* object, Vell::AttributeData const& attribute) {
     if (attribute.kind == Vell::AttributeKind::constant)
       return attribute.shape == Vell::ValueShape::boolean ? Vell::Value(false)
@@ -102,8 +107,8 @@ class EntryReflection {
   static constexpr Vell::TypeData type{
       E::fields().tag,
       attributes_,
-      {.makeValue = &makeValue,
-       .hash = &hash,
+      {.makeValue = &EntryReflection::makeValue,
+       .hash = &EntryReflection::hash,
        .get = &get,
        .set = &set,
        .walk = Zarn::FieldOps<E>::hasCollection ? &walk : nullptr,

@@ -20,22 +20,20 @@ struct UnresolvedGroupEntryReflection {
   using Record = typename T::UnresolvedEntry;
   using Entry = EntryReflection<typename T::Entry>;
 
-  static constexpr Vell::AttributeData attributes[] = {
-      {Record::keyField, "key", Vell::AttributeKind::value, Vell::AttributeAccess::isPublic,
-       Vell::AttributeConstness::isConst, Vell::ValueShape::text},
-      {Record::entryField, "entry", Vell::AttributeKind::field, Vell::AttributeAccess::isPublic,
-       Vell::AttributeConstness::notConst, Vell::ValueShape::record},
-  };
-  static Record& recordOf(void const* object) {
-    return static_cast<Record&>(*static_cast<Vell::Node*>(const_cast<void*>(object)));
-  }
+  static constexpr auto attributes = [] {
+    using namespace AttributeWords;
+    return std::to_array<Vell::AttributeData>({
+        {Record::keyField, "key", value, isPublic, isConst, text},
+        {Record::entryField, "entry", field, isPublic, notConst, record},
+    });
+  }();
   static Vell::Value get(void const* object, Vell::AttributeData const& attribute) {
-    auto const& record = recordOf(object);
+    auto const& record = nodeOf<Record>(object);
     if (attribute.id == Record::keyField) return TextKeyOf<typename T::Key>::toValue(record.key());
     return Entry::toValue(record.entry());
   }
   static void set(void* object, Vell::AttributeData const&, Vell::Value const& value) {
-    Vell::Ptr<Record> const record(&recordOf(object));
+    Vell::Ptr<Record> const record(&nodeOf<Record>(object));
     auto const entry = Entry::fromValue(value);
     if (Vell::Ptr<SwTable> const table = record->swTable())
       static_cast<T&>(*table).unresolvedEntryIs(*record, entry);
@@ -50,10 +48,7 @@ struct UnresolvedGroupEntryReflection {
 /// more, and all of them numbered through.
 template <std::size_t count>
 constexpr auto withUnresolvedEntries(std::array<Vell::AttributeData, count> const& group) {
-  using enum Vell::AttributeKind;
-  using enum Vell::AttributeAccess;
-  using enum Vell::AttributeConstness;
-  using enum Vell::ValueShape;
+  using namespace AttributeWords;
   std::array<Vell::AttributeData, count + 2> all{};
   std::size_t next = 0;
   for (auto const& each : group) {
@@ -63,8 +58,7 @@ constexpr auto withUnresolvedEntries(std::array<Vell::AttributeData, count> cons
       all[next++] = {0, "entryInHwTable", operation, isPublic, isConst, boolean, 1};
     all[next++] = each;
   }
-  for (U32 id = group.front().id; auto& each : all) each.id = id++;
-  return all;
+  return numberedFrom(group.front().id, all);
 }
 
 template <class T>
@@ -72,13 +66,10 @@ struct GroupTableReflection {
   static constexpr bool entriesWait = Trait::tableNeedsDeleteDance<T>;
   using Key = TextKeyOf<typename T::Key>;
   using Entry = EntryReflection<typename T::Entry>;
-  using Arguments = std::span<Vell::Value const>;
+  using Collections = CollectionReflection<T, GroupTableReflection>;
 
   static constexpr auto attributes = [] {
-    using enum Vell::AttributeKind;
-    using enum Vell::AttributeAccess;
-    using enum Vell::AttributeConstness;
-    using enum Vell::ValueShape;
+    using namespace AttributeWords;
     constexpr auto group = std::to_array<Vell::AttributeData>({
         {0x282, "indexAllocator", value, isPublic, isConst, pointer, 64},
         {0x283, "writeResponseSm", value, isPublic, isConst, pointer, 64},
@@ -114,119 +105,67 @@ struct GroupTableReflection {
       return group;
   }();
 
-  static T& tableOf(void const* object) {
-    return static_cast<T&>(*static_cast<Vell::Node*>(const_cast<void*>(object)));
-  }
-  static Vell::Ptr<Vell::Node> makeTable(Vell::String const& name, Arguments arguments) {
-    if (!arguments.empty()) Vell::throwNewEntityArgsException(tableType, arguments.size());
-    return new T(name);
-  }
-  static U64 addressOf(void const* object) { return reinterpret_cast<std::uintptr_t>(object); }
-
-  static Vell::Value get(void const* object, Vell::AttributeData const& attribute) {
-    auto const& table = tableOf(object);
-    if (attribute.name == "entrys") return U64{table.entrys()};
-    if (attribute.name == "indexAllocator") return addressOf(table.indexAllocator());
-    if (attribute.name == "writeResponseSm") return addressOf(table.writeResponseSm());
-    if (attribute.name == "readAccess") return T::readAccess;
-    if (attribute.name == "writeAccess") return T::writeAccess;
-    return U64{0};
-  }
-
-  static Vell::Value call(void* object, Vell::AttributeData const& attribute, Arguments arguments) {
-    auto& table = tableOf(object);
-    auto const name = attribute.name;
-    if (name == "entryRemoveAll") {
-      needArguments(arguments, 0);
-      table.entryRemoveAll();
-      return {};
-    }
-    if (name == "util") {
-      needArguments(arguments, 0);
-      return table.util() ? Vell::Value(table.util()->featureName()) : Vell::Value();
-    }
-    if (name == "entryRef")
-      throw Vell::ArgumentError("the reference would end with the call; ask from code");
-    if (name == "entryCommit" || name == "entryWriteAtIndex") return write(table, name, arguments);
-    needArguments(arguments, 1);
-    if (name == "swKeyFromHwIndex") {
-      auto const key = table.swKeyFromHwIndex(indexOf(arguments[0]));
-      return key ? Key::toValue(*key) : Vell::Value();
-    }
-    auto const key = Key::fromValue(arguments[0]);
-    if (name == "entryHas") return table.entryHas(key);
-    if (name == "entryInHwTable") return table.entryInHwTable(key);
-    if (name == "hwIndexOnlyForCrossAgentCommunication")
-      return U64{table.hwIndexOnlyForCrossAgentCommunication(key).value()};
-    table.entryRemove(key);
-    return {};
-  }
-  static Index indexOf(Vell::Value const& value) {
-    return KeyValue<SwTableBase::Index>::fromValue(value).value();
-  }
-  static Vell::Value write(T& table, std::string_view name, Arguments arguments) {
-    bool const atIndex = name == "entryWriteAtIndex";
-    needArguments(arguments, atIndex ? 3 : 2);
-    auto const key = Key::fromValue(arguments[atIndex]);
-    auto const& entry = Entry::fromValue(arguments[atIndex + 1]);
+  static T& started(T& table) {
     if (!table.indexAllocator())
       throw Vell::ArgumentError("the table has no index allocator yet; start it first");
-    return addressOf((atIndex ? table.entryWriteAtIndex(indexOf(arguments[0]), key, entry)
-                              : table.entryCommit(key, entry))
-                         .get());
+    return table;
+  }
+  static constexpr Operation<T> operations[] = {
+      {"entryHas", 1,
+       [](T& table, Arguments with) { return table.entryHas(Key::fromValue(with[0])); }},
+      {"entryInHwTable", 1,
+       [](T& table, Arguments with) { return table.entryInHwTable(Key::fromValue(with[0])); }},
+      {"entryRemoveAll", 0, [](T& table, Arguments) { table.entryRemoveAll(); }},
+      {"entryWriteAtIndex", 3,
+       [](T& table, Arguments with) {
+         auto const key = Key::fromValue(with[1]);
+         auto const& entry = Entry::fromValue(with[2]);
+         return addressValue(started(table).entryWriteAtIndex(indexOf(with[0]), key, entry).get());
+       }},
+      {"entryRemove", 1,
+       [](T& table, Arguments with) { table.entryRemove(Key::fromValue(with[0])); }},
+      {"entryCommit", 2,
+       [](T& table, Arguments with) {
+         auto const key = Key::fromValue(with[0]);
+         auto const& entry = Entry::fromValue(with[1]);
+         return addressValue(started(table).entryCommit(key, entry).get());
+       }},
+      {"entryRef", anyArguments, refuseReference<T>},
+      {"hwIndexOnlyForCrossAgentCommunication", 1,
+       [](T& table, Arguments with) {
+         return table.hwIndexOnlyForCrossAgentCommunication(Key::fromValue(with[0])).value();
+       }},
+      {"swKeyFromHwIndex", 1,
+       [](T& table, Arguments with) {
+         auto const key = table.swKeyFromHwIndex(indexOf(with[0]));
+         return key ? Key::toValue(*key) : Vell::Value();
+       }},
+      utilOperation<T>,
+  };
+
+  template <class Use>
+  static void show(T& table, std::string_view name, Use const& use) {
+    if constexpr (entriesWait)
+      if (name == "unresolvedEntry")
+        return use(table.unresolvedMap(), &Key::toValue,
+                   [](auto const& record) { return Entry::toValue(record->entry()); });
+    if (name == "syncedEntry")
+      use(table.syncedEntryMap(), indexValue, elementValue);
+    else if (name == "entryHandle")
+      use(table.entryHandleMap(), &Key::toValue, elementValue);
+    else if (name == "entry")
+      use(EntriesOf<T>{table}, &Key::toValue, elementValue);
+    else
+      use(table.resolvedEntryMap(), &Key::toValue, elementValue);
   }
 
-  static void walk(void const* object, Vell::AttributeData const& attribute,
-                   Vell::TypeFunctions::Visitor const& visitor) {
-    auto& table = tableOf(object);
-    Vell::Ptr<T> const held(&table);
-    if (attribute.name == "syncedEntry") {
-      for (typename T::SyncedEntryMap::Iterator at(table.syncedEntryMap()); at; at.advance())
-        visitor(U64{at.key().value()}, Entry::toValue(at->value_));
-    } else if (attribute.name == "entryHandle") {
-      for (Zarn::HashMap2018IteratorGeneric at(table.entryHandleMap()); at; at.advance())
-        visitor(Key::toValue(at.currNodeMaybeStale()->key()),
-                addressOf(at.currNodeMaybeStale()->value_.get()));
-    } else if (attribute.name == "entry") {
-      for (auto at = table.entryIteratorConst(); at; at.advance())
-        visitor(Key::toValue(at.key()), Entry::toValue(at.entry()));
-    } else if (attribute.name == "unresolvedEntry") {
-      if constexpr (entriesWait)
-        for (Zarn::HashMap2018IteratorGeneric at(table.unresolvedMap()); at; at.advance())
-          visitor(Key::toValue(at.currNodeMaybeStale()->key()),
-                  Entry::toValue(at.currNodeMaybeStale()->value_->entry()));
-    } else {
-      for (Zarn::HashMap2018IteratorGeneric at(table.resolvedEntryMap()); at; at.advance()) {
-        auto const& value = at.currNodeMaybeStale()->value_;
-        visitor(Key::toValue(at.currNodeMaybeStale()->key()),
-                value ? Entry::toValue(*value) : Vell::Value());
-      }
-    }
-  }
-
-  static Vell::CollectionFigures figures(void const* object, Vell::AttributeData const& attribute) {
-    auto const& table = tableOf(object);
-    auto const of = [](auto const& map) -> Vell::CollectionFigures {
-      return {map.count(), map.version()};
-    };
-    if (attribute.name == "syncedEntry") return of(table.syncedEntryMap());
-    if (attribute.name == "entryHandle") return of(table.entryHandleMap());
-    auto figures = of(table.resolvedEntryMap());
-    if constexpr (entriesWait) {
-      if (attribute.name == "unresolvedEntry") return of(table.unresolvedMap());
-      if (attribute.name == "entry") figures.version += table.unresolvedMap().version();
-    }
-    if (attribute.name == "entry") {
-      figures.count = 0;
-      for (auto at = table.entryIteratorConst(); at; at.advance()) ++figures.count;
-    }
-    return figures;
-  }
-
-  static constexpr Vell::TypeData tableType{
-      T::names.qualified,
-      attributes,
-      {.makeNode = &makeTable, .get = &get, .call = &call, .walk = &walk, .figures = &figures}};
+  static constexpr Vell::TypeData tableType{T::names.qualified,
+                                            attributes,
+                                            {.makeNode = makeTable<T>,
+                                             .get = &valueOfTable<T>,
+                                             .call = &callOperation<T, attributes, operations>,
+                                             .walk = &Collections::walk,
+                                             .figures = &Collections::figures}};
   static constexpr Vell::TypeData syncedEntryType{NestedName<T, "::ZarnSyncedEntry">::view, {}, {}};
   static constexpr auto types = [] {
     std::array<Vell::TypeData const*, 6 + entriesWait> all{};

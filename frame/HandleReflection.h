@@ -4,7 +4,6 @@
 
 #include <array>
 
-#include "frame/FieldEntry.h"
 #include "frame/HandleTable.h"
 #include "frame/TableReflection.h"
 
@@ -12,56 +11,21 @@ namespace Asic {
 
 /// The hook class of a table whose hooks are told rows by index.
 template <class T>
-struct RowUtilReflection {
-  static constexpr auto attributes = [] {
-    using enum Vell::AttributeKind;
-    using enum Vell::AttributeAccess;
-    using enum Vell::AttributeConstness;
-    using enum Vell::ValueShape;
-    return std::to_array<Vell::AttributeData>({
-        {0x202, "minIndex", operation, isPublic, isConst, number, 32},
-        {0x203, "maxIndex", operation, isPublic, isConst, number, 32},
-        {0x204, "hwTableEntryIs", operation, notPublic, isConst},
-        {0x205, "hwTableEntryDel", operation, notPublic, isConst},
-        {0x206, "updateHwIndexRefCountTracker", operation, notPublic, isConst},
-        {0x207, "compareHwEntries", operation, notPublic, isConst, boolean, 1},
-        {0x209, "syncEntries", operation, notPublic, isConst},
-        {0x20a, "getHwIndex", staticOperation, notPublic, notConst, number, 32},
-        {0x20b, "hwIndexForDependentField", operation, notPublic, isConst, number, 32},
-        {0x20c, "dependentFieldValueToHwIndex", operation, isPublic, isConst, number, 32},
-    });
-  }();
+using RowUtilReflection = HookReflection<T, 0x209>;
 
-  static Vell::Value call(void* object, Vell::AttributeData const& attribute,
-                          std::span<Vell::Value const> arguments) {
-    auto const& util = static_cast<typename T::Util const&>(*static_cast<Vell::Node*>(object));
-    if (attribute.name == "dependentFieldValueToHwIndex") {
-      needArguments(arguments, 1);
-      auto const field = KeyValue<SwTableBase::Index>::fromValue(arguments[0]);
-      return U64{util.dependentFieldValueToHwIndex(field.value()).value()};
-    }
-    needArguments(arguments, 0);
-    return U64{attribute.name == "minIndex" ? util.minIndex() : util.maxIndex()};
-  }
-
-  static constexpr Vell::TypeData type{NestedName<T, "::Util">::view, attributes, {.call = &call}};
-};
-
-/// A table's handles: their attributes, and the queue of pending entries as an operation would use
-/// it. `Key` goes through the interface as `KeyOf` says.
+/// A table's handles. The queue of pending entries is counted, and offers its operations, under its
+/// attribute. A key goes through the interface as `KeyOf` says; where it can come back from there, a
+/// handle can be made of it, which is in no table and of none: when it goes it removes nothing.
 template <class T, class KeyOf>
 struct HandleReflection {
   using Handle = typename T::EntryHandle;
-  using Entry = typename T::Entry;
+  using Entry = EntryReflection<typename T::Entry>;
   static constexpr HandleFields fields = T::handleFields;
   static constexpr bool hasBlockSize = fields.blockSize != 0;
 
   static constexpr auto attributes = [] {
-    using enum Vell::AttributeKind;
-    using enum Vell::AttributeAccess;
-    using enum Vell::AttributeConstness;
-    using enum Vell::ValueShape;
-    std::array<Vell::AttributeData, 8 + hasBlockSize> all{};
+    using namespace AttributeWords;
+    std::array<Vell::AttributeData, 4 + hasBlockSize> all{};
     std::size_t next = 0;
     all[next++] = {fields.key, "key", value, isPublic, isConst, KeyOf::shape};
     all[next++] = {fields.swTable, "swTable", value, isPublic, isConst, pointer, 64};
@@ -70,49 +34,55 @@ struct HandleReflection {
     all[next++] = {
         fields.pendingEntry, "pendingEntry", collection, isPublic, notConst, record, 0, 32};
     all[next++] = {fields.cleanup, "cleanup", operation, notPublic, notConst};
-    // What the queue offers goes by its own names, under ids of the interface's own.
-    all[next++] = {0x1f0, "pendingEntryEnq", operation, isPublic, notConst};
-    all[next++] = {0x1f1, "pendingEntryDeq", operation, isPublic, notConst, record};
-    all[next++] = {0x1f2, "pendingEntryFront", operation, isPublic, isConst, record};
-    all[next++] = {0x1f3, "pendingEntryBack", operation, isPublic, isConst, record};
     return all;
   }();
 
-  static Handle& handleOf(void const* object) {
-    return static_cast<Handle&>(*static_cast<Vell::Node*>(const_cast<void*>(object)));
+  static constexpr Operation<Handle> operations[] = {
+      {"pendingEntryEnq", 1,
+       [](Handle& handle, Arguments with) { handle.pendingEntryEnq(Entry::fromValue(with[0])); }},
+      {"pendingEntryDeq", 0,
+       [](Handle& handle, Arguments) { return Entry::toValue(handle.pendingEntryDeq()); }},
+      {"pendingEntryFront", 0,
+       [](Handle& handle, Arguments) { return Entry::toValue(handle.pendingEntryFront()); }},
+      {"pendingEntryBack", 0,
+       [](Handle& handle, Arguments) { return Entry::toValue(handle.pendingEntryBack()); }},
+  };
+
+  static Vell::Ptr<Vell::Node> make(Vell::String const&, Arguments arguments) {
+    needArguments(arguments, 1);
+    return Handle::EntryHandleIs(KeyOf::fromValue(arguments[0]), nullptr);
+  }
+  static constexpr auto makeIfKeysComeBack() {
+    if constexpr (requires { &KeyOf::fromValue; })
+      return &make;
+    else
+      return nullptr;
+  }
+  static Vell::Value callOnPending(void* object, Vell::AttributeData const&,
+                                   std::string_view operation, Arguments arguments) {
+    return callByName<Handle, operations>(object, operation, arguments);
   }
   static Vell::Value get(void const* object, Vell::AttributeData const& attribute) {
-    auto const& handle = handleOf(object);
+    auto const& handle = nodeOf<Handle>(object);
     if (attribute.id == fields.key) return KeyOf::toValue(handle.key());
     if (hasBlockSize && attribute.id == fields.blockSize) return U64{handle.blockSize()};
-    return U64{reinterpret_cast<std::uintptr_t>(handle.swTable())};
+    return addressValue(handle.swTable());
   }
   static void set(void* object, Vell::AttributeData const&, Vell::Value const& value) {
-    handleOf(object).blockSizeIs(static_cast<U32>(*value.number()));
-  }
-  static Vell::Value call(void* object, Vell::AttributeData const& attribute,
-                          std::span<Vell::Value const> arguments) {
-    auto& handle = handleOf(object);
-    if (attribute.name == "pendingEntryEnq") {
-      needArguments(arguments, 1);
-      handle.pendingEntryEnq(EntryReflection<Entry>::fromValue(arguments[0]));
-      return {};
-    }
-    needArguments(arguments, 0);
-    return EntryReflection<Entry>::toValue(
-        attribute.name == "pendingEntryDeq"     ? handle.pendingEntryDeq()
-        : attribute.name == "pendingEntryFront" ? handle.pendingEntryFront()
-                                                : handle.pendingEntryBack());
+    nodeOf<Handle>(object).blockSizeIs(static_cast<U32>(*value.number()));
   }
   static Vell::CollectionFigures figures(void const* object, Vell::AttributeData const&) {
-    auto const& queue = handleOf(object).pendingEntry();
+    auto const& queue = nodeOf<Handle>(object).pendingEntry();
     return {queue.count(), queue.lastSequence()};
   }
 
-  static constexpr Vell::TypeData type{
-      NestedName<T, "::EntryHandle">::view,
-      attributes,
-      {.get = &get, .set = hasBlockSize ? &set : nullptr, .call = &call, .figures = &figures}};
+  static constexpr Vell::TypeData type{NestedName<T, "::EntryHandle">::view,
+                                       attributes,
+                                       {.makeNode = makeIfKeysComeBack(),
+                                        .get = &get,
+                                        .set = hasBlockSize ? &set : nullptr,
+                                        .figures = &figures,
+                                        .callOn = &callOnPending}};
 };
 
 }  // namespace Asic

@@ -1,25 +1,21 @@
 // The reflection data of the flowset read table: its attribute record, and the types of its module.
 
-#include "containers/HashMap2018Iterator.h"
-#include "frame/FieldEntry.h"
 #include "frame/TableReflection.h"
 #include "read/DlbEcmpFlowsetTableRead.h"
 
 namespace TessarLoadBalance {
 namespace {
 
+using Asic::Arguments;
+using Asic::indexOf;
 using Table = DlbEcmpFlowsetTableRead;
-using Entry = Table::Entry;
+using Util = Table::Util;
 using ReadReq = Table::ReadReq;
 using Key = Asic::KeyValue<Table::Key>;
-using Arguments = std::span<Vell::Value const>;
-using Asic::needArguments;
+using Entry = Asic::EntryReflection<Table::Entry>;
 
 constexpr auto tableAttributes = [] {
-  using enum Vell::AttributeKind;
-  using enum Vell::AttributeAccess;
-  using enum Vell::AttributeConstness;
-  using enum Vell::ValueShape;
+  using namespace Asic::AttributeWords;
   return std::to_array<Vell::AttributeData>({
       {0x202, "isExternalKeyType", constant, isPublic, isConst, boolean, 1},
       {0x203, "entry", collection, isPublic, notConst, record},
@@ -39,10 +35,7 @@ constexpr auto tableAttributes = [] {
 }();
 
 constexpr auto utilAttributes = [] {
-  using enum Vell::AttributeKind;
-  using enum Vell::AttributeAccess;
-  using enum Vell::AttributeConstness;
-  using enum Vell::ValueShape;
+  using namespace Asic::AttributeWords;
   return std::to_array<Vell::AttributeData>({
       {0x202, "minIndex", operation, isPublic, isConst, number, 32},
       {0x203, "maxIndex", operation, isPublic, isConst, number, 32},
@@ -51,117 +44,87 @@ constexpr auto utilAttributes = [] {
   });
 }();
 
-Table& tableOf(void const* object) {
-  return static_cast<Table&>(*static_cast<Vell::Node*>(const_cast<void*>(object)));
-}
-
 Asic::TransactionId transactionOf(Vell::Value const& value) {
   if (auto const* number = value.number()) return *number;
   throw Vell::ArgumentError("a transaction id is asked for, as a number");
 }
 
-Vell::Ptr<Vell::Node> makeTable(Vell::String const&, Arguments arguments) {
-  if (!arguments.empty())
-    Vell::throwNewEntityArgsException(Vell::ZarnType{&Table::module(), Table::typeNumber}.data(),
-                                      arguments.size());
-  return new Table;
-}
-
 Vell::Value getOfTable(void const* object, Vell::AttributeData const& attribute) {
-  auto const& table = tableOf(object);
+  auto const& table = Asic::nodeOf<Table>(object);
   auto const name = attribute.name;
   if (name == "minIndex") return U64{table.minIndex()};
   if (name == "maxIndex") return U64{table.maxIndex()};
-  if (name == "readAccess") return Table::readAccess;
-  if (name == "writeAccess") return Table::writeAccess;
-  if (name == "isExternalKeyType") return false;
+  if (name != "readResponseSm") return Asic::valueOfTable<Table>(object, attribute);
   // The machine itself stays behind the interface; its class tells that there is one.
   auto* const machine = table.readResponseSm();
   return machine ? Vell::Value(std::string(machine->typeData().data().name)) : Vell::Value();
 }
 
-Vell::Value callTable(void* object, Vell::AttributeData const& attribute, Arguments arguments) {
-  auto& table = tableOf(object);
-  auto const name = attribute.name;
-  if (name == "invokeReadResponseHandler") {
-    needArguments(arguments, 4);
-    table.invokeReadResponseHandler(
-        transactionOf(arguments[0]), Key::fromValue(arguments[1]).value(),
-        Asic::EntryReflection<Entry>::fromValue(arguments[2]), Key::fromValue(arguments[3]));
-  } else if (name == "invokeReadResponseHandlerUnsafe") {
-    needArguments(arguments, 2);
-    if (table.readRequestMap().empty()) throw Vell::ArgumentError("no request is stored");
-    return table
-        .invokeReadResponseHandlerUnsafe(Key::fromValue(arguments[0]),
-                                         Asic::EntryReflection<Entry>::fromValue(arguments[1]))
-        .value();
-  } else if (name == "removeReadRequest") {
-    needArguments(arguments, 1);
-    table.removeReadRequest(transactionOf(arguments[0]));
-  } else {
-    needArguments(arguments, 0);
-    if (name == "readReqDelAll") table.readReqDelAll();
-    if (name == "util" && table.util()) return Vell::Value(table.util()->featureName());
+constexpr Asic::Operation<Table> tableOperations[] = {
+    {"invokeReadResponseHandler", 4,
+     [](Table& table, Arguments with) {
+       table.invokeReadResponseHandler(transactionOf(with[0]), indexOf(with[1]),
+                                       Entry::fromValue(with[2]), Key::fromValue(with[3]));
+     }},
+    {"removeReadRequest", 1,
+     [](Table& table, Arguments with) { table.removeReadRequest(transactionOf(with[0])); }},
+    {"readReqDelAll", 0, [](Table& table, Arguments) { table.readReqDelAll(); }},
+    {"invokeReadResponseHandlerUnsafe", 2,
+     [](Table& table, Arguments with) {
+       if (table.readRequestMap().empty()) throw Vell::ArgumentError("no request is stored");
+       return table
+           .invokeReadResponseHandlerUnsafe(Key::fromValue(with[0]), Entry::fromValue(with[1]))
+           .value();
+     }},
+    Asic::utilOperation<Table>,
+};
+constexpr Asic::Operation<Util> utilOperations[] = {
+    {"minIndex", 0, [](Util& util, Arguments) { return util.minIndex(); }},
+    {"maxIndex", 0, [](Util& util, Arguments) { return util.maxIndex(); }},
+};
+
+/// A request is looked at, not edited, and has no hash.
+struct ReadReqReflection : Asic::RecordReflection<ReadReq, ReadReqReflection> {
+  static Vell::Value get(void const* object, Vell::AttributeData const& attribute) {
+    return Zarn::FieldOps<ReadReq>::get(*static_cast<ReadReq const*>(object), attribute.id);
   }
-  return {};
-}
+  static constexpr auto attributes = Zarn::FieldOps<ReadReq>::attributes();
+  static constexpr Vell::TypeData type{
+      ReadReq::fields().tag, attributes, {.makeValue = &makeValue, .get = &get}};
+};
 
-extern Vell::TypeData const readReqType;
-
-void walkTable(void const* object, Vell::AttributeData const& attribute,
-               Vell::TypeFunctions::Visitor const& visitor) {
-  auto& table = tableOf(object);
-  Vell::Ptr<Table> const held(&table);
-  if (attribute.name == "entry") {
-    for (Zarn::HashMap2018IteratorGeneric at(table.entryMap()); at; at.advance())
-      visitor(Key::toValue(at.currNodeMaybeStale()->key()),
-              Asic::EntryReflection<Entry>::toValue(at.currNodeMaybeStale()->value_));
-    return;
+struct Shown {
+  template <class Use>
+  static void show(Table& table, std::string_view name, Use const& use) {
+    if (name == "entry")
+      use(table.entryMap(), &Key::toValue, Asic::elementValue);
+    else
+      use(table.readRequestMap(), Asic::indexValue, &ReadReqReflection::toValue);
   }
-  for (Table::ReadRequestMap::Iterator at(table.readRequestMap()); at; at.advance())
-    visitor(U64{at.key().value()},
-            Vell::Record{&readReqType, std::make_shared<ReadReq>(at->value_)});
-}
+};
+using Collections = Asic::CollectionReflection<Table, Shown>;
 
-Vell::CollectionFigures figuresOfTable(void const* object, Vell::AttributeData const& attribute) {
-  auto const& table = tableOf(object);
-  if (attribute.name == "entry") return {table.entryMap().count(), table.entryMap().version()};
-  return {table.readRequestMap().count(), table.readRequestMap().version()};
-}
-
-Vell::Value callUtil(void* object, Vell::AttributeData const& attribute, Arguments arguments) {
-  needArguments(arguments, 0);
-  auto const& util = static_cast<Table::Util const&>(*static_cast<Vell::Node*>(object));
-  return U64{attribute.name == "minIndex" ? util.minIndex() : util.maxIndex()};
-}
-
-Vell::Value getOfReadReq(void const* object, Vell::AttributeData const& attribute) {
-  return Zarn::FieldOps<ReadReq>::get(*static_cast<ReadReq const*>(object), attribute.id);
-}
-Vell::Value makeReadReq() { return Vell::Record{&readReqType, std::make_shared<ReadReq>()}; }
-
-constexpr Vell::TypeData tableType{Table::names.qualified,
-                                   tableAttributes,
-                                   {.makeNode = &makeTable,
-                                    .get = &getOfTable,
-                                    .call = &callTable,
-                                    .walk = &walkTable,
-                                    .figures = &figuresOfTable}};
+constexpr Vell::TypeData tableType{
+    Table::names.qualified,
+    tableAttributes,
+    {.makeNode = Asic::makeTable<Table>,
+     .get = &getOfTable,
+     .call = &Asic::callOperation<Table, tableAttributes, tableOperations>,
+     .walk = &Collections::walk,
+     .figures = &Collections::figures}};
 constexpr Vell::TypeData utilType{
-    Asic::NestedName<Table, "::Util">::view, utilAttributes, {.call = &callUtil}};
-constexpr auto readReqAttributes = Zarn::FieldOps<ReadReq>::attributes();
-// A request is looked at, not edited, and has no hash.
-constexpr Vell::TypeData readReqType{
-    ReadReq::fields().tag, readReqAttributes, {.makeValue = &makeReadReq, .get = &getOfReadReq}};
+    Asic::NestedName<Table, "::Util">::view,
+    utilAttributes,
+    {.call = &Asic::callOperation<Util, utilAttributes, utilOperations>}};
 constexpr Vell::TypeData readRequestType{
     Asic::NestedName<Table, "::ZarnReadRequest">::view, {}, {}};
 
 // In the order of the type numbers.
-constexpr Vell::TypeData const* types[] = {&Asic::EntryReflection<Entry>::type,
+constexpr Vell::TypeData const* types[] = {&Entry::type,
                                            &utilType,
                                            &Asic::UtilLoaderReflection<Table>::type,
                                            &tableType,
-                                           &readReqType,
+                                           &ReadReqReflection::type,
                                            &readRequestType};
 constinit Vell::ModuleInspectData moduleData{Table::names.module, types};
 

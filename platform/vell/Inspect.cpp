@@ -116,6 +116,15 @@ Value Inspect::call(std::string_view name, std::span<Value const> arguments) {
   return callAttribute(type_, object_, publicAttribute(type_, name), arguments);
 }
 
+Value Inspect::callOn(U32 id, std::string_view operation, std::span<Value const> arguments) {
+  auto const& attribute = publicAttribute(type_, id);
+  bool const collection = attribute.kind == AttributeKind::collection;
+  auto const callOn =
+      offered(type_, attribute, type_.functions.callOn, collection, "has no operations of its own");
+  return refusingArguments(type_, attribute,
+                           [&] { return callOn(object_, attribute, operation, arguments); });
+}
+
 void Inspect::walk(U32 id, TypeFunctions::Visitor const& visitor) const {
   walkAttribute(type_, object_, publicAttribute(type_, id), visitor);
 }
@@ -139,7 +148,11 @@ CollectionFigures Inspect::figures(U32 id) const {
 
 Ptr<Node> inspectMake(TypeData const& type, String const& name, std::span<Value const> arguments) {
   if (!type.functions.makeNode) throw InspectError(concatenate(type.name, ": cannot be made"));
-  return type.functions.makeNode(name, arguments);
+  try {
+    return type.functions.makeNode(name, arguments);
+  } catch (ArgumentError const& error) {
+    throw InspectError(concatenate(type.name, ": "), error.what());
+  }
 }
 
 Record inspectMakeValue(TypeData const& type) {

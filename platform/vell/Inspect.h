@@ -55,6 +55,8 @@ class Inspect {
   /// Calls an operation.
   Value call(U32 id, std::span<Value const> arguments = {});
   Value call(std::string_view name, std::span<Value const> arguments = {});
+  /// Calls an operation that a collection itself offers.
+  Value callOn(U32 id, std::string_view operation, std::span<Value const> arguments = {});
   /// Visits the elements of a collection. The visitor may change the collection.
   void walk(U32 id, TypeFunctions::Visitor const& visitor) const;
   void walk(std::string_view name, TypeFunctions::Visitor const& visitor) const;

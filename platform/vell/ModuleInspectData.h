@@ -82,6 +82,9 @@ struct TypeFunctions {
   Value (*call)(void* object, AttributeData const&, std::span<Value const> arguments) = nullptr;
   void (*walk)(void const* object, AttributeData const&, Visitor const&) = nullptr;
   CollectionFigures (*figures)(void const* object, AttributeData const&) = nullptr;
+  /// Calls an operation that a collection itself offers; it has no attribute of its own.
+  Value (*callOn)(void* object, AttributeData const&, std::string_view operation,
+                  std::span<Value const> arguments) = nullptr;
   /// Stores an element of a value class's own collection; an empty value removes it.
   void (*elementIs)(void* object, AttributeData const&, Value const& key,
                     Value const& value) = nullptr;
