@@ -49,13 +49,6 @@ TEST_F(GenerateTest, anySizesWithinTheHardwareAreFoundInPlace) {
   expectFoundInPlace("--groups 8000 --plain-groups 192 --width 1 --adjacencies 16384");
 }
 
-TEST_F(GenerateTest, evenBlocksAreOfOneSizeAndEachGroupHasItsOwn) {
-  auto const made = nlohmann::json::parse(
-      DlbAgent::generated({.nextHops = 100, .groups = 20, .width = 6, .even = true}, 1));
-  EXPECT_EQ(made.at("memberBlocks").size(), 20u);
-  for (auto const& block : made.at("memberBlocks")) EXPECT_EQ(block.at("rows").size(), 6u);
-}
-
 TEST_F(GenerateTest, sizesWithoutRoomOrSenseAreToldByTheirOptions) {
   std::pair<std::string, std::string> const cases[] = {
       {"--width 0", "--width: must be a number from 1 on, not 0"},

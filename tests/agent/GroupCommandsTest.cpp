@@ -100,18 +100,6 @@ TEST_F(GroupCommandsTest, aRestartTouchesNoRowThatIsRight) {
   EXPECT_EQ(operations("the only adjacency moves to an idle group", two, other), Operations(1, 0));
 }
 
-TEST_F(GroupCommandsTest, theTreeShowsTheStateOfEachEntry) {
-  auto const none = agent("show --config " + groups + " --chip-switch lose-acks=100");
-  EXPECT_THAT(none.out, AllOf(HasSubstr("adjacency a4             unresolved\n"),
-                              HasSubstr("  VXLAN group v1         inProgress\n")));
-  json("run " + groups);
-  auto const tree = json("show --config " + groups).at("chain");
-  EXPECT_EQ(tree.at(2), ordered_json::parse(R"({
-      "entry": "adjacency a3", "place": "row 12", "state": "indexReconciled",
-      "needs": [{"entry": "group g2", "place": "row 1", "state": "indexReconciled"}]})"));
-  EXPECT_EQ(tree.back().at("entry"), "group g3");
-}
-
 TEST_F(GroupCommandsTest, whyReachesThroughToAnAcknowledgementThatNeverComes) {
   auto const lost = " --chip-switch lose-acks=100";
   EXPECT_EQ(agent("why " + groups + " a4" + lost).out,
@@ -137,23 +125,6 @@ TEST_F(GroupCommandsTest, whyReachesThroughToAnAcknowledgementThatNeverComes) {
       json("show AdjacencyTable --hardware other").at("tables").at("AdjacencyTable").empty())
       << "nothing points at a row that was refused";
   EXPECT_EQ(json("journal --most 1 --hardware other").at("journal")[0].at("operation"), "refused");
-}
-
-TEST_F(GroupCommandsTest, anyCrashAndAPlainRunEndInWhatIsWanted) {
-  auto const other = changed();
-  for (bool restart : {false, true})
-    for (unsigned n = 1;; ++n) {
-      std::filesystem::remove(path("dlb-hardware.sim"));
-      if (restart) json("run " + other);
-      auto const crashed = agent("run " + groups + " --crash-after " + std::to_string(n));
-      if (crashed.code == 0) break;
-      ASSERT_EQ(crashed.code, 128 + 9) << crashed.err;
-      auto const totals = json("run " + groups).at("totals");
-      ASSERT_TRUE(restart || totals.at("hardwareWrites") == 8 - n)
-          << n << ": a right row was touched";
-      ASSERT_EQ(agent("check " + groups).code, 0) << restart << n;
-      ASSERT_EQ(Testing::figures(json("run " + groups)), "8 0 0 0 0 0") << restart << n;
-    }
 }
 
 TEST_F(GroupCommandsTest, everyErrorIsToldAtOnceWithItsPath) {

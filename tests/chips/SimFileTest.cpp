@@ -60,21 +60,14 @@ struct Damage {
 };
 Damage const damages[] = {
     {"empty", [](auto& bytes) { bytes.clear(); }, "is not a hardware file"},
-    {"foreign", [](auto& bytes) { bytes = "#!/bin/sh\nexit 0\n"; }, "is not a hardware file"},
-    {"magic", [](auto& bytes) { bytes[7] ^= 1; }, "is not a hardware file"},
     {"version", [](auto& bytes) { overwrite(bytes, offsetof(FileHeader, version), U32{2}); },
      "has file version 2, and this chip reads version 1"},
-    {"short header", [](auto& bytes) { bytes.resize(sizeof(FileHeader) - 1); }, "is truncated"},
     {"short directory", [](auto& bytes) { bytes.resize(sizeof(FileHeader) + 1); }, "is truncated"},
     {"truncated", [](auto& bytes) { bytes.pop_back(); }, "is truncated"},
     {"longer", [](auto& bytes) { bytes.push_back(0); }, "was added to"},
     {"header", [](auto& bytes) { bytes[offsetof(FileHeader, journalAt)] ^= 8; }, "damaged header"},
-    {"no head", [](auto& bytes) { overwrite(bytes, offsetof(FileHeader, headBytes), U32{0}); },
-     "damaged header"},
     {"directory", [](auto& bytes) { bytes[sizeof(FileHeader) + 3] ^= 1; }, "damaged header"},
     {"other tables", [](auto& bytes) { remake(bytes, [](auto& head) { ++head.fingerprint; }); },
-     "was made for other tables or rows"},
-    {"fewer tables", [](auto& bytes) { remake(bytes, [](auto& head) { head.headBytes -= 80; }); },
      "was made for other tables or rows"},
     {"applied",
      [](auto& bytes) {
@@ -84,16 +77,6 @@ Damage const damages[] = {
     {"published",
      [](auto& bytes) {
        overwrite(bytes, journalAt(bytes), JournalState{3, 1});
-     },
-     "damaged journal"},
-    {"no record",
-     [](auto& bytes) {
-       overwrite(bytes, journalAt(bytes), JournalState{3, 2});
-     },
-     "damaged journal"},
-    {"no records",
-     [](auto& bytes) {
-       overwrite(bytes, journalAt(bytes), JournalState{5000, 5000});
      },
      "damaged journal"},
     {"beyond all numbers",

@@ -207,37 +207,6 @@ TEST_F(SimReadsTest, trafficStaysInItsGroupsAndRestartsFindNoDifference) {
   EXPECT_EQ(life.operations(), (Asic::Chip::Operations{0, 0}));
 }
 
-TEST_F(SimReadsTest, trafficRepeatsItselfAndFollowsTheModes) {
-  DlbEcmpGroupTable::Entry group;
-  group.flowSetSize = 64;
-  group.portAssignmentMode = 2;
-  openGroup(group, {{8, 1}, {9, 2}, {10, 3}});
-  EXPECT_EQ(chip_->simulateTraffic(5000, 3)->moved, 0u) << "fixed";
-  auto const first = assigned();
-  closeAll();
-  std::filesystem::remove(hardware);
-  openGroup(group, {{8, 1}, {9, 2}, {10, 3}});
-  chip_->simulateTraffic(5000, 3);
-  EXPECT_EQ(assigned(), first) << "the same seed on the same hardware does the same";
-  closeAll();
-
-  // As many moves as eligible flows: all of them, and half of them.
-  U64 moved[2];
-  for (U32 variant = 0; variant < 2; ++variant) {
-    std::filesystem::remove(hardware);
-    group.portAssignmentMode = variant == 0 ? 1 : 0;
-    group.inactivityDuration = 0xFFFFFFFF;
-    openGroup(group, {{8, 1}, {9, 2}, {10, 3}});
-    moved[variant] = chip_->simulateTraffic(5000, 4)->moved;
-    closeAll();
-  }
-  EXPECT_GT(moved[1], 0u);
-  EXPECT_LT(moved[1], moved[0] * 3 / 4) << "active flowsets stay";
-  std::filesystem::remove(hardware);
-  openGroup(group, {});
-  EXPECT_EQ(chip_->simulateTraffic(10, 5)->unserved, 10u) << "a group without ports";
-}
-
 // Qualities follow the quantized load: flows go where less is, and not where the port is full.
 TEST_F(SimReadsTest, trafficEvensOutTheLoad) {
   DlbEcmpGroupTable::Entry group;

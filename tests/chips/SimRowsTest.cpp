@@ -75,19 +75,6 @@ TEST_F(SimChipTest, fullMapsComeBackAndMoreThanThatAreClippedByTheHighestKeys) {
   EXPECT_EQ(again.operations(), (Asic::Chip::Operations{0, 0}));
 }
 
-TEST_F(SimChipTest, keepsTheTrackerInStepThroughARestart) {
-  { Life<Control>(opened(hardware)).replay({{3, control(3)}, {4, control(4)}}); }
-  Life<Control> life(opened(hardware));
-  auto& tracker = Asic::IndexUserTracker::Stub::tracker(*life.table->hwTable());
-  EXPECT_EQ(tracker.indices(), 2u);
-  life.replay({{3, control(7)}, {5, control(5)}});  // rewritten, added; 4 is stale
-  EXPECT_EQ(tracker.indices(), 2u);
-  EXPECT_EQ(tracker.uses(3).users, 1u);
-  EXPECT_EQ(life.operations(), (Asic::Chip::Operations{2, 1}));
-  life.table->entryRemoveAll();
-  EXPECT_EQ(tracker.indices(), 0u);
-}
-
 TEST_F(SimChipTest, keyWithoutAValueKeepsARowForTheNextProcess) {
   {
     Life<Control> life(opened(hardware));

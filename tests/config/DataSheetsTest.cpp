@@ -16,20 +16,6 @@ using TessarLoadBalance::DlbEcmpFlowsetTable;
 using TessarLoadBalance::DlbEcmpQualityMapKey;
 using TessarLoadBalance::DlbEcmpQualityMapTable;
 
-TEST(DataSheets, EntriesCompareInDeclarationOrder) {
-  DlbControlTable::Entry a, b;
-  EXPECT_EQ(a <=> b, 0);
-  a.samplingPeriod = 9;
-  EXPECT_EQ(a <=> b, 1);
-  b.capPortLoadingAverage = true;
-  EXPECT_EQ(a <=> b, -1);
-  a.portLoadingWeight = 0xFFFFFFFF;
-  EXPECT_EQ(a <=> b, 1);
-  EXPECT_TRUE(a);
-  EXPECT_FALSE(DlbControlTable::Entry{});
-  EXPECT_TRUE(a > b);
-}
-
 TEST(DataSheets, TextFormsReadBackWhole) {
   DlbControlTable::Entry entry;
   entry.portLoadingWeight = 64;
@@ -199,20 +185,6 @@ TEST(DataSheets, TheAgentsNameIsTheEnvironmentsAtLoad) {
   setenv("AGENT_PROCESS_NAME", "later", 1);
   Asic::agentProcessNameInit();
   EXPECT_EQ(Asic::agentProcessName() == nullptr, now == nullptr);
-}
-
-TEST(DataSheets, StaticOperationsNameTheirTypes) {
-  Mirel::MountGroup mounts;
-  DlbControlTable::doMountHwTableMountInfo(mounts);
-  DlbControlTable::doMountHwTableRecoveryStatus(mounts);
-  ASSERT_EQ(mounts.mounts().size(), 2u);
-  EXPECT_EQ(mounts.mounts()[0].typeName, "TessarLoadBalance::DlbControlTable::Util");
-  EXPECT_NE(mounts.mounts()[0].path, mounts.mounts()[1].path);
-  Asic::HwTableRecoverGroup group;
-  Mirel::EntityManager manager("leaf");
-  DlbControlTable::doRecoverHwTable(group, Asic::UnitId{1}, manager, Asic::ChipInfo{"sim"});
-  ASSERT_EQ(group.recoveries().size(), 1u);
-  EXPECT_EQ(group.recoveries()[0].typeName, "TessarLoadBalance::DlbControlTable");
 }
 
 }  // namespace

@@ -79,28 +79,6 @@ TEST(GroupEntry, MapsWithEqualMembersAreEqual) {
   EXPECT_EQ(forward <=> backward, 0);
 }
 
-TEST(GroupEntry, CopiesShareNothing) {
-  auto const full = fullEntry();
-  Entry copy = full;
-  copy.portToMemberMapIs(13, 99);
-  EXPECT_EQ(full.portToMemberMap(13), 1u);
-  copy = full;
-  EXPECT_EQ(copy, full);
-  auto const& self = copy;
-  copy = self;
-  EXPECT_EQ(copy, full);
-  Entry const taken = std::move(copy);
-  EXPECT_EQ(taken, full);
-  EXPECT_TRUE(copy.portToMemberMap().empty());
-
-  auto const table = TessarLoadBalance::dlbEcmpGroupTableFactory();
-  table->entryCommit(3, full);
-  auto held = table->entry(3);
-  held.nhiToMemberMapDelAll();
-  EXPECT_EQ(table->entry(3), full);
-  EXPECT_EQ(table->entry(4), Entry());
-}
-
 TEST(GroupEntry, HasATextAndCannotBeReadFromOne) {
   Entry entry;
   entry.flowSetSize = 256;

@@ -41,29 +41,6 @@ TYPED_TEST(ReentrancyTest, AWatcherCommitsRemovesAndWalksDuringEveryPublication)
   for (U32 key = 0; key < 300; ++key) EXPECT_FALSE(table.entryHas(this->k(key))) << key;
 }
 
-TYPED_TEST(ReentrancyTest, HooksMayCallTheTable) {
-  auto& table = this->table_;
-  for (U32 key = 0; key < 60; ++key) this->at_.holding({{key, this->e(key)}});
-  this->at_.synced();
-  int depth = 0;
-  U32 next = 100;
-  this->at_.util->onEvent = [&](std::string const& event) {
-    if (depth != 0 || event.starts_with("published")) return;
-    ++depth;
-    ++next;
-    table.entryCommit(this->k(next % 300), this->e(next));
-    table.entryRemove(this->k((next * 7) % 300));
-    --depth;
-  };
-  for (U32 key = 0; key < 100; ++key) table.entryCommit(this->k(key), this->e(key + key % 2));
-  for (U32 key = 0; key < 50; ++key) table.entryRemove(this->k(key));
-  this->at_.util->onEvent = nullptr;
-  table.doInitComplete();
-  table.purgeStaleEntries();
-  for (auto const& [key, row] : this->at_.util->rows)
-    EXPECT_EQ(table.resolvedEntry(this->k(key)), row);
-}
-
 // Whatever a hook does to the very key that it is called for, hardware and table agree in the end.
 TYPED_TEST(ReentrancyTest, AHookMayRemoveOrCommitItsOwnKey) {
   using Action = std::function<void(TypeParam&)>;

@@ -2,7 +2,6 @@
 
 #include "containers/RQueue.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <deque>
@@ -24,14 +23,6 @@ template <U32 capacity, U32 first = 1>
 using Queue = Vell::RQueue<Element, true, Traits<capacity, first>>;
 
 Element made(U32 number) { return std::make_shared<U32>(number); }
-
-template <class Q>
-std::vector<U32> capacities(Q const& queue) {
-  std::vector<U32> capacities;
-  for (auto const* at = queue.head(); at; at = at == queue.tail() ? nullptr : at->link_)
-    capacities.push_back(at->capacity());
-  return capacities;
-}
 
 template <class Q>
 void agreesWithADeque(U32 next) {
@@ -81,36 +72,6 @@ void agreesWithADeque(U32 next) {
 TEST(RQueue, agreesWithADeque) { agreesWithADeque<Queue<2>>(1); }
 TEST(RQueue, agreesWithADequeOverTheWrapOfItsNumbers) {
   agreesWithADeque<Queue<4, 0xFFFFFF00>>(0xFFFFFF00);
-}
-
-TEST(RQueue, arraysGrowWithTheCount) {
-  Queue<2> queue;
-  EXPECT_EQ(sizeof queue, sizeof(void*));
-  for (U32 i = 0; i < 3; ++i) queue.enq(made(i));
-  EXPECT_THAT(capacities(queue), testing::ElementsAre(2, 4));
-  queue.deq();
-  queue.deq();
-  EXPECT_THAT(capacities(queue), testing::ElementsAre(4)) << "a drained array goes at once";
-  for (U32 i = 0; i < 3; ++i) queue.enq(made(i));
-  queue.deq();
-  queue.enq(made(0));
-  EXPECT_THAT(capacities(queue), testing::ElementsAre(4, 4)) << "three gives four";
-  for (U32 i = 0; i < 60'000; ++i) queue.enq(made(i));
-  EXPECT_EQ(capacities(queue).back(), 8192u);
-  EXPECT_EQ(*queue.back(), 59'999u);
-}
-
-TEST(RQueue, numbersGoOnOverAnEmptyQueue) {
-  Queue<2> queue;
-  EXPECT_EQ(queue.enq(made(1)), 1u);
-  queue.deq();
-  EXPECT_THAT(capacities(queue), testing::ElementsAre(0)) << "the placeholder";
-  EXPECT_FALSE(queue.has(1));
-  EXPECT_FALSE(queue.has(2));
-  EXPECT_EQ(queue.enq(made(2)), 2u);
-  EXPECT_THAT(capacities(queue), testing::ElementsAre(2));
-  queue.doClear(Queue<2>::Numbering::kept);
-  EXPECT_EQ(queue.enq(made(3)), 3u);
 }
 
 TEST(RQueue, aWalkWhoseElementWasTakenGoesOnAtTheHead) {

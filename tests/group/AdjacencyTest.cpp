@@ -99,6 +99,27 @@ TEST_F(Adjacency, thatWaitsWithAFormerValueIsNotWrittenAnewAtTheEndOfTheReplay) 
   for (U32 row : {40, 41}) EXPECT_EQ(usesOf(row), 1u) << row;
 }
 
+// While the row goes the handle still stands for the group, and must lead nobody to an index that will
+// be another's.
+TEST_F(Adjacency, thatAHookOfItsGroupsDeletionBringsWaits) {
+  for (std::string const moment : {"tracker 0 userRemove", "delete 0"}) {
+    groups_.table->doInitComplete();
+    table_->doInitComplete();
+    groups_.commit(1, 1);
+    groups_.answer(0);
+    groups_.util->onEvent = [&](std::string const& event) {
+      if (event == moment) commit(40, groups_.table->entryHandle(groups_.key(1)));
+    };
+    groups_.remove(1);
+    groups_.util->onEvent = nullptr;
+    groups_.commit(2, 2);
+    groups_.answer(0);
+    EXPECT_THAT(util_->rows, IsEmpty()) << moment;
+    table_->entryRemove({.id = 40});
+    groups_.table->entryRemoveAll();
+  }
+}
+
 // The end of the wait is told, and a watcher of it wants another group.
 TEST_F(Adjacency, aCommitFromInsideItsOwnResolutionStands) {
   groups_.replayed();

@@ -1,10 +1,7 @@
 // What a write of a group does, in its order: to its handle, the collections, the tracker and the
 // hardware.
 
-#include <cstdlib>
-
 #include "Groups.h"
-#include "platform/zarn/Trace.h"
 
 namespace Group {
 namespace {
@@ -165,44 +162,6 @@ TYPED_TEST(GroupProgramming, withoutHooksAnIndexIsTakenAndGivenBackAndNothingIsW
   handle = nullptr;
   EXPECT_THAT(at.take(), ElementsAre("published 0x288 7 was mode 1", "published 0x286 7 gone"));
   EXPECT_EQ(at.allocator()->totalUsedIndices(), 0u);
-}
-
-// ---- for tests of agents ----
-
-// The environment is read once for each class, so each reading needs a process of its own.
-TYPED_TEST(GroupProgramming, theEnvironmentMayAskThatAWriteEndsWithinItsCall) {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
-  auto& at = this->at_;
-  auto const run = [&](char const* asked) {
-    ::setenv("PUBLISH_ENTRY_HANDLE_PROGRAMMED_STATE", asked, 1);
-    auto const handle = at.commit(7, 1);
-    std::_Exit(handle->entryState() == State::success && handle->hwIndex().value() == 0 ? 0 : 1);
-  };
-  EXPECT_EXIT(run("1"), testing::ExitedWithCode(0), "");
-  EXPECT_EXIT(run("4294967296"), testing::ExitedWithCode(1), "") << "cut to 32 bits";
-  EXPECT_EXIT(run("yes"), testing::ExitedWithCode(1), "");
-}
-
-TEST(GroupTraces, aKeyHasTheTextOfItsTable) {
-  std::vector<std::string> lines;
-  Zarn::TraceHandle::sinkIs([&](std::string_view line) { lines.emplace_back(line); });
-  Groups<Ecmp> plain;
-  Groups<Vxlan> vxlan;
-  for (auto const* name : {"EcmpGroup1DlbTable", "VxlanEcmpGroup1DlbTable"})
-    Zarn::TraceHandle::levelsIs(name, 1u << 5);
-  plain.table->entryCommit({7, TessarL3Common::L3AdjIdKeyType::ecmpGroup}, plain.entry(1));
-  vxlan.table->entryCommit({7, TessarL3Common::L3AdjIdKeyType::tunnel}, vxlan.entry(1));
-  for (auto const* name : {"EcmpGroup1DlbTable", "VxlanEcmpGroup1DlbTable"})
-    Zarn::TraceHandle::levelsIs(name, 0);
-  Zarn::TraceHandle::sinkIs({});
-  EXPECT_THAT(lines, ElementsAre("TessarLoadBalance::EcmpGroup1DlbTable : entryCommit : Writing "
-                                 "entry : TessarLoadBalance::EcmpGroup1DlbTable::Entry{lbMode:1 "
-                                 "fastLinkFailover:false}, at key : L3AdjIdKey{adjId:7 "
-                                 "type:ecmpGroup",
-                                 "TessarLoadBalance::VxlanEcmpGroup1DlbTable : entryCommit : "
-                                 "Writing entry : TessarLoadBalance::VxlanEcmpGroup1DlbTable::"
-                                 "Entry{lbMode:1 fastLinkFailover:false}, at key : "
-                                 "TessarL3Common::VxlanL3UnderlayAdjIdKey{adjId:7 type:3}"));
 }
 
 }  // namespace

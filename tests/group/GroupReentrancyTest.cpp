@@ -94,29 +94,6 @@ TYPED_TEST(GroupReentrancy, aWatcherOfANewHandleMayRemoveItsKey) {
   EXPECT_EQ(at.allocator()->totalUsedIndices(), 0u);
 }
 
-TYPED_TEST(GroupReentrancy, theLastUseOfTheTableMayGoInsideAnyOfItsEvents) {
-  auto const live = TypeParam::memAllocationTracker_.live();
-  for (std::size_t moment = 0; moment < 9; ++moment) {
-    Groups<TypeParam> at;
-    at.replayed();
-    auto handle = at.follow(at.commit(5, 1));
-    auto* const table = at.table.get();
-    auto const hwTable = Vell::Ptr<Asic::HwTable>(&at.hw());
-    hwTable->writeResponseIs({hwTable->newestWrite(0), 0, State::success});
-    std::size_t seen = 0;
-    at.util->onEvent = [&](auto&) {
-      if (seen++ == moment) at.table = nullptr;
-    };
-    hwTable->deliverWriteResponses();
-    if (at.table) table->entryCommit(at.key(5), at.entry(2));
-    if (at.table) table->entryRemove(at.key(5));
-    handle = nullptr;
-    EXPECT_EQ(at.table ? 1u : 0u, TypeParam::memAllocationTracker_.live() - live) << moment;
-    EXPECT_THAT(at.util->rows, IsEmpty()) << moment;
-    at.util->onEvent = nullptr;
-  }
-}
-
 // The same while a restarted table looks for its rows: one row fits, one is rewritten, one stale.
 TYPED_TEST(GroupReentrancy, everyEventOfAReplayMayCallTheTable) {
   using At = Groups<TypeParam>;

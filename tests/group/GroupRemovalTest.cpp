@@ -1,8 +1,6 @@
 // How a group leaves: who keeps it, and the order of what happens.
 
 #include "Groups.h"
-#include "platform/fennlog/Fennlog.h"
-#include "platform/fennlog/Reader.h"
 
 namespace Group {
 namespace {
@@ -57,18 +55,6 @@ TYPED_TEST(GroupRemoval, removingAllTakesBackEveryCommitAndSparesWhatIsHeld) {
   EXPECT_EQ(held->entryType(), Type::referenceOnly);
   EXPECT_EQ(at.table->entry(at.key(3)), at.entry(1));
   isConsistent(at);
-}
-
-TYPED_TEST(GroupRemoval, anUnknownKeyIsToldAndNothingMore) {
-  auto const ring = Fennlog::Handle::inMemory(4);
-  Fennlog::defaultHandleIs(ring.get());
-  this->at_.remove(99);
-  Fennlog::defaultHandleIs(&Fennlog::startupHandle());
-  auto const messages = Fennlog::read(*ring);
-  ASSERT_EQ(messages.size(), 1u);
-  EXPECT_EQ(messages[0].text,
-            Vell::concatenate(TypeParam::names.brief(), ": entryRemove entryType: -1, refCnt: 0"));
-  EXPECT_THAT(this->at_.take(), IsEmpty());
 }
 
 TYPED_TEST(GroupRemoval, aTableThatGoesDeletesAllAlsoWhatIsHeld) {

@@ -74,20 +74,6 @@ TYPED_TEST(SelectiveReentrancy, theQueueKeepsWhatAWatcherOfItWrites) {
   EXPECT_EQ(AT.usesOf(this->b_), 0u);
 }
 
-TYPED_TEST(SelectiveReentrancy, aWatcherOfTheQueueMayWriteWhereNoIndexIsFree) {
-  for (U32 id = 100; id < 116; ++id) AT.commit(id, this->a_);
-  for (auto const& second : {this->b_, this->waiting_}) {
-    auto const handle = AT.commit(7, this->a_, 5);
-    bool done = false;
-    auto const watching = handle->watched().watch(0x185, [&](auto&) {
-      if (handle->resolvedEntryState() == State::failedNoIndex && !std::exchange(done, true))
-        AT.commit(7, second, 3);
-    });
-    AT.commit(7, this->b_, 4);
-    EXPECT_EQ(AT.table->entry(AT.key(7)), AT.entry(second, 3)) << AT.state(7);
-  }
-}
-
 // A chip's hook for the block is asked for its index.
 TYPED_TEST(SelectiveReentrancy, aHookOfTheBlockThatWritesTheGroupAnewHasTheLastWord) {
   class Asking final : public Asic::SwTableBase::EntryHandle {

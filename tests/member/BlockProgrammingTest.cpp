@@ -138,29 +138,6 @@ TEST(BlockWaiting, untilTheLastNextHopIsUsable) {
   EXPECT_THAT(at.take(), IsEmpty()) << "once resolved, a block does not look back";
 }
 
-TEST(BlockWaiting, aRemovedBlockResolvesNoMore) {
-  Recorded at;
-  at.synced().replayed();
-  auto const nextHop = needed();
-  auto const key = block({row(nextHop, 1)});
-  auto handle = at.table->entryBlockCommit(key);
-  auto const record = at.table->unresolvedEntryBlock(key);
-  at.table->entryBlockRemove(key);
-  EXPECT_FALSE(at.table->unresolvedEntryBlock(key));
-  EXPECT_EQ(handle->entryType(), Type::referenceOnly);
-  nextHop->becomes(State::success, 4);
-  EXPECT_FALSE(at.table->entryBlockHas(key)) << "stranded";
-
-  nextHop->becomes(State::unresolved, 0xFFFFFFFF);
-  EXPECT_EQ(at.table->entryBlockCommit(key), handle);
-  EXPECT_EQ(handle->entryState(), State::unresolved);
-  at.table->entryBlockRemove(key);
-  at.take();
-  handle = nullptr;
-  EXPECT_THAT(at.take(), ElementsAre("published 0x285 gone"));
-  EXPECT_EQ(nextHop->useCount(), 2u) << "held here and by the rows of `key`";
-}
-
 // ---- references ----
 
 TEST(BlockReferences, removeAllDeletesNothingBeforeItsWalkIsOver) {
@@ -205,42 +182,6 @@ TEST(BlockReferences, handlesOutliveTheTable) {
 }
 
 // ---- callbacks ----
-
-// Whatever a watcher does to the block in hand: a commit or reference that came last stands.
-TEST(BlockCallbacks, watchersThatBringABlockBackKeepIt) {
-  for (U32 field : {0x28e, 0x286, 0x285})
-    for (bool commits : {true, false}) {
-      Recorded at;
-      at.synced().replayed();
-      at.quiet();
-      auto const nextHop = usable(2);
-      auto const key = block({row(nextHop, 1), row(nextHop, 2)});
-      HandlePtr kept = field == 0x28e ? nullptr : at.table->entryBlockRef(key);
-      if (field == 0x28e) {
-        nextHop->becomes(State::unresolved, 0xFFFFFFFF);
-        kept = at.table->entryBlockRef(key);
-      }
-      HandlePtr back;
-      bool came = false;
-      auto const watch = at.table->publisher()->watch(field, [&](Vell::Change const& change) {
-        if (!change.previous || std::exchange(came, true)) return;
-        nextHop->becomes(State::success, 2);
-        back = commits ? at.table->entryBlockCommit(key) : at.table->entryBlockRef(key);
-      });
-      kept = nullptr;
-      ASSERT_TRUE(back);
-      EXPECT_EQ(at.table->entryHandle(key).get(), back.get());
-      EXPECT_TRUE(at.table->entryBlockHas(key));
-      EXPECT_EQ(back->entryState(), State::success);
-      EXPECT_EQ(at.util->rows.size(), 2u);
-      EXPECT_EQ(back->useCount(), commits ? 2u : 1u);
-      at.table->entryBlockRemove(key);
-      back = nullptr;
-      EXPECT_EQ(at.table->entryBlocks(), 0u);
-      EXPECT_THAT(at.util->rows, IsEmpty());
-      EXPECT_EQ(at.allocator()->totalUsedIndices(), 0u);
-    }
-}
 
 TEST(BlockCallbacks, hooksAndWatchersMayDropTheLastUseAtAnyPoint) {
   auto const live = Table::EntryHandle::memAllocationTracker_.live();

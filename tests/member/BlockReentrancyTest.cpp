@@ -63,17 +63,6 @@ TEST_F(BlockReentrancy, theLastValueOfANextHopIsTheOneThatItsRowHolds) {
   }
 }
 
-TEST_F(BlockReentrancy, aStateWatcherThatWritesANextHopAnewTellsTheTrackerOnce) {
-  replayed();
-  auto const handle = nextHops_->entryRef({.id = 0});
-  auto const watching = handle->watched().watch(0x102, [&](auto&) {
-    if (handle->entryState() == State::inProgress) commit(0, 2);
-  });
-  commit(0, 1);
-  EXPECT_EQ(usesOfNextHop(0), 1u);
-  EXPECT_EQ(util_->rows.at(0)->port, 2u);
-}
-
 TEST_F(BlockReentrancy, aBlockThatComesBackWhileItsRowsGoKeepsItsPlace) {
   replayed();
   auto const key = plainBlock(3);

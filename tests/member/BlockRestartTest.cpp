@@ -168,19 +168,6 @@ TEST(BlockRestart, thePurgeSparesRowsThatABlockTookMeanwhile) {
   EXPECT_EQ(at.usesOf(101), 0u);
 }
 
-// A block that failed with its next hop, and resolves while no candidate fits, is still open.
-TEST(BlockRestart, aBlockThatHadFailedIsSettledLikeAnyOther) {
-  Recorded at;
-  at.quiet().holding(50, {{1, 1}}).synced();
-  auto const nextHop = needed(State::failedNoIndex);
-  auto const handle = at.table->entryBlockCommit(block({row(nextHop, 2)}));
-  EXPECT_EQ(handle->entryState(), State::failedNeededEntry);
-  nextHop->becomes(State::success, 3);
-  EXPECT_EQ(handle->entryState(), State::unresolved);
-  at.replayed();
-  EXPECT_EQ(handle->entryState(), State::success);
-}
-
 TEST(BlockRestartDeath, limitsOnTheCallersStopTheProcess) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   Recorded at;

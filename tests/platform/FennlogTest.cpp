@@ -233,23 +233,18 @@ void overwrite(std::filesystem::path const& path, std::size_t at, Value value) {
 using Fennlog::Header;
 Damage const damages[] = {
     {"empty", [](auto& path) { std::filesystem::resize_file(path, 0); }, "is not a trace file"},
-    {"foreign", [](auto& path) { std::ofstream(path) << "#!/bin/sh\nexit 0\n"; }, "is not a trace"},
     {"version", [](auto& path) { overwrite(path, offsetof(Header, version), U32{2}); },
      "another version", false},
     {"header", [](auto& path) { std::filesystem::resize_file(path, 60); }, "is truncated"},
     {"truncated", [](auto& path) { std::filesystem::resize_file(path, 8704); },
      "8704 bytes instead"},
-    {"longer", [](auto& path) { std::ofstream(path, std::ios::app) << "x"; }, "bytes instead of"},
     {"capacity", [](auto& path) { overwrite(path, offsetof(Header, capacity), U64{48}); },
      "header"},
     {"used", [](auto& path) { overwrite(path, offsetof(Header, dictionaryUsed), ~U64{0}); },
      "header"},
-    {"clock", [](auto& path) { overwrite(path, offsetof(Header, calibrationInUse), U32{2}); },
-     "header"},
     {"rate", [](auto& path) { overwrite(path, offsetof(Header, calibrations) + 16, -1.0); }, "rate",
      false},
     {"number", [](auto& path) { overwrite(path, 4096, U32{0}); }, "dictionary", false},
-    {"length", [](auto& path) { overwrite(path, 4100, ~U32{0}); }, "dictionary", false},
     {"pipe",
      [](auto& path) {
        std::filesystem::remove(path);

@@ -3,7 +3,6 @@
 
 #include <gmock/gmock.h>
 
-#include "platform/mirel/MountGroup.h"
 #include "platform/vell/Inspect.h"
 #include "platform/zarn/Trace.h"
 #include "platform/zarn/ValueText.h"
@@ -190,30 +189,6 @@ TEST_F(FlowsetReadTest, CollectionsTellTheirChanges) {
   table_->entryDel(7);
   table_->entryDel(7);
   EXPECT_THAT(taken(), ElementsAre("entry 7 came", "entry 7 went"));
-
-  for (U32 n = 0; n < 3; ++n) table_->entryIs(n, {}), table_->readRequestIs(n, request);
-  taken();
-  table_->entryDelAll();
-  table_->readReqDelAll();
-  EXPECT_EQ(taken().size(), 6u);
-  EXPECT_EQ(table_->entrys(), 0u);
-  EXPECT_THAT(requests(), IsEmpty());
-}
-
-// Whatever a watcher does to the requests, the sweep visits each that is there throughout once.
-TEST_F(FlowsetReadTest, TheSweepSurvivesWatchersThatChangeTheRequests) {
-  for (U64 id = 10; id < 20; ++id) table_->readRequestIs(id, {5, eachEntry, handler()});
-  std::vector<U64> removed;
-  auto const watching = table_->publisher()->watch(Table::readRequestField, [&](auto& change) {
-    auto const id = change.template keyAs<TransactionId>().value();
-    if (table_->readRequestGet(id)) return;
-    removed.push_back(id);
-    if (id == 12) table_->readRequestIs(5, {}), table_->removeReadRequest(13);
-    if (id == 15) table_->readRequestIs(30, {});
-  });
-  table_->readReqDelAll();
-  EXPECT_THAT(removed, ElementsAre(10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 30));
-  EXPECT_THAT(requests(), ElementsAre(5)) << "put in behind the sweep";
 }
 
 TEST_F(FlowsetReadTest, AHandlerMayRemoveItsRequestStartReadsAndThrow) {
@@ -402,19 +377,10 @@ TEST_F(FlowsetReadTest, ReflectionAnswersItsAttributes) {
     EXPECT_EQ(request.get("notify"), Vell::Value(U64{0}));
     EXPECT_THROW(Vell::inspectHash(*value.record()), Vell::InspectError);
   });
-  auto const row = Vell::inspectMakeValue(*Table::module().types()[Table::entryTypeNumber]);
-  std::vector<Vell::Value> const answer{U64{100}, U64{17}, row, U64{17}};
-  inspect.call("invokeReadResponseHandler", answer);
-  EXPECT_THAT(calls(), ElementsAre("17"));
-  EXPECT_THROW(inspect.call(0x20e, std::vector<Vell::Value>{U64{1}, row}), Vell::InspectError);
-
   Vell::Inspect hooks(*util_);
   EXPECT_EQ(hooks.type().attributes.size(), 4u);
   EXPECT_EQ(hooks.call("maxIndex"), Vell::Value(U64{44}));
   EXPECT_THROW(hooks.call(0x204), Vell::InspectError);
-  Mirel::MountGroup mounts;
-  Table::doMountHwTableMountInfo(mounts);
-  EXPECT_EQ(mounts.mounts().at(0).typeName, "TessarLoadBalance::DlbEcmpFlowsetTableRead::Util");
 }
 
 }  // namespace
