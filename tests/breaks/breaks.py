@@ -85,7 +85,7 @@ def caught_by(tests):
         if result is None:
             caught.append(f"{test} (does not end)")
         elif result.returncode != 0:
-            failed = list(dict.fromkeys(re.findall(r"^\[  FAILED  \] (\S+?)[,\s]", result.stdout, re.M)))
+            failed = list(dict.fromkeys(re.findall(r"^\[  FAILED  \] (\S+\.[^\s,]+)", result.stdout, re.M)))
             caught.append(f"{test}: {', '.join(failed[:4]) or 'stopped'} ({len(failed)})")
     return caught
 
