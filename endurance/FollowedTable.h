@@ -21,20 +21,13 @@ using State = Asic::SwTableBase::EntryState;
 using Type = Asic::SwTableBase::EntryType;
 
 template <class T>
-constexpr bool hasHandles = !isDirectTable<T>;
+constexpr bool hasHandles = !std::same_as<T, Direct>;
 template <class T>
-constexpr bool hasRecords = std::same_as<T, Members> || isSelectiveTable<T>;
+constexpr bool hasRecords = std::same_as<T, Members> || std::same_as<T, Selectives>;
 template <class T>
-constexpr bool isGroupTable = isPlainGroupTable<T> || isSelectiveTable<T>;
+constexpr bool isGroupTable = std::same_as<T, Groups> || std::same_as<T, Selectives>;
 
 inline U64 addressOf(void const* object) { return reinterpret_cast<std::uintptr_t>(object); }
-
-/// What was asked of a key last, in the order in which it was asked.
-struct Wish {
-  U64 value = 0;             ///< as chains have it; of a block, nothing
-  bool isCommitted = false;  ///< in tables with handles: it must be there
-  bool isStored = false;     ///< below the client interface, where nobody promises it a handle
-};
 
 /// A handle from its birth on, also when it is gone.
 struct FollowedHandle {
@@ -53,7 +46,7 @@ struct Ground {
   std::mt19937_64& random;
   Finding finding;
   Hearing hearing{finding};
-  ChipSide side{finding};
+  ChipSide side;
   std::deque<FollowedHandle> handles;
   U64 events = 0;
   bool leavesHandlesUnwatched = false;  ///< some of them: much is told to nobody then
@@ -86,17 +79,13 @@ class FollowedTable {
                                        [this](Vell::Change const& change) { told(change); });
   }
 
-  std::array<Wish, keys> wishes;
-  std::vector<HandlePtr> kept;  ///< by whoever asked for them
-  Vell::Ptr<T> table;           ///< null once it is to end; what it then does is still followed
+  Vell::Ptr<T> table;  ///< null once it is to end; what it then does is still followed
   Vell::Ptr<MemoryChip<T>> chip;
   Audience audience;
 
   static U32 numberOf(Key const& key) {
     if constexpr (std::same_as<T, Direct>)
       return key.value();
-    else if constexpr (std::same_as<T, Qualities>)
-      return key.portLoading;
     else if constexpr (std::same_as<T, NextHops>)
       return key.id;
     else if constexpr (std::same_as<T, Members>)
@@ -107,8 +96,6 @@ class FollowedTable {
   static Key keyOf(U32 number) requires(!std::same_as<T, Members>) {
     if constexpr (std::same_as<T, Direct>)
       return number;
-    else if constexpr (std::same_as<T, Qualities>)
-      return {.portLoading = static_cast<U8>(number)};
     else if constexpr (std::same_as<T, NextHops>)
       return {.id = number};
     else
@@ -144,7 +131,7 @@ class FollowedTable {
   }
   static U64 code(Entry const& entry) {
     U64 const value = rowOf<T>(entry).value;
-    if constexpr (isSelectiveTable<T>)
+    if constexpr (std::same_as<T, Selectives>)
       return 2 + value + 16 * addressOf(entry.ecmpSecondaryBlockPtrHandle.get());
     else
       return 2 + value;
@@ -159,10 +146,7 @@ class FollowedTable {
     auto going = std::move(table);
     going = nullptr;
     self_ = nullptr;
-    chip->tableIsGone();
   }
-  /// The table, also while it goes; null once it is gone.
-  T* now() const { return self_; }
 
   /// Between actions: all was told, and the last that was told is what there is.
   void isToldWhole() {
@@ -219,7 +203,7 @@ class FollowedTable {
       auto const* const member = self_->syncedEntryMap().lookup(index);
       return member ? codeOfRow(rowOf<T>(member->value_)) : 0;
     } else {
-      auto const* const node = self_->syncedEntryMap().lookupNodeG(keyOf(index));
+      auto const* const node = self_->syncedEntryMap().lookupNodeG(index);
       return node ? codeOfRow(rowOf<T>(node->value_)) : 0;
     }
   }
@@ -239,11 +223,7 @@ class FollowedTable {
     ++ground_.events;
     ground_.hearing.begins(audience, change);
     if (change.fieldId == T::syncedEntryField) {
-      U32 index = 0;
-      if constexpr (isDirectTable<T>)
-        index = numberOf(change.template keyAs<Key>());
-      else
-        index = *static_cast<U32 const*>(change.key);
+      U32 const index = *static_cast<U32 const*>(change.key);
       auto const* const previous = change.previousAs<Entry>();
       synced_[index].told(previous ? codeOfRow(rowOf<T>(*previous)) : 0, syncedNow(index));
       return;
@@ -258,7 +238,7 @@ class FollowedTable {
     } else if (change.fieldId == T::resolvedEntryField) {
       return valueTold(number, change);
     }
-    if constexpr (isSelectiveTable<T>)
+    if constexpr (std::same_as<T, Selectives>)
       if (change.fieldId == T::unresolvedEntryField)
         return records_[number].told(now, recordNow(number));
     if constexpr (hasHandles<T>) {
@@ -271,13 +251,11 @@ class FollowedTable {
     values_[number].told(former(change), valueNow(number));
     if constexpr (hasHandles<T>)
       if (auto const now = handle(number)) lookAt(*now);
-    if constexpr (isDirectTable<T>) {
+    if constexpr (std::same_as<T, Direct>) {
       // The hardware has it before anybody hears of it.
       auto const& place = chip->at(number);
-      auto const value = self_->resolvedEntry(keyOf(number));
-      bool const isHeld = self_->entryHas(keyOf(number));
-      if (value ? place.row != Zarn::Optional<Row>(rowOf<T>(*value))
-                : place.used != isHeld || place.row.has_value())
+      auto const value = self_->resolvedEntry(number);
+      if (value ? place.row != Zarn::Optional<Row>(rowOf<T>(*value)) : place.used)
         ground_.finding.add(audience.name, " key ", number, ": told before the hardware had it");
     }
   }
@@ -313,7 +291,9 @@ class FollowedTable {
     if (change.fieldId == AnyHandle::entryStateField) {
       followed.entryState.told(stateOf(), codeOf(handle.entryState()));
     } else if (change.fieldId == AnyHandle::resolvedEntryStateField) {
-      followed.resolvedState.told(stateOf(), codeOf(handle.resolvedEntryState()));
+      auto const now = codeOf(handle.resolvedEntryState());
+      now == 0 ? followed.resolvedState.toldEnd(stateOf(), now)
+               : followed.resolvedState.told(stateOf(), now);
     } else if (change.fieldId == Handle::fields.swTable) {
       followed.table.told(addressOf(*change.previousAs<T*>()), addressOf(handle.swTable()));
     } else if (change.fieldId == Handle::fields.pendingEntry) {

@@ -136,6 +136,12 @@ class Chain {
     else
       isBroken_ = true;
   }
+  /// The same of a value that goes to `now`, its end, inside of the change that brought the former one: that
+  /// one is told later, and nobody has seen what it brought.
+  void toldEnd(U64 former, U64 now) {
+    seen(now);
+    if (!owed_.empty() && isSame(owed_.back(), former)) owed_.pop_back();
+  }
   /// Whether each change was told once, and the last that was told is what there is now.
   bool isWhole(U64 now) const { return isWhole() && known_ == now; }
   bool isWhole() const { return owed_.empty() && !isBroken_; }

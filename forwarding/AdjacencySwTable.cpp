@@ -30,20 +30,25 @@ Vell::ZarnType UnresolvedAdjacency::typeData() const {
 AdjacencyTable::~AdjacencyTable() { tearDown(); }
 
 AdjacencyTable::HandlePtr AdjacencyTable::entryCommit(Key key, Entry const& entry) {
+  using Asic::SwTableBase::EntryState::unresolved;
   AccessorT::message<"entryCommit">();
+  if (isGoing()) return AccessorT(*this).refused("entryCommit", key);
   Asic::SwTable::OperationScope const scope(*this);
-  Vell::Ptr<EntryHandle> const handle = entryHandleIs(key, this);
-  handle->committed();
-  if (isWanted(key, entry)) return handle;
-  handle->entryStateIs(Asic::SwTableBase::EntryState::unresolved);
-  auto const former = unresolved(key);  // with its group, until the new one is in its place
+  Entry const wanted = entry;  // it may lie in what a watcher is about to change
+  AccessorT::Operation const wish(*this, key, AccessorT::Stage::commit);
+  auto const handle = AccessorT(*this).claimedHandle(wish);
+  if (wish.isOvertaken() || isWanted(key, wanted)) return handle;
+  handle->entryStateIs(unresolved);
+  if (wish.isOvertaken()) return handle;
+  auto const former = this->unresolved(key);  // with its group, until the new one is in its place
   unresolvedDel(key);
+  if (wish.isOvertaken()) return handle;
   auto const record = unresolvedIs(key);
-  record->rows().row = entry;
+  if (wish.isOvertaken()) return handle;
+  record->rows().row = wanted;
   AccessorT(*this).initUnresolved(*record);
   // Still waiting: the row that lies there from before knows where its group was.
-  if (!configReplayComplete() &&
-      handle->entryState() == Asic::SwTableBase::EntryState::unresolved &&
+  if (!wish.isOvertaken() && !configReplayComplete() && handle->entryState() == unresolved &&
       syncedEntryMap().lookup(key.id))
     suggestIndices(*handle, {key.id});
   return handle;
@@ -55,9 +60,9 @@ bool AdjacencyTable::isWanted(Key const& key, Entry const& entry) const {
   return resolvedHas(key) && this->entry(key) == entry;
 }
 
-Asic::Index AdjacencyTable::newIndex(IndexAllocator& allocator, Key const& key) {
-  allocator.requestIndexForKey(key.id, keyType(), &key);
-  return allocator.indexForKey(keyType(), &key);
+Asic::Index AdjacencyTable::newIndex(IndexAllocator& allocator, Key const& key) const {
+  allocator.requestIndexForKey(key.id, keyType(), &key, this);
+  return allocator.indexForKey(keyType(), &key, this);
 }
 
 void AdjacencyTable::resolvedIs(UnresolvedAdjacency const& record) {
@@ -67,7 +72,8 @@ void AdjacencyTable::resolvedIs(UnresolvedAdjacency const& record) {
   // The former group is let go when the row points at it no more.
   auto const former = entry(key);
   // Its place is known before anything is compared with what lies there.
-  store(key, wanted, [&] { newIndex(*indexAllocator(), key); });
+  newIndex(*indexAllocator(), key);
+  store(key, wanted);
 }
 
 Vell::Ptr<AdjacencyTable> adjacencyTableFactory() { return new AdjacencyTable; }

@@ -95,7 +95,7 @@ class AdjacencyTable final : public SmallTable<AdjacencyTable, AdjacencySheet>,
   // For the generic logic.
 
   /// The id's own row, or the exhausted index if the hardware has none of that number.
-  static Asic::Index newIndex(IndexAllocator& allocator, Key const& key);
+  Asic::Index newIndex(IndexAllocator& allocator, Key const& key) const;
   using UnresolvedEntries::unresolvedDel;
   using UnresolvedEntries::unresolvedDelAll;
   using UnresolvedEntries::unresolvedHas;

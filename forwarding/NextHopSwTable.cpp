@@ -18,23 +18,26 @@ NextHopTable::~NextHopTable() { tearDown(); }
 
 NextHopTable::HandlePtr NextHopTable::entryCommit(Key key, Entry const& entry) {
   AccessorT::message<"entryCommit">();
+  if (isGoing()) return AccessorT(*this).refused("entryCommit", key);
   Asic::SwTable::OperationScope const scope(*this);
-  Vell::Ptr<EntryHandle> const handle = entryHandleIs(key, this);
-  handle->committed();
+  Entry const wanted = entry;  // it may lie in what a watcher is about to change
+  AccessorT::Operation const wish(*this, key, AccessorT::Stage::commit);
+  auto const handle = AccessorT(*this).claimedHandle(wish);
+  if (wish.isOvertaken()) return handle;
   if (!resolvedHas(key))
     handle->entryStateIs(Asic::SwTableBase::EntryState::unresolved);
-  else if (this->entry(key) == entry)
+  else if (this->entry(key) == wanted)
     return handle;
-  store(key, entry, [] {});
+  if (!wish.isOvertaken()) store(key, wanted);
   return handle;
 }
 
 NextHopTable::HandlePtr NextHopTable::entryRef(Key key) {
   AccessorT::message<"entryRef">();
+  if (isGoing()) return AccessorT(*this).refused("entryRef", key);
   Asic::SwTable::OperationScope const scope(*this);
-  Vell::Ptr<EntryHandle> const handle = entryHandleIs(key, this);
-  handle->referenced();
-  return handle;
+  AccessorT::Operation const wish(*this, key, AccessorT::Stage::reference);
+  return AccessorT(*this).claimedHandle(wish);
 }
 
 Vell::Ptr<NextHopTable> nextHopTableFactory() { return new NextHopTable; }

@@ -72,8 +72,8 @@ class NextHopTable final : public SmallTable<NextHopTable, NextHopSheet> {
 
   // For the generic logic.
 
-  static Asic::Index newIndex(IndexAllocator& allocator, Key const& key) {
-    return allocator.newIndexForKey(keyType(), &key);
+  Asic::Index newIndex(IndexAllocator& allocator, Key const& key) const {
+    return allocator.newIndexForKey(keyType(), &key, this);
   }
 };
 

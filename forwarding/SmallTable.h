@@ -69,16 +69,18 @@ class SmallTable : public Asic::HandleTable<T, Sheet> {
     U32 getBlockSize() const { return 1; }
     Entry entry(U32) const { return row; }
     template <class Visitor>
-    void forEach(Visitor&& visitor) {
-      visitor(Asic::SwTableBase::Index(0), row);
-    }
-    template <class Visitor>
     void forEach(Visitor&& visitor) const {
       visitor(Asic::SwTableBase::Index(0), row);
     }
-    friend bool operator==(Rows const& a, Rows const& b) { return a.row == b.row; }
+    void neededIndexIs(Asic::SwTableBase::Index, Asic::Index index) requires
+        requires(Entry& entry) {
+      entry.neededIndexIs(Asic::Index());
+    }
+    { row.neededIndexIs(index); }
     friend std::ostream& operator<<(std::ostream& out, Rows const& rows) { return out << rows.row; }
   };
+
+  using Value = Rows;  ///< of a key, as the generic logic carries it
 
   /// Numbers of the table's types in its module.
   static constexpr U32 entryTypeNumber = 0;
@@ -114,16 +116,15 @@ class SmallTable : public Asic::HandleTable<T, Sheet> {
   bool hasValue(Key const& key) const { return resolvedHas(key); }
   U32 resolvedCount() const { return resolvedEntry_.count(); }
   Rows resolvedRows(Key const& key) const;
+  Value valueOf(Key const& key) const { return resolvedRows(key); }
   void resolvedDel(Key const& key);
   void resolvedDelAll();
 
  protected:
   using AccessorT = Asic::SwTable::Accessor<T>;
 
-  /// Stores another value and carries it to the hardware, at the index that the allocator has, or
-  /// with `place` gives before.
-  template <class Place>
-  void store(Key key, Entry const& entry, Place place);
+  /// Stores another value and carries it to the hardware, at the index that the allocator has.
+  void store(Key key, Entry const& entry);
 
  private:
   ResolvedEntryMap resolvedEntry_{1, false};

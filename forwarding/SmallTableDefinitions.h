@@ -10,21 +10,15 @@
 namespace Forwarding {
 
 template <class T, class Sheet>
-template <class Place>
-void SmallTable<T, Sheet>::store(Key key, Entry const& entry, Place place) {
-  // A row that was never written, or is being deleted, has yet to be told to the tracker, whatever the
-  // table holds.
-  Vell::Ptr<typename T::EntryHandle> const handle = this->entryHandle(key);
-  bool const isWritten = handle && handle->isTracked();
-  this->resolvedKeyPriorIs(isWritten ? Asic::SwTable::KeyPrior::value
-                                     : Asic::SwTable::KeyPrior::noKey);
-  place();
+void SmallTable<T, Sheet>::store(Key key, Entry const& entry) {
   Zarn::Optional<Entry> previous;
   if (auto* const node = resolvedEntry_.lookupNodeG(key))
     previous = std::exchange(node->value_, Entry(entry));
   else
     resolvedEntry_.newMemberG(key, {entry, key});
-  AccessorT(this->table()).handleEntry(key);
+  Rows const rows{entry};
+  typename AccessorT::Operation operation(this->table(), key, AccessorT::Stage::programming);
+  AccessorT(this->table()).handleEntry(operation, &rows);
   this->publish(resolvedEntryField, key, previous ? &*previous : nullptr);
 }
 
@@ -51,7 +45,9 @@ void SmallTable<T, Sheet>::resolvedDel(Key const& key) {
   Asic::SwTable::OperationScope const scope(*this);
   typename ResolvedEntryMap::Node removed;
   if (!resolvedEntry_.deleteMemberG(key, &removed)) return;
-  AccessorT(this->table()).handleEntry(removed.key());
+  typename AccessorT::Operation operation(this->table(), removed.key(),
+                                          AccessorT::Stage::programming);
+  AccessorT(this->table()).handleEntry(operation, nullptr);
   this->publish(resolvedEntryField, removed.key(), &removed.value_);
 }
 

@@ -1,7 +1,8 @@
 // What the generic logic of every table does: traces and messages, the chip hooks, the sync, the
 // end of the replay, the purge's frame.
 //
-// An accessor is made for one operation, on a table that its caller holds for as long as it takes.
+// An accessor is made for one operation, on a table that its caller holds for as long as it takes. It
+// keeps nothing from one call to the next: what a step needs is passed to it.
 
 #pragma once
 
@@ -49,6 +50,12 @@ class AccessorBase {
 
   // For the accessor's and the table's own operations alike.
 
+  /// A table whose last use has gone takes no wish any more: it only tells of one.
+  template <class Key>
+  void refuse(std::string_view operation, Key const& key) const {
+    trace(traceClient, operation, " : The table goes, and takes no entry at key : ", key);
+  }
+
   /// The always-on message that an operation begins with.
   template <OperationName operation, Fennlog::Time time = Fennlog::Time::now>
   static void message() {
@@ -69,6 +76,12 @@ class AccessorBase {
   void traceStatistics(std::string_view operation) const;
   /// The tracker operation of a row's delete, by what its key held.
   IndexUserTracker::OpType trackerOfDelete() const;
+  /// Calls hooks of the chip. They must not throw: that ends the process, since half an operation would
+  /// leave hardware and table apart, and nothing above could mend that.
+  template <class Call>
+  static decltype(auto) hook(Call const& call) noexcept {
+    return call();
+  }
 
   /// The generic logic that this is a part of.
   SwTable::Accessor<T>& self() { return static_cast<SwTable::Accessor<T>&>(*this); }

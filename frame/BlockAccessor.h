@@ -10,8 +10,8 @@
 //     entries filled in.
 //  3. The handle and the record of the entry in hand are held for as long as an operation calls out.
 //
-// `T` brings its collection of resolved values: `resolvedHas`, `resolvedRows` (the rows of a key's
-// value, as a copy), `resolvedDel`, `resolvedDelAll`, and `unresolvedHas`, `unresolvedDel`.
+// `T` brings its collection of resolved values: `resolvedHas`, `valueOf` (the rows of a key's value, as a
+// copy), `resolvedDel`, `resolvedDelAll`, and, if entries wait, `unresolvedHas`, `unresolvedDel`.
 
 #pragma once
 
@@ -24,22 +24,35 @@ class BlockAccessor : public HandleAccessor<T> {
  public:
   using Key = typename T::Key;
   using Entry = typename T::Entry;
-  using Rows = typename T::Rows;
+  using Rows = typename T::Value;
   using EntryHandle = typename T::EntryHandle;
   using Util = typename T::Util;
 
   using HandleAccessor<T>::HandleAccessor;
   using HandleAccessor<T>::cleanup;
   using typename HandleAccessor<T>::Compare;
+  using typename HandleAccessor<T>::EntryState;
+  using typename HandleAccessor<T>::HandlePtr;
+  using typename HandleAccessor<T>::Operation;
+  using typename HandleAccessor<T>::Stage;
   using AccessorBase<T>::trace;
 
   // Programming.
 
+  /// A commit or a reference of a block, whose key is its contents.
+  HandlePtr write(std::string_view operation, Key const& key, Stage stage);
   /// Gets the key an index, writes its rows, tells its handle.
-  void programHwEntry(Key const& key, SwTableBase::EntryState entryState);
-
+  template <Fennlog::Time time = Fennlog::Time::now>
+  void programHwEntry(Operation& operation, Rows const& rows, EntryState entryState);
   /// Deletes the rows of a key that has gone, and gives up its index.
-  void removeHwEntry(Key const& key);
+  void removeHwEntry(Operation& operation);
+
+  // Removal.
+
+  /// Removes record and value of an entry whose last user has gone, and then its handle.
+  void removeEntryOf(Operation const& removal, EntryHandle& handle);
+  /// The last use of a handle has gone that is not the key's own, or not any more.
+  void removeOutside(EntryHandle& handle, Key const& key);
 
   // What an entry needs.
 
@@ -54,12 +67,13 @@ class BlockAccessor : public HandleAccessor<T> {
 
   void syncEntries() noexcept;
   /// Compares a key with what the hardware holds at its place, if that is known.
-  ReconciliationStatus reconcileSyncedEntry(Key const& key);
+  ReconciliationStatus reconcileSyncedEntry(Operation const& operation, Rows const& rows);
   /// Whether the entry sits at `hwIndex`, or, for `compare` no, may be put there. If so the
   /// allocator has given it that index.
-  bool reconcileUsingHwIndex(Key const& key, Index hwIndex, Compare compare);
+  bool reconcileUsingHwIndex(Operation const& operation, Rows const& rows, Index hwIndex,
+                             Compare compare);
   /// Tries the candidates of the key; the one that fitted, or the exhausted index.
-  Index reconcileUsingIndexHelper(Key const& key, Compare compare);
+  Index reconcileUsingIndexHelper(Operation const& operation, Rows const& rows, Compare compare);
   bool processIndexSuggestion(EntryHandle& handle, Index index);
   /// Drops the records of rows that sync had found.
   void syncedRowsDel(Index hwIndex, U32 rows);
@@ -67,14 +81,14 @@ class BlockAccessor : public HandleAccessor<T> {
 
  private:
   using Tracker = IndexUserTracker::OpType;
-  using EntryState = SwTableBase::EntryState;
   using AccessorBase<T>::swTable_;
+  using AccessorBase<T>::hook;
 
-  template <class Overtaken>
-  bool writeRows(Util const& util, Key const& key, Index hwIndex, Overtaken const& isOvertaken);
-  bool isValue(Key const& key, Rows const& rows) const;
+  void writeRows(Util const& util, Operation& operation, Rows const& rows, Index hwIndex,
+                 EntryHandle* handle);
+  void deleteRows(Util const& util, Operation& operation, Index hwIndex, U32 rows);
   bool adoptSuggestion(EntryHandle& handle, Index index);
-  void suggestIndicesToNeededTable(Rows block, Index baseIndex);
+  void suggestIndicesToNeededTable(Rows const& rows, Index baseIndex);
   void staleBlock(Util const& util, Index index);
   void staleRow(Util const& util, Index index);
 };

@@ -10,112 +10,27 @@
 
 namespace Asic {
 
-// ---- programming ----
+// ---- the way in ----
 
 template <class T>
-void BlockAccessor<T>::syncedRowsDel(Index hwIndex, U32 rows) {
-  for (U32 i = 0; i < rows; ++i) swTable_->syncedEntryDel(hwIndex.value() + i);
+auto BlockAccessor<T>::write(std::string_view operation, Key const& key, Stage stage) -> HandlePtr {
+  if (swTable_->isGoing()) return this->refused(operation, key);
+  Operation const wish(*swTable_, key, stage);
+  if (swTable_->unresolvedHas(key) || swTable_->resolvedHas(key)) {
+    trace(traceClient, operation, " : Found an existing entry : ", key);
+    auto eh = swTable_->entryHandle(key);
+    VELL_ASSERT(eh, "eh", "expect a valid entryHandle, key: ", key);
+    if (stage == Stage::commit) eh->committed();
+    return eh;
+  }
+  trace(traceClient, operation, " : Writing new entry : ", key);
+  auto const handle = this->claimedHandle(wish);
+  if (!wish.isOvertaken()) handle->entryStateIs(EntryState::unresolved);
+  if (wish.isOvertaken()) return handle;
+  auto const record = swTable_->unresolvedIs(key);
+  if (!wish.isOvertaken()) initUnresolved(*record);
+  return handle;
 }
-
-template <class T>
-void BlockAccessor<T>::removeHwEntry(Key const& key) {
-  auto const hwIndex = this->doRetrieveHwIndex(key).value();
-  this->traceHwIndex(hwIndex);
-  auto const util = this->utilIfExists();
-  if (hwIndex.isExhausted()) {
-    if (util) trace(traceKey, "handleEntry", "No entry in HwTable for this key. Skip delete");
-    return;
-  }
-  // From here on the handle must lead no dependent there, also none that comes from a hook.
-  if (Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key)) {
-    handle->hwIndexIs(Index());
-    handle->trackedIs(false);
-  }
-  if (util) {
-    trace(traceKey, "hwTableEntryDel", ": Deleting entry at key:", key);
-    // A hook may bring the entry back, which then has all its rows anew, at the index that it still had;
-    // or bring it back and remove it. What the tracker had of it before ends all the same.
-    auto const isLeaving = [&] {
-      return !swTable_->resolvedHas(key) && this->doRetrieveHwIndex(key) == hwIndex;
-    };
-    for (U32 i = 0, rows = T::blockSizeOf(key); i < rows; ++i) {
-      U32 const row = hwIndex.value() + i;
-      util->updateHwIndexRefCountTracker(swTable_->hwTable(), row, Tracker::userRemove);
-      if (isLeaving()) util->hwTableEntryDel(*swTable_, row);
-    }
-    if (!isLeaving()) return;
-    if (!swTable_->configReplayComplete())
-      swTable_->updateStatistic(ReconciliationStatus::reconcileDeleted);
-  }
-  // The rows are gone before the index is free.
-  Vell::Ptr<typename T::IndexAllocator> const allocator = swTable_->indexAllocator();
-  allocator->releaseIndexFromTable(T::keyType(), &key, *swTable_);
-}
-
-template <class T>
-void BlockAccessor<T>::programHwEntry(Key const& key, EntryState entryState) {
-  using enum SwTableBase::EntryState;
-  // Part of `handleEntry`, whose message is just written.
-  this->template message<"programHwEntry", Fennlog::Time::asMessageBefore>();
-  trace(traceKey, "programHwEntry", " key: ", key, ", entryState:", entryState);
-  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
-  auto const util = this->utilIfExists();
-  // In that state those that need the entry go on at once, and point at its rows: where these are not
-  // all there yet, they hear of it when it is written.
-  bool const isTooEarly = entryState == indexReconciled && util && !this->placeWasFoundWhole_;
-  if (handle) handle->writeBegins();
-  auto const writes = handle ? handle->writes() : 0;
-  // A watcher or a hook wrote it anew, or removed it: that was carried.
-  auto const isOvertaken = [&] {
-    return handle && (handle->writes() != writes || !swTable_->resolvedHas(key));
-  };
-  if (handle && !isTooEarly) {
-    handle->entryStateIs(entryState);
-    if (isOvertaken()) return;
-    handle->resolvedEntryStateIs(entryState);
-    if (isOvertaken()) return;
-  }
-  auto const hwIndex = T::newIndex(*swTable_->indexAllocator(), key);
-  this->traceHwIndex(hwIndex);
-  if (util) {
-    if (hwIndex.isExhausted() && T::blockSizeOf(key) != 0) {
-      VELL_ASSERT(entryState != indexReconciled, "entryState != indexReconciled()",
-                  T::names.qualified, " key ", key);
-      if (handle) handle->resolvedEntryStateIs(failedNoIndex);
-      return;
-    }
-    swTable_->reconcilingEntryIs(entryState == indexReconciled);
-    if (handle) handle->trackedIs(true);
-    if (!writeRows(*util, key, hwIndex, isOvertaken)) return;
-    if (handle) {
-      if (util->indexKnownAtWrite()) handle->hwIndexIs(hwIndex);
-      handle->resolvedEntryStateIs(success);
-    }
-  }
-  this->doCompleteEntryHandleForTesting(key);
-}
-
-/// False if it was overtaken by another write, which has written every row.
-template <class T>
-template <class Overtaken>
-bool BlockAccessor<T>::writeRows(Util const& util, Key const& key, Index hwIndex,
-                                 Overtaken const& isOvertaken) {
-  trace(traceKey, "hwTableEntryIs", " : key: ", key);
-  auto const rows = swTable_->resolvedRows(key);
-  for (U32 i = 0, count = rows.blockSize(); i < count; ++i) {
-    U32 const row = hwIndex.value() + i;
-    bool const trackerKnowsIt =
-        swTable_->reconcilingEntry() && swTable_->syncedEntryMap().lookup(row);
-    if (!trackerKnowsIt && swTable_->resolvedKeyPrior() == SwTable::KeyPrior::noKey)
-      util.updateHwIndexRefCountTracker(swTable_->hwTable(), row, Tracker::userAdd);
-    if (isOvertaken()) return false;
-    util.hwTableEntryIs(*swTable_, row, rows.entry(i));
-    if (isOvertaken()) return false;
-  }
-  return true;
-}
-
-// ---- what an entry needs ----
 
 template <class T>
 template <class Record>
@@ -137,15 +52,136 @@ template <class Record>
 void BlockAccessor<T>::doResolve(Record& record) {
   VELL_ASSERT(record.neededEntryHandleSms() == 0, "ue->neededEntryHandleSms() == 0",
               "function should not have been called ", static_cast<void const*>(&record));
+  Vell::Ptr<Record> const held(&record);
   this->template message<"doResolve">();
-  record.rows().forEach([](SwTableBase::Index, Entry& row) {
-    if (auto const& needed = row.neededEntryHandle())
-      row.neededIndexIs(SwTableBase::getHwIndexForDependentField(*needed));
+  // In copies of its own: hooks of the needed tables may copy the record's, or end it.
+  auto const wanted = std::as_const(record).rows();
+  auto rows = wanted;
+  wanted.forEach([&](SwTableBase::Index at, Entry const& row) {
+    if constexpr (Trait::needsEntries<T>)
+      if (auto const& needed = row.neededEntryHandle())
+        rows.neededIndexIs(at, SwTableBase::getHwIndexForDependentField(*needed));
   });
+  if (record.hasLeft()) return;
+  record.rows() = rows;
   trace(traceLife, "doResolve", ": entryBlock: ", record.key());
   Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(record.key());
-  swTable_->resolvedIs(record);
-  if (record.swTable()) swTable_->unresolvedDel(record.key());  // else another one has its place
+  if (!record.hasLeft()) swTable_->resolvedIs(record);
+  if (!record.hasLeft()) swTable_->unresolvedDel(record.key());
+}
+
+// ---- programming ----
+
+template <class T>
+template <Fennlog::Time time>
+void BlockAccessor<T>::programHwEntry(Operation& operation, Rows const& rows,
+                                      EntryState entryState) {
+  using enum SwTableBase::EntryState;
+  auto const& key = operation.key();
+  this->template message<"programHwEntry", time>();
+  trace(traceKey, "programHwEntry", " key: ", key, ", entryState:", entryState);
+  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
+  auto const util = this->utilIfExists();
+  // In that state those that need the entry go on at once, and point at its rows: where these are not
+  // all there yet, they hear of it when it is written.
+  bool const isTooEarly = entryState == indexReconciled && util && handle &&
+                          handle->life().found != EntryLife::Found::whole;
+  if (handle && !isTooEarly && !operation.isOvertaken()) handle->entryStateIs(entryState);
+  if (handle && !isTooEarly && !operation.isOvertaken()) handle->resolvedEntryStateIs(entryState);
+  if (operation.isOvertaken()) return;
+  auto const hwIndex = swTable_->newIndex(this->allocator(), key);
+  this->traceHwIndex(hwIndex);
+  if (util) {
+    if (hwIndex.isExhausted()) {
+      VELL_ASSERT(entryState != indexReconciled, "entryState != indexReconciled()",
+                  T::names.qualified, " key ", key);
+      if (handle && !operation.isOvertaken()) handle->resolvedEntryStateIs(failedNoIndex);
+      return;
+    }
+    swTable_->reconcilingEntryIs(entryState == indexReconciled);
+    writeRows(*util, operation, rows, hwIndex, handle.get());
+    if (operation.isOvertaken()) return;
+    if (handle && (util->indexKnownAtWrite() || isTooEarly)) handle->hwIndexIs(hwIndex);
+    if (handle) handle->resolvedEntryStateIs(success);
+  }
+  if (!operation.isOvertaken()) this->doCompleteEntryHandleForTesting(key);
+}
+
+template <class T>
+void BlockAccessor<T>::writeRows(Util const& util, Operation& operation, Rows const& rows,
+                                 Index hwIndex, EntryHandle* handle) {
+  trace(traceKey, "hwTableEntryIs", " : key: ", operation.key());
+  bool const isFirst = swTable_->resolvedKeyPrior() == SwTable::KeyPrior::noKey;
+  bool const isReconciling = swTable_->reconcilingEntry();
+  for (U32 i = 0, count = rows.blockSize(); i < count && !operation.isOvertaken(); ++i) {
+    U32 const row = hwIndex.value() + i;
+    bool const isTold = handle ? i < handle->life().trackedRows : !isFirst;
+    if (handle && !isTold) {
+      handle->life().tracked = EntryLife::Tracked::active;
+      handle->life().trackedRows = i + 1;
+    }
+    if (!isTold && !(isReconciling && swTable_->syncedEntryMap().lookup(row)))
+      hook([&] { util.updateHwIndexRefCountTracker(swTable_->hwTable(), row, Tracker::userAdd); });
+    if (!operation.isOvertaken()) hook([&] { util.hwTableEntryIs(*swTable_, row, rows.entry(i)); });
+  }
+}
+
+template <class T>
+void BlockAccessor<T>::removeHwEntry(Operation& operation) {
+  auto const& key = operation.key();
+  auto const hwIndex = this->doRetrieveHwIndex(key).value();
+  this->traceHwIndex(hwIndex);
+  auto const util = this->utilIfExists();
+  // From here on the handle leads no dependent there, also none that comes from a hook.
+  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
+  U32 const rows = handle ? this->endLife(*handle, hwIndex).trackedRows : T::blockSizeOf(key);
+  bool const isWritten = util && !hwIndex.isExhausted() && rows != 0;
+  if (isWritten)
+    deleteRows(*util, operation, hwIndex, rows);
+  else if (util)
+    trace(traceKey, "handleEntry", "No entry in HwTable for this key. Skip delete");
+  if (hwIndex.isExhausted() || operation.isOvertaken()) return;
+  if (isWritten && !swTable_->configReplayComplete())
+    swTable_->updateStatistic(ReconciliationStatus::reconcileDeleted);
+  // The rows are gone before the index is free.
+  this->releaseIndex(key);
+}
+
+/// A hook may bring the entry back, which then has all its rows anew, at the index that it still has; or
+/// bring it back and remove it. What the tracker had of the life that ends, ends all the same.
+template <class T>
+void BlockAccessor<T>::deleteRows(Util const& util, Operation& operation, Index hwIndex, U32 rows) {
+  trace(traceKey, "hwTableEntryDel", ": Deleting entry at key:", operation.key());
+  for (U32 i = 0; i < rows; ++i) {
+    U32 const row = hwIndex.value() + i;
+    hook([&] { util.updateHwIndexRefCountTracker(swTable_->hwTable(), row, Tracker::userRemove); });
+    if (!this->isRowTaken(row)) hook([&] { util.hwTableEntryDel(*swTable_, row); });
+  }
+}
+
+// ---- removal ----
+
+template <class T>
+void BlockAccessor<T>::removeEntryOf(Operation const& removal, EntryHandle& handle) {
+  auto const& key = removal.key();
+  this->recordDel(key);
+  if (removal.isOvertaken()) return;
+  VELL_ASSERT(handle.entryType() == SwTableBase::EntryType::referenceOnly,
+              "eh->entryType() == EntryHandle::referenceOnly()", "unexpected entryType ",
+              handle.entryType(), " of ", T::names.qualified, " key ", T::keyText(key));
+  swTable_->resolvedDel(key);
+  if (!removal.isOvertaken()) swTable_->entryHandleDel(key);
+}
+
+/// Of one that left the table before anybody had claimed it goes what the key has; any other handle that
+/// is not the key's own has nothing to remove.
+template <class T>
+void BlockAccessor<T>::removeOutside(EntryHandle& handle, Key const& key) {
+  if (handle.entryType() == SwTableBase::EntryType::unset && !swTable_->entryHandle(key)) {
+    this->recordDel(key);
+    swTable_->resolvedDel(key);
+  }
+  swTable_->outsiderForget(handle);
 }
 
 // ---- suggestions ----
@@ -154,7 +190,7 @@ void BlockAccessor<T>::doResolve(Record& record) {
 template <class T>
 bool BlockAccessor<T>::processIndexSuggestion(EntryHandle& handle, Index index) {
   constexpr std::string_view name = "processIndexSuggestion";
-  if (swTable_->indexAllocator()->keyForIndex(index, T::keyType()).getGif()) {
+  if (this->allocator().keyForIndex(index, T::keyType()).getGif()) {
     trace(traceKey, name, ": Index unavailable");
     return false;
   }
@@ -168,30 +204,31 @@ bool BlockAccessor<T>::processIndexSuggestion(EntryHandle& handle, Index index) 
   // A waiting entry has nothing to compare yet; the candidate stays for when it has.
   if constexpr (Trait::needsEntries<T>)
     if (auto const record = swTable_->unresolved(handle.key()))
-      suggestIndicesToNeededTable(record->rows(), index);
+      suggestIndicesToNeededTable(std::as_const(*record).rows(), index);
   return false;
 }
 
 template <class T>
 bool BlockAccessor<T>::adoptSuggestion(EntryHandle& handle, Index index) {
-  auto const key = handle.key();
+  Operation operation(*swTable_, handle.key(), Stage::programming);
+  auto const& key = operation.key();
   trace(traceKey, "processIndexSuggestion", ": eh:", static_cast<void const*>(&handle),
         ", key:", key, ", hwIndex:", index);
-  if (!reconcileUsingHwIndex(key, index, Compare::yes)) return false;
+  if (!reconcileUsingHwIndex(operation, swTable_->valueOf(key), index, Compare::yes)) return false;
+  this->placeIs(handle, EntryLife::Found::whole, ReconciliationStatus::reconcileMatched);
   swTable_->updateStatistic(ReconciliationStatus::reconcileMatched);
-  handle.writeBegins();
-  handle.trackedIs(true);
   handle.hwIndexIs(index);
   handle.resolvedEntryStateIs(EntryState::indexReconciled);
-  this->doCompleteEntryHandleForTesting(key);
+  if (!operation.isOvertaken()) this->doCompleteEntryHandleForTesting(key);
+  if (operation.isOvertaken()) return true;
   syncedRowsDel(index, T::blockSizeOf(key));
   swTable_->indexHelperDel(handle);
   return true;
 }
 
-/// By value: what is suggested may resolve the record that the block is part of.
 template <class T>
-void BlockAccessor<T>::suggestIndicesToNeededTable(Rows block, Index baseIndex) {
+void BlockAccessor<T>::suggestIndicesToNeededTable(Rows const& rows, Index baseIndex) {
+  auto const block = rows;  // what is suggested may resolve the record that it is part of
   U32 const size = block.getBlockSize();
   trace(traceKey, "suggestIndexToNeededTable", ": swEntry:", block, ", baseIndex:", baseIndex,
         ", blockSize:", size);
@@ -204,6 +241,11 @@ void BlockAccessor<T>::suggestIndicesToNeededTable(Rows block, Index baseIndex) 
 // ---- reconciliation ----
 
 template <class T>
+void BlockAccessor<T>::syncedRowsDel(Index hwIndex, U32 rows) {
+  for (U32 i = 0; i < rows; ++i) swTable_->syncedEntryDel(hwIndex.value() + i);
+}
+
+template <class T>
 void BlockAccessor<T>::syncEntries() noexcept {
   this->beginSyncEntries();
   VELL_ASSERT(swTable_->resolvedCount() == 0, "!swTable_->resolvedEntryBlocks()",
@@ -213,33 +255,26 @@ void BlockAccessor<T>::syncEntries() noexcept {
 }
 
 template <class T>
-ReconciliationStatus BlockAccessor<T>::reconcileSyncedEntry(Key const& key) {
+ReconciliationStatus BlockAccessor<T>::reconcileSyncedEntry(Operation const& operation,
+                                                            Rows const& rows) {
   using enum ReconciliationStatus;
   if (swTable_->syncedEntryMap().empty()) return reconcileAdded;
-  auto const hwIndex = this->doRetrieveHwIndex(key).value();
-  if (!hwIndex.isExhausted()) {
-    auto const rows = swTable_->resolvedRows(key);
-    bool const isEqual = reconcileUsingHwIndex(key, hwIndex, Compare::yes);
-    if (!isValue(key, rows)) return reconcileNone;  // the hook changed and settled it
-    return isEqual ? reconcileMatched : reconcileRewritten;
-  }
-  return reconcileUsingIndexHelper(key, Compare::yes).isExhausted() ? reconcileNone
-                                                                    : reconcileMatched;
+  auto const hwIndex = this->doRetrieveHwIndex(operation.key()).value();
+  if (!hwIndex.isExhausted())
+    return reconcileUsingHwIndex(operation, rows, hwIndex, Compare::yes) ? reconcileMatched
+                                                                         : reconcileRewritten;
+  return reconcileUsingIndexHelper(operation, rows, Compare::yes).isExhausted() ? reconcileNone
+                                                                                : reconcileMatched;
 }
 
 template <class T>
-bool BlockAccessor<T>::isValue(Key const& key, Rows const& rows) const {
-  return swTable_->resolvedHas(key) && swTable_->resolvedRows(key) == rows;
-}
-
-template <class T>
-bool BlockAccessor<T>::reconcileUsingHwIndex(Key const& key, Index hwIndex, Compare compare) {
+bool BlockAccessor<T>::reconcileUsingHwIndex(Operation const& operation, Rows const& rows,
+                                             Index hwIndex, Compare compare) {
+  auto const& key = operation.key();
   constexpr std::string_view name = "reconcileUsingHwIndex";
   trace(traceKey, name, ": hwIndex:", hwIndex);
   auto const util = this->utilIfExists();
   Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
-  // With the indices filled in, so that a comparison sees what a write would write.
-  auto const rows = swTable_->resolvedRows(key);
   U32 const size = rows.blockSize();
   for (U32 i = 0; compare == Compare::yes && i < size; ++i) {
     U32 const row = hwIndex.value() + i;
@@ -247,22 +282,27 @@ bool BlockAccessor<T>::reconcileUsingHwIndex(Key const& key, Index hwIndex, Comp
       trace(traceKey, name, ": No synced entry at index:", row);
       return false;
     }
+    // With the indices filled in, so that the comparison sees what a write would write.
     auto const entry = rows.entry(i);
-    if (!util->compareHwEntries(*swTable_, row, entry)) {
+    if (!hook([&] { return util->compareHwEntries(*swTable_, row, entry); })) {
       trace(traceKey, name, ": Mismatch entry:", entry,
             ", syncedEntry:", swTable_->syncedEntry(row), ", hwIndex:", hwIndex, ", offset:", i,
             ", blockSize:", size);
       return false;
     }
-    if (!isValue(key, rows)) return false;  // the hook changed it
   }
-  if (swTable_->indexAllocator()->recoverIndexForKey(hwIndex, T::keyType(), &key)) return true;
+  if (operation.isOvertaken()) return false;
+  // Also asked of the rows that a hook may have given to another entry.
+  if (this->allocator().recoverIndexForKey(hwIndex, T::keyType(), &key, swTable_)) return true;
   trace(traceKey, name, ": BlockSize: ", size, " not available at: ", hwIndex);
   return false;
 }
 
 template <class T>
-Index BlockAccessor<T>::reconcileUsingIndexHelper(Key const& key, Compare compare) {
+Index BlockAccessor<T>::reconcileUsingIndexHelper(Operation const& operation, Rows const& rows,
+                                                  Compare compare) {
+  auto const& key = operation.key();
+  using enum ReconciliationStatus;
   constexpr std::string_view name = "reconcileUsingIndexHelper";
   Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
   auto const helper = handle ? swTable_->indexHelper(*handle) : nullptr;
@@ -273,9 +313,13 @@ Index BlockAccessor<T>::reconcileUsingIndexHelper(Key const& key, Compare compar
   trace(traceKey, name, ": key:", key);
   for (Zarn::HashMap2018IteratorGeneric at(helper->indices()); at; at.advance()) {
     Index const candidate = at.currNodeMaybeStale()->key().value();
-    if (!reconcileUsingHwIndex(key, candidate, compare)) continue;
+    if (!reconcileUsingHwIndex(operation, rows, candidate, compare)) {
+      if (operation.isOvertaken()) return {};
+      continue;
+    }
+    this->placeIs(*handle, this->foundRows(key, candidate),
+                  compare == Compare::yes ? reconcileMatched : reconcileRewritten);
     swTable_->indexHelperDel(*handle);
-    this->placeWasFoundWhole_ = this->isFoundWhole(key, candidate);
     syncedRowsDel(candidate, T::blockSizeOf(key));
     return candidate;
   }
@@ -310,7 +354,7 @@ void BlockAccessor<T>::staleBlock(Util const& util, Index index) {
   for (U32 row = index.value(); row < end; ++row) {
     if (!swTable_->syncedEntryMap().lookup(row)) continue;
     IndexUserTracker::Stub::recoveredUseStands(swTable_->hwTable(), row);
-    util.updateHwIndexRefCountTracker(swTable_->hwTable(), row, Tracker::userRemove);
+    hook([&] { util.updateHwIndexRefCountTracker(swTable_->hwTable(), row, Tracker::userRemove); });
   }
   trace(traceKey, "handleStaleEntries", ": Deleting stale block from syncedEntry. size=", size,
         ", baseIndex:", index);

@@ -66,6 +66,7 @@ class BlockTable : public HandleTable<T, Sheet>, public UnresolvedEntries<T, She
   using EntryBlock = typename Sheet::Key;
   using Key = EntryBlock;
   using Rows = EntryBlock;
+  using Value = Rows;  ///< of a key, as the generic logic carries it
   using EntryHandle = typename Base::EntryHandle;
   using HandlePtr = Vell::Ptr<SwTableBase::EntryHandle const>;
   using UnresolvedEntryBlock = Asic::UnresolvedEntryBlock<T>;
@@ -134,8 +135,8 @@ class BlockTable : public HandleTable<T, Sheet>, public UnresolvedEntries<T, She
 
   static Vell::ZarnType keyType() { return {&Base::module(), entryBlockTypeNumber}; }
   static U32 blockSizeOf(EntryBlock const& key) { return key.blockSize(); }
-  static Index newIndex(typename Base::IndexAllocator& allocator, EntryBlock const& key) {
-    return allocator.newIndexForBlock(keyType(), &key);
+  Index newIndex(typename Base::IndexAllocator& allocator, EntryBlock const& key) const {
+    return allocator.newIndexForBlock(keyType(), &key, this);
   }
   static void setUpAllocator(typename Base::IndexAllocator& allocator);
   bool resolvedHas(EntryBlock const& key) const {
@@ -143,7 +144,9 @@ class BlockTable : public HandleTable<T, Sheet>, public UnresolvedEntries<T, She
   }
   bool hasValue(EntryBlock const& key) const { return resolvedHas(key); }
   U32 resolvedCount() const { return resolvedEntryBlock_.count(); }
+  /// The block with its next hops' indices filled in; an empty one if it is not resolved.
   Rows resolvedRows(EntryBlock const& key) const;
+  Value valueOf(EntryBlock const& key) const { return resolvedRows(key); }
   void resolvedIs(UnresolvedEntryBlock const& record) { resolvedEntryBlockIs(record.entryBlock()); }
   void resolvedDel(EntryBlock const& key) { resolvedEntryBlockDel(key); }
   void resolvedDelAll() { resolvedEntryBlockDelAll(); }
@@ -159,8 +162,6 @@ class BlockTable : public HandleTable<T, Sheet>, public UnresolvedEntries<T, She
 
  private:
   void validateEntryBlockSize(EntryBlock const& key) const;
-  Vell::Ptr<EntryHandle> knownHandle(EntryBlock const& key, std::string_view operation);
-  HandlePtr startNewBlock(EntryHandle& handle);
 
   ResolvedEntryBlockMap resolvedEntryBlock_{1, false};
 };

@@ -31,21 +31,6 @@ void BlockTable<T, Sheet>::validateEntryBlockSize(EntryBlock const& key) const {
         "Unsupported behavior: entryInternals: ", rows, ", blockSize: ", blockSize));
 }
 
-/// The handle of a block that waits or is resolved; null for any other.
-template <class T, class Sheet>
-auto BlockTable<T, Sheet>::knownHandle(EntryBlock const& key, std::string_view operation)
-    -> Vell::Ptr<EntryHandle> {
-  AccessorT const accessor(this->table());
-  if (!this->unresolvedHas(key) && !resolvedHas(key)) {
-    accessor.trace(traceClient, operation, " : Writing new entry : ", key);
-    return nullptr;
-  }
-  accessor.trace(traceClient, operation, " : Found an existing entry : ", key);
-  auto eh = this->entryHandle(key);
-  VELL_ASSERT(eh, "eh", "expect a valid entryHandle, key: ", key);
-  return eh;
-}
-
 template <class T, class Sheet>
 void BlockTable<T, Sheet>::setUpAllocator(typename Base::IndexAllocator& allocator) {
   allocator.splAllocationIs(keyType());
@@ -58,14 +43,8 @@ auto BlockTable<T, Sheet>::entryBlockCommit(EntryBlock const& entryBlock) -> Han
   AccessorT::template message<"entryBlockCommit">();
   validateEntryBlockSize(entryBlock);
   SwTable::OperationScope const scope(*this);
-  if (auto const known = knownHandle(entryBlock, "entryBlockCommit")) {
-    known->committed();
-    return known;
-  }
-  Vell::Ptr<EntryHandle> const eh = this->entryHandleIs(entryBlock, &this->table());
-  if (eh->entryType() == SwTableBase::EntryType::unset) eh->blockSizeIs(0);
-  eh->committed();
-  return startNewBlock(*eh);
+  auto const key = entryBlock;  // it may lie in what a watcher is about to change
+  return AccessorT(this->table()).write("entryBlockCommit", key, AccessorT::Stage::commit);
 }
 
 template <class T, class Sheet>
@@ -73,19 +52,8 @@ auto BlockTable<T, Sheet>::entryBlockRef(EntryBlock const& entryBlock) -> Handle
   AccessorT::template message<"entryBlockRef">();
   validateEntryBlockSize(entryBlock);
   SwTable::OperationScope const scope(*this);
-  if (auto const known = knownHandle(entryBlock, "entryBlockRef")) return known;
-  Vell::Ptr<EntryHandle> const eh = this->entryHandleIs(entryBlock, &this->table());
-  if (eh->referenced()) eh->blockSizeIs(0);
-  return startNewBlock(*eh);
-}
-
-template <class T, class Sheet>
-auto BlockTable<T, Sheet>::startNewBlock(EntryHandle& handle) -> HandlePtr {
-  HandlePtr const held(&handle);
-  handle.entryStateIs(SwTableBase::EntryState::unresolved);
-  auto const ue = unresolvedEntryBlockIs(handle.key());
-  AccessorT(this->table()).initUnresolved(*ue);
-  return held;
+  auto const key = entryBlock;
+  return AccessorT(this->table()).write("entryBlockRef", key, AccessorT::Stage::reference);
 }
 
 template <class T, class Sheet>
@@ -104,8 +72,9 @@ void BlockTable<T, Sheet>::entryBlockRemoveAll() {
 template <class T, class Sheet>
 void BlockTable<T, Sheet>::handleEntryBlock(EntryBlock const& key) {
   SwTable::OperationScope const scope(*this);
-  auto const copied = key;
-  AccessorT(this->table()).handleEntry(copied);
+  KeyOperation<T> operation(this->table(), key, SwTable::KeyOperation::Stage::programming);
+  Rows const rows = resolvedRows(operation.key());
+  AccessorT(this->table()).handleEntry(operation, resolvedHas(operation.key()) ? &rows : nullptr);
 }
 
 // ---- the collections ----
@@ -118,13 +87,14 @@ auto BlockTable<T, Sheet>::resolvedRows(EntryBlock const& key) const -> Rows {
 
 template <class T, class Sheet>
 void BlockTable<T, Sheet>::resolvedEntryBlockIs(EntryBlock const& key) {
-  if (resolvedHas(key)) return;
+  if (resolvedHas(key) || SwTable::isGoing()) return;
   SwTable::OperationScope const scope(*this);
-  auto const copied = key;
-  Vell::Ptr<EntryHandle> const handle = this->entryHandle(copied);  // to the end of the telling
-  resolvedEntryBlock_.newMemberG(copied, {copied});
-  AccessorT(this->table()).handleEntry(copied);
-  this->publish(resolvedEntryBlockField, copied, nullptr);
+  Rows const rows = key;
+  Vell::Ptr<EntryHandle> const handle = this->entryHandle(rows);  // to the end of the telling
+  resolvedEntryBlock_.newMemberG(rows, {rows});
+  KeyOperation<T> operation(this->table(), rows, SwTable::KeyOperation::Stage::programming);
+  AccessorT(this->table()).handleEntry(operation, &rows);
+  this->publish(resolvedEntryBlockField, rows, nullptr);
 }
 
 template <class T, class Sheet>
@@ -132,7 +102,9 @@ bool BlockTable<T, Sheet>::resolvedEntryBlockDel(EntryBlock const& key) {
   SwTable::OperationScope const scope(*this);
   HN_ResolvedEntryBlock removed;
   if (!resolvedEntryBlock_.deleteMemberG(key, &removed)) return false;
-  AccessorT(this->table()).handleEntry(removed.key());
+  KeyOperation<T> operation(this->table(), removed.key(),
+                            SwTable::KeyOperation::Stage::programming);
+  AccessorT(this->table()).handleEntry(operation, nullptr);
   this->publish(resolvedEntryBlockField, removed.key(), &removed.key_);
   return true;
 }

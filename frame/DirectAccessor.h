@@ -7,12 +7,13 @@
 //     exhausted index.
 //  2. The index tracker is told before the hardware is touched.
 //  3. A key's synced record goes with the key's first commit during replay.
+//  4. A change that was overtaken touches the hardware no more (frame/KeyOperation.h).
 
 #pragma once
 
 #include "frame/AccessorBase.h"
+#include "frame/KeyOperation.h"
 #include "frame/Trait.h"
-#include "platform/zarn/Optional.h"
 
 namespace Asic {
 
@@ -21,20 +22,20 @@ class DirectAccessor : public AccessorBase<T> {
  public:
   using Key = typename T::Key;
   using Entry = typename T::Entry;
+  using Value = typename T::Value;
   using Util = typename T::Util;
-  using Node = typename T::ResolvedEntryMap::Node;
+  using Operation = KeyOperation<T>;
 
   using AccessorBase<T>::AccessorBase;
 
-  /// Carries a change of the key in `resolvedEntry` to the hardware. The collection holds the new
-  /// state, which a caller that has just made it may tell.
-  void handleEntry(Key key, Node const* node) noexcept;
-  void handleEntry(Key key);
+  /// Carries a change of the key in `resolvedEntry`, which holds it by now, to the hardware. `value` is
+  /// null if the key has gone.
+  void handleEntry(Operation& operation, Value const* value) noexcept;
   /// Compares a key with what the hardware holds there.
-  ReconciliationStatus reconcileSyncedEntry(Key key);
+  ReconciliationStatus reconcileSyncedEntry(Key key, Value const& value);
   /// Writes the key's value: `inProgress` as a use of its own, `indexReconciled` over a row that
   /// the tracker knows already.
-  void programHwEntry(Key key, SwTableBase::EntryState entryState);
+  void programHwEntry(Operation& operation, Value const& value, SwTableBase::EntryState entryState);
 
   void syncEntries() noexcept;
   void autoCommitSyncedEntries();
@@ -48,27 +49,23 @@ class DirectAccessor : public AccessorBase<T> {
 
  private:
   using Tracker = IndexUserTracker::OpType;
+  using Stage = SwTable::KeyOperation::Stage;
   using AccessorBase<T>::swTable_;
   using AccessorBase<T>::trace;
+  using AccessorBase<T>::hook;
 
-  /// A watcher may commit once more to a table that is going; one that never stops is at fault.
-  static constexpr U32 mostCleanupWalks = 100;
   static constexpr bool keyIsHwIndex = Trait::isKnownIndexTable<T>;
 
-  void replayEntry(Key key);
-  bool settledMeanwhile(Key key);
-  void removeHwEntry(Key key);
-  void hwTableEntryIs(Util const& util, Key key);
-  void hwTableEntryDel(Util const& util, Key key);
+  void replayEntry(Operation& operation, Value const& value);
+  void removeHwEntry(Operation& operation);
+  void hwTableEntryIs(Util const& util, Operation& operation, Value const& value);
+  /// False if the row is wanted again, and stays.
+  bool hwTableEntryDel(Util const& util, Operation& operation);
   void traceHwIndex(Key key) const;
-  /// The key's value, from the node at hand if nothing was called since it was looked up.
-  Zarn::Optional<Entry> wantedValue(Key key) const;
   /// The key names no hardware entry. Never true of a structured key.
   static bool isExhausted(Key key);
   /// The tracker operation of a write, if any.
   Zarn::Optional<Tracker> trackerOfWrite(bool hasValue) const;
-
-  Node const* node_ = nullptr;  ///< of the key in hand; null once anything was called
 };
 
 }  // namespace Asic

@@ -18,11 +18,6 @@ bool DirectAccessor<T>::isExhausted([[maybe_unused]] Key key) {
 }
 
 template <class T>
-auto DirectAccessor<T>::wantedValue(Key key) const -> Zarn::Optional<Entry> {
-  return node_ ? node_->value_ : swTable_->resolvedEntry(key);
-}
-
-template <class T>
 void DirectAccessor<T>::traceHwIndex([[maybe_unused]] Key key) const {
   if constexpr (keyIsHwIndex) trace(traceKey, "traceHwIndex", " Acquired hwIndex : ", key);
 }
@@ -30,66 +25,54 @@ void DirectAccessor<T>::traceHwIndex([[maybe_unused]] Key key) const {
 // ---- one key ----
 
 template <class T>
-void DirectAccessor<T>::handleEntry(Key key) {
-  handleEntry(key, swTable_->resolvedEntryMap().lookupNodeG(key));
-}
-
-template <class T>
-void DirectAccessor<T>::handleEntry(Key key, Node const* node) noexcept {
+void DirectAccessor<T>::handleEntry(Operation& operation, Value const* value) noexcept {
+  swTable_->resolvedKeyPriorIs(operation.trackedPrior(swTable_->resolvedKeyPrior()));
   this->template message<"handleEntry">();
-  trace(traceKey, "handleEntry", " key: ", key,
+  trace(traceKey, "handleEntry", " key: ", operation.key(),
         ", configReplayComplete: ", swTable_->configReplayComplete());
-  node_ = node;
-  if (!node)
-    removeHwEntry(key);
+  if (!value)
+    removeHwEntry(operation);
   else if (swTable_->configReplayComplete())
-    programHwEntry(key, SwTableBase::EntryState::inProgress);
+    programHwEntry(operation, *value, SwTableBase::EntryState::inProgress);
   else
-    replayEntry(key);
+    replayEntry(operation, *value);
 }
 
 template <class T>
-void DirectAccessor<T>::replayEntry(Key key) {
-  auto const status = reconcileSyncedEntry(key);
-  if (status != ReconciliationStatus::reconcileAdded && settledMeanwhile(key)) return;
+void DirectAccessor<T>::replayEntry(Operation& operation, Value const& value) {
+  auto const key = operation.key();
+  auto const status = reconcileSyncedEntry(key, value);
+  if (operation.isOvertaken()) return;
+  if (status != ReconciliationStatus::reconcileAdded) operation.trackerKnows();  // from the sync
   trace(traceKey, "handleEntry", ": reconcileStatus: ", status);
   switch (status) {
     case ReconciliationStatus::reconcileRewritten:
-      programHwEntry(key, SwTableBase::EntryState::indexReconciled);
+      programHwEntry(operation, value, SwTableBase::EntryState::indexReconciled);
       swTable_->syncedEntryDel(key);
       break;
     case ReconciliationStatus::reconcileMatched:
       swTable_->syncedEntryDel(key);
       break;
     default:
-      programHwEntry(key, SwTableBase::EntryState::inProgress);
+      programHwEntry(operation, value, SwTableBase::EntryState::inProgress);
   }
   swTable_->reconcilingEntryIs(false);
   swTable_->updateStatistic(status);
 }
 
-/// Whether the comparison's hook changed the key, so that nothing is left to do for it here.
 template <class T>
-bool DirectAccessor<T>::settledMeanwhile(Key key) {
-  if (!swTable_->syncedEntryMap().lookupNodeG(key)) return true;  // it was committed anew
-  if (swTable_->entryHas(key)) return false;
-  swTable_->syncedEntryDel(key);  // it was removed, and its row deleted
-  return true;
-}
-
-template <class T>
-ReconciliationStatus DirectAccessor<T>::reconcileSyncedEntry(Key key) {
+ReconciliationStatus DirectAccessor<T>::reconcileSyncedEntry(Key key, Value const& value) {
   if (!swTable_->syncedEntryMap().lookupNodeG(key)) return ReconciliationStatus::reconcileAdded;
   auto const util = this->utilIfExists();
   VELL_ASSERT(util, "util", T::names.qualified, ": a synced entry, and no hooks that found it");
-  auto const wanted = swTable_->entry(key);
-  node_ = nullptr;
-  return util->compareHwEntries(*swTable_, key, wanted) ? ReconciliationStatus::reconcileMatched
-                                                        : ReconciliationStatus::reconcileRewritten;
+  bool const isEqual = util->compareHwEntries(*swTable_, key, value.value_or(Entry{}));
+  return isEqual ? ReconciliationStatus::reconcileMatched
+                 : ReconciliationStatus::reconcileRewritten;
 }
 
 template <class T>
-void DirectAccessor<T>::removeHwEntry(Key key) {
+void DirectAccessor<T>::removeHwEntry(Operation& operation) {
+  auto const key = operation.key();
   traceHwIndex(key);
   auto const util = this->utilIfExists();
   if (!util) return;
@@ -99,53 +82,56 @@ void DirectAccessor<T>::removeHwEntry(Key key) {
   }
   // In the midst of its first commit, what sync found is still noted. It goes with this row: the tracker
   // is about to forget it, and another commit must not take it for known.
-  if (!swTable_->configReplayComplete()) {
+  if (!swTable_->configReplayComplete() && swTable_->syncedEntryMap().lookupNodeG(key)) {
+    operation.trackerKnows();
+    swTable_->resolvedKeyPriorIs(SwTable::KeyPrior::value);
     swTable_->syncedEntryDel(key);
-    if (swTable_->entryHas(key)) return;  // a watcher of that committed the key, over the same row
+  } else if (operation.overtookTheFirst()) {
+    return;  // nothing of it has reached the hardware
   }
-  hwTableEntryDel(*util, key);
-  if (!swTable_->configReplayComplete())
+  if (hwTableEntryDel(*util, operation) && !swTable_->configReplayComplete())
     swTable_->updateStatistic(ReconciliationStatus::reconcileDeleted);
 }
 
 template <class T>
-void DirectAccessor<T>::programHwEntry(Key key, SwTableBase::EntryState entryState) {
+void DirectAccessor<T>::programHwEntry(Operation& operation, Value const& value,
+                                       SwTableBase::EntryState entryState) {
   using enum SwTableBase::EntryState;
   // Part of `handleEntry`, whose message is just written.
   this->template message<"programHwEntry", Fennlog::Time::asMessageBefore>();
-  trace(traceKey, "programHwEntry", " key: ", key, ", entryState:", entryState);
-  traceHwIndex(key);
+  trace(traceKey, "programHwEntry", " key: ", operation.key(), ", entryState:", entryState);
+  traceHwIndex(operation.key());
   auto const util = this->utilIfExists();
   if (!util) return;
-  if (isExhausted(key)) {
+  if (isExhausted(operation.key())) {
     VELL_ASSERT(entryState != indexReconciled, "entryState != indexReconciled()",
-                T::names.qualified, " key ", key);
+                T::names.qualified, " key ", operation.key());
     return;
   }
   swTable_->reconcilingEntryIs(entryState == indexReconciled);
-  hwTableEntryIs(*util, key);
+  hwTableEntryIs(*util, operation, value);
 }
 
 template <class T>
-void DirectAccessor<T>::hwTableEntryIs(Util const& util, Key key) {
-  trace(traceKey, "hwTableEntryIs", " : key: ", key);
-  auto const value = wantedValue(key);
-  if (auto const operation = trackerOfWrite(value.has_value())) {
-    util.updateHwIndexRefCountTracker(swTable_->hwTable(), key, *operation);
-    node_ = nullptr;
-    auto const* const node = swTable_->resolvedEntryMap().lookupNodeG(key);
-    if (!node || node->value_ != value)
-      return;  // the hook changed the key: that change was carried
-  }
-  util.hwTableEntryIs(*swTable_, key, value);
+void DirectAccessor<T>::hwTableEntryIs(Util const& util, Operation& operation, Value const& value) {
+  trace(traceKey, "hwTableEntryIs", " : key: ", operation.key());
+  if (operation.isOvertaken()) return;
+  auto const tracker = trackerOfWrite(value.has_value());
+  operation.trackerKnows();
+  if (tracker) util.updateHwIndexRefCountTracker(swTable_->hwTable(), operation.key(), *tracker);
+  if (!operation.isOvertaken()) util.hwTableEntryIs(*swTable_, operation.key(), value);
 }
 
 template <class T>
-void DirectAccessor<T>::hwTableEntryDel(Util const& util, Key key) {
-  trace(traceKey, "hwTableEntryDel", ": Deleting entry at key:", key);
-  util.updateHwIndexRefCountTracker(swTable_->hwTable(), key, this->trackerOfDelete());
-  if (swTable_->entryHas(key)) return;  // the hook committed the key: its row is wanted again
-  util.hwTableEntryDel(*swTable_, key);
+bool DirectAccessor<T>::hwTableEntryDel(Util const& util, Operation& operation) {
+  trace(traceKey, "hwTableEntryDel", ": Deleting entry at key:", operation.key());
+  if (operation.isOvertaken()) return false;
+  auto const tracker = this->trackerOfDelete();
+  operation.trackerKnows();
+  util.updateHwIndexRefCountTracker(swTable_->hwTable(), operation.key(), tracker);
+  if (operation.isOvertaken()) return false;
+  util.hwTableEntryDel(*swTable_, operation.key());
+  return true;
 }
 
 template <class T>
@@ -196,7 +182,8 @@ void DirectAccessor<T>::handleStaleEntries() noexcept {
     }
     VELL_ASSERT(!isExhausted(key), "!isExhausted( hwIndex )", T::names.qualified,
                 ": the hardware was said to hold an entry at the exhausted index");
-    hwTableEntryDel(*util, key);
+    Operation operation(*swTable_, key, Stage::programming);
+    if (!hwTableEntryDel(*util, operation)) continue;
     trace(traceKey, "handleStaleEntries", ": Deleting stale hwEntry for key:", key);
     swTable_->updateStatistic(ReconciliationStatus::reconcileDeleted);
   }
@@ -217,12 +204,8 @@ void DirectAccessor<T>::entryRemoveAll() {
 template <class T>
 void DirectAccessor<T>::cleanup() {
   trace(traceLife, "cleanup");
-  for (U32 walks = 0; swTable_->entrys() != 0; ++walks) {
-    VELL_ASSERT(walks < mostCleanupWalks, "walks < mostCleanupWalks", T::names.qualified,
-                ": its watchers commit without end while the table goes");
-    for (Zarn::HashMap2018IteratorGeneric at(swTable_->resolvedEntryMap()); at; at.advance())
-      deleteResolvedEntry(at.currNodeMaybeStale()->key());
-  }
+  for (Zarn::HashMap2018IteratorGeneric at(swTable_->resolvedEntryMap()); at; at.advance())
+    deleteResolvedEntry(at.currNodeMaybeStale()->key());
   if (this->utilIfExists()) IndexUserTracker::Stub::deleteTracker(swTable_->hwTable(), 0, false);
 }
 

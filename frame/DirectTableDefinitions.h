@@ -19,7 +19,7 @@ DirectTable<T, Sheet>::DirectTable() : SwKnownIndexTable(Vell::String()) {}
 
 template <class T, DirectSheet Sheet>
 void DirectTable<T, Sheet>::tearDown() {
-  this->nodeFlagSet(Vell::Node::freedAtZeroFlag, false);
+  SwTable::goingIs();
   cleanup();
 }
 
@@ -41,6 +41,7 @@ template <class T, DirectSheet Sheet>
 void DirectTable<T, Sheet>::entryCommit(Key key, Entry const& entry) {
   auto* const node = this->resolvedNode(key);
   auto const prior = Resolved::keyPrior(node);
+  if (SwTable::isGoing()) return AccessorT(table()).refuse("entryCommit", key);
   if (this->holds(node, &entry)) {
     // The field belongs to the operation that this one runs inside of, if it does.
     if (!this->operationInProgress()) this->resolvedKeyPriorIs(prior);

@@ -31,18 +31,18 @@ class GroupAccessor : public HandleAccessor<T> {
  public:
   using Key = typename T::Key;
   using Entry = typename T::Entry;
+  using Value = typename T::Value;
   using EntryHandle = typename T::EntryHandle;
   using Util = typename T::Util;
-  using EntryState = SwTableBase::EntryState;
   using typename HandleAccessor<T>::Compare;
-  using typename HandleAccessor<T>::Removal;
+  using typename HandleAccessor<T>::EntryState;
+  using typename HandleAccessor<T>::HandlePtr;
+  using typename HandleAccessor<T>::Operation;
+  using typename HandleAccessor<T>::Stage;
 
   using HandleAccessor<T>::HandleAccessor;
   using HandleAccessor<T>::cleanup;
-  using HandleAccessor<T>::handleEntry;
   using AccessorBase<T>::trace;
-
-  using HandlePtr = Vell::Ptr<SwTableBase::EntryHandle const>;
 
   // Programming.
 
@@ -56,32 +56,33 @@ class GroupAccessor : public HandleAccessor<T> {
   /// What commits and references have in common: classifies the handle, stores the value if it is
   /// another one, and carries it to the hardware.
   HandlePtr entryWriteHelper(Key const& key, Entry const& entry, AutoRemoveType autoRemove);
-  void handleEntry(Key const& key, void const* /*node*/) { handleEntry(key); }
   /// Gets the key an index and writes it: as a write of its own (`inProgress`), or over the row that
   /// the entry had before a restart (`indexReconciled`).
-  void programHwEntry(Key const& key, EntryState entryState);
+  template <Fennlog::Time time = Fennlog::Time::now>
+  void programHwEntry(Operation& operation, Value const& value, EntryState entryState);
   /// Deletes the row of a key that has gone, and gives up its index.
-  void removeHwEntry(Key const& key);
-  /// Gives up the index of a key that has neither a value nor a record.
-  void releaseUnusedIndex(Key const& key);
+  void removeHwEntry(Operation& operation);
   /// The outcome of a write, on its way from `resolvedEntryState` to `entryState`.
   void handleResolvedEntryState(EntryHandle& handle);
 
   // Removal.
 
   void deleteResolvedEntry(Key const& key);
-  Removal removeEntryOf(EntryHandle& handle, Key const& key);
+  void removeEntryOf(Operation const& removal, EntryHandle& handle);
+  /// The last use of a handle has gone that is not the key's own, or not any more.
+  void removeOutside(EntryHandle& handle, Key const& key);
 
   // Restart.
 
   void syncEntries() noexcept;
   /// Compares a key with what the hardware holds at its index, if that is known.
-  ReconciliationStatus reconcileSyncedEntry(Key const& key);
+  ReconciliationStatus reconcileSyncedEntry(Operation const& operation, Value const& value);
   /// Whether the entry sits at `hwIndex`, or, for `compare` no, may be put there. If so the allocator
   /// has given it that index.
-  bool reconcileUsingHwIndex(Key const& key, Index hwIndex, Compare compare);
+  bool reconcileUsingHwIndex(Operation const& operation, Value const& value, Index hwIndex,
+                             Compare compare);
   /// Tries the candidates of the key; the one that fitted, or the exhausted index.
-  Index reconcileUsingIndexHelper(Key const& key, Compare compare);
+  Index reconcileUsingIndexHelper(Operation const& operation, Value const& value, Compare compare);
   bool processIndexSuggestion(EntryHandle& handle, Index hwIndex);
   void syncedRowsDel(Index hwIndex, U32 rows);
   /// Settles what is open, and begins to take acknowledgements.
@@ -90,28 +91,33 @@ class GroupAccessor : public HandleAccessor<T> {
 
  protected:
   using AccessorBase<T>::swTable_;
+  using AccessorBase<T>::hook;
+  using Tracker = IndexUserTracker::OpType;
 
+  static Stage stageOf(AutoRemoveType autoRemove) {
+    return autoRemove == AutoRemoveType::committed ? Stage::commit : Stage::reference;
+  }
   /// Drops the values of the queue up to that one: what comes meanwhile, from watchers, belongs to a
   /// later write.
   static void dropPending(EntryHandle& handle, U32 last);
+  void tellTracker(Util const& util, Index hwIndex, Tracker operation) const;
   void deleteRow(Util const& util, Index hwIndex);
-  /// Takes out value and index of an entry whose handle is the next to go.
-  Removal removeAtOnce(EntryHandle& handle, Key const& key);
+  /// Takes out value and index of an entry, and then its handle.
+  void removeAtOnce(Operation const& removal, EntryHandle& handle);
 
  private:
-  using Tracker = IndexUserTracker::OpType;
-
   HandlePtr write(std::string_view operation, Key const& key, Entry const& entry,
                   AutoRemoveType autoRemove);
   bool wasRefused(Key const& key, EntryState outcome) const;
-  bool hasNewerWish(EntryHandle const& handle) const;
-  void hwTableEntryIs(Util const& util, Key const& key, Index hwIndex, EntryHandle* handle);
-  bool tellWrite(Util const& util, Index hwIndex, EntryHandle* handle, bool hasValue);
-  void hwTableEntryDel(Util const& util, Key const& key, Index hwIndex);
-  bool isRowOf(Key const& key) const;
-  void releaseIndex(Key const& key);
-  Entry wantedValue(Key const& key) const;
+  void outcomeTold(Operation const& operation, EntryHandle& handle, EntryState outcome);
+  void hwTableEntryIs(Util const& util, Operation& operation, Value const& value, Index hwIndex,
+                      EntryHandle* handle);
+  void tellWrite(Util const& util, Index hwIndex, EntryHandle* handle, bool hasValue);
+  void hwTableEntryDel(Util const& util, Operation& operation, Index hwIndex,
+                       EntryLife::Tracked tracked);
+  EntryLife::Tracked endTracked(EntryHandle* handle, Index hwIndex) const;
   bool isFreeFor(Key const& key, Index hwIndex) const;
+  bool isOwnRow(Index hwIndex) const;
 };
 
 }  // namespace Asic

@@ -98,8 +98,6 @@ class GroupTable : public HandleTable<T, Sheet>, public ResolvedEntries<T, Sheet
   }
   /// Takes the machine out, inactive, and gives it; null if there was none.
   Vell::Ptr<WriteResponseSm> writeResponseSmDel() { return writeResponseSm_.machineDel(); }
-  /// Runs the hardware logic for the key anew.
-  void handleEntry(Key key);
 
   // What the generic logic calls the collection.
 
@@ -121,9 +119,11 @@ class GroupTable : public HandleTable<T, Sheet>, public ResolvedEntries<T, Sheet
   }
   U32 resolvedCount() const { return this->resolvedEntryMap().count(); }
   void resolvedDelAll();
-  /// Stores another value, and carries it to the hardware. The caller has set `resolvedKeyPrior`.
+  /// Stores another value, and carries it to the hardware.
   void store(Key const& key, Entry const& entry) {
-    this->storeResolved(this->resolvedNode(key), key, &entry);
+    auto* const node = this->resolvedNode(key);
+    SwTable::resolvedKeyPriorIs(Resolved::keyPrior(node));
+    this->storeResolved(node, key, &entry);
   }
   void endResponses() { writeResponseSmDel(); }
 

@@ -35,7 +35,8 @@ template <class T, class Sheet>
 auto GroupTable<T, Sheet>::entryWriteAtIndex(Index hwIndex, Key key, Entry const& entry)
     -> HandlePtr {
   SwTable::OperationScope const scope(*this);
-  this->indexAllocator()->requestIndexForKey(hwIndex, keyType(), &key);
+  if (!SwTable::isGoing())
+    this->indexAllocator()->requestIndexForKey(hwIndex, keyType(), &key, this);
   return AccessorT(this->table()).entryCommit(key, entry);
 }
 
@@ -49,12 +50,6 @@ template <class T, class Sheet>
 void GroupTable<T, Sheet>::entryRemoveAll() {
   SwTable::OperationScope const scope(*this);
   AccessorT(this->table()).entryRemoveAll();
-}
-
-template <class T, class Sheet>
-void GroupTable<T, Sheet>::handleEntry(Key key) {
-  SwTable::OperationScope const scope(*this);
-  AccessorT(this->table()).handleEntry(key);
 }
 
 template <class T, class Sheet>

@@ -1,14 +1,17 @@
 // The generic logic of every table whose entries have handles: how an entry leaves when its last
-// user has gone, what the handles' hooks do, the shared allocator, and the end of the table. What an
-// entry's key means in the hardware is the affair of the classes derived from this one.
+// user has gone, what the handles' hooks do, where an entry goes at the end of the replay, the shared
+// allocator, and the end of the table. What an entry's key means in the hardware is the affair of the
+// classes derived from this one.
 //
 // Of a class derived from this one it calls `programHwEntry`, `removeHwEntry`, `reconcileSyncedEntry`,
-// `reconcileUsingIndexHelper`, `processIndexSuggestion`, `syncedRowsDel` and `handleStaleEntries`.
+// `reconcileUsingIndexHelper`, `processIndexSuggestion`, `syncedRowsDel`, `removeEntryOf`,
+// `removeOutside` and `handleStaleEntries`.
 //
 // Invariants
 //  1. Removing an entry takes back the table's claim and no more; its rows go when the last use of
 //     its handle goes, inside the call that dropped it.
-//  2. An entry that is committed anew while it leaves, from a watcher of that, stays.
+//  2. An operation that called out goes on only if no newer one on its key has overtaken it
+//     (frame/KeyOperation.h); an entry that is claimed while it leaves stays.
 //  3. No walk over the handles lets one of them go before it has ended.
 //  4. During replay an entry is written only where the allocator, or a candidate that another table
 //     suggested, says that it was, or when no row was found at all; anything else waits for the end
@@ -17,8 +20,10 @@
 #pragma once
 
 #include "frame/AccessorBase.h"
+#include "frame/KeyOperation.h"
 #include "frame/Trait.h"
 #include "platform/asic/GenericIndexAllocatorStub.h"
+#include "platform/asic/SwTableEntryHandle.h"
 #include "platform/zarn/Optional.h"
 
 namespace Asic {
@@ -28,6 +33,11 @@ class HandleAccessor : public AccessorBase<T> {
  public:
   using Key = typename T::Key;
   using EntryHandle = typename T::EntryHandle;
+  using Value = typename T::Value;
+  using HandlePtr = Vell::Ptr<SwTableBase::EntryHandle const>;
+  using Operation = KeyOperation<T>;
+  using Stage = SwTable::KeyOperation::Stage;
+  using EntryState = SwTableBase::EntryState;
 
   using AccessorBase<T>::AccessorBase;
   using AccessorBase<T>::trace;
@@ -41,10 +51,19 @@ class HandleAccessor : public AccessorBase<T> {
   /// The index that a dependent row must write.
   Index hwIndexForDependentField(EntryHandle const& handle) const;
 
+  // Wishes.
+
+  /// A handle for a wish that came when the table was going: in no table, as is the entry.
+  HandlePtr refused(std::string_view operation, Key const& key) const;
+  /// The key's handle, made if there is none, with the claim of a commit or a reference on it, unless a
+  /// newer operation has taken that back.
+  Vell::Ptr<EntryHandle> claimedHandle(Operation const& wish) const;
+
   // One key.
 
-  /// Carries a change of the key's resolved value to the hardware.
-  void handleEntry(Key const& key);
+  /// Carries a change of the key's value, which the collection holds by now, to the hardware. `value` is
+  /// null if the key has gone.
+  void handleEntry(Operation& operation, Value const* value);
 
   // Removal.
 
@@ -75,15 +94,6 @@ class HandleAccessor : public AccessorBase<T> {
   /// PUBLISH_ENTRY_HANDLE_PROGRAMMED_STATE is a number other than 0, as first read.
   void doCompleteEntryHandleForTesting(Key const& key);
 
-  /// How the removal of an entry went on.
-  enum class Removal {
-    done,      ///< its handle is the next to go
-    cameBack,  ///< a watcher of that claimed the entry
-    leaves,    ///< it leaves in steps; its handle stays until the last of them
-  };
-  /// Removes the record and the value of the key, as `cleanup` of its handle does.
-  Removal removeEntryOf(EntryHandle& handle, Key const& key);
-
   // What an entry needs, in tables whose entries wait for others in records.
 
   /// Watches an entry that the record needs, unless it is usable already.
@@ -100,17 +110,46 @@ class HandleAccessor : public AccessorBase<T> {
  protected:
   using AccessorBase<T>::swTable_;
   using AccessorBase<T>::self;
+  using AccessorBase<T>::hook;
 
-  /// A watcher may commit once more what is going; one that never stops is at fault.
+  /// A watcher may claim once more what is going; one that never stops is at fault.
   static constexpr U32 mostCleanupWalks = 100;
 
+  static void claim(EntryHandle& handle, Stage wish) {
+    wish == Stage::commit ? handle.committed() : void(handle.referenced());
+  }
+  bool isOwn(EntryHandle const& handle) const {
+    return swTable_->entryHandle(handle.key()).get() == &handle;
+  }
+
+  /// Whether a value waits for what it needs: then `entryState` is that one's, whatever becomes of a
+  /// former value.
+  bool waits(Key const& key) const;
+  /// Takes out the record of an entry that waits; an index that was only asked for ahead goes with it.
+  void recordDel(Key const& key);
+  /// Gives up the index of a key that has neither a value nor a record.
+  void unusedIndexDel(Key const& key);
+  void releaseIndex(Key const& key);
+  /// Whether the row is by now that of an entry of this table: a hook may have freed the index, through
+  /// another table too, and brought an entry there.
+  bool isRowTaken(Index row) const;
+  /// Whether the key, which has an index, has its rows there: where an entry was never written, they are
+  /// what they were before.
+  bool isWritten(Key const& key) const;
+
+  /// Which rows sync found of an entry of that key at that place, and nobody has claimed.
+  EntryLife::Found foundRows(Key const& key, Index hwIndex) const;
+  /// Notes on the handle that the entry is where sync found its rows; first of all, before anybody hears
+  /// of it.
+  void placeIs(EntryHandle& handle, EntryLife::Found found, ReconciliationStatus status) const;
+  void placeTold(EntryHandle& handle, Index hwIndex) const;
+  /// Ends the life of an entry whose rows are about to go, and gives what was known of it; whoever brings
+  /// it back finds the handle as new.
+  EntryLife endLife(EntryHandle& handle, Index hwIndex) const;
   /// Binds the handle to the place where the hardware holds its entry.
-  void adoptIndex(Key const& key, Index hwIndex, ReconciliationStatus status);
-  /// Whether a later value than the one in hand waits: a hook of a comparison may have brought it, and the
-  /// entry's state is that one's.
-  bool waitsAnew(Key const& key) const;
-  /// Whether sync found every row of an entry of that key at that place, and nobody has claimed one.
-  bool isFoundWhole(Key const& key, Index hwIndex) const;
+  void adoptIndex(Operation& operation, Index hwIndex, ReconciliationStatus status);
+  /// Tells that the entry is where it was before the restart.
+  void tellReconciled(Operation& operation, EntryHandle& handle);
   /// Visits the handles that are there now; each is held while it is visited.
   template <class Visitor>
   void forEachHandle(Visitor&& visitor);
@@ -121,19 +160,18 @@ class HandleAccessor : public AccessorBase<T> {
     trace(traceKey, "traceHwIndex", " Acquired hwIndex : ", hwIndex);
   }
 
-  /// The same of the place that the entry in hand is about to be written over (`indexReconciled`).
-  bool placeWasFoundWhole_ = true;
-
  private:
-  void replayEntry(Key const& key);
+  void replayEntry(Operation& operation, Value const& value);
+  void waitForPlace(Key const& key, Index hwIndex) const;
   bool awaitsIndex(EntryHandle const& handle) const;
   bool isInPlaceUntold(EntryHandle const& handle) const;
   void settleCandidates(EntryHandle& handle);
-  void placeAtCandidate(EntryHandle& handle);
-  void placeAtKnownIndex(EntryHandle& handle, Index hwIndex);
-  void programAsAdded(Key const& key);
+  void placeAtCandidate(Operation& operation, EntryHandle& handle, Value const& value);
+  void placeAtKnownIndex(Operation& operation, EntryHandle& handle, Value const& value,
+                         Index hwIndex);
+  void programAsAdded(Operation& operation, Value const& value);
   static bool publishEntryHandleProgrammedState();
-  /// Whether somebody holds an entry that was claimed while its removal went on.
+  void tellRemove(Key const& key, EntryHandle const* handle) const;
   static bool isHeldAnew(EntryHandle& handle);
   void entryHandleRemoveAll();
   void leaveAllocator();

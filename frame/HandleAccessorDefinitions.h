@@ -44,53 +44,94 @@ void HandleAccessor<T>::handleResolvedEntryState(EntryHandle& handle) const {
 template <class T>
 Index HandleAccessor<T>::hwIndexForDependentField(EntryHandle const& handle) const {
   auto const util = this->utilIfExists();
-  return util ? util->hwIndexForDependentField(handle) : handle.hwIndex();
+  return util ? hook([&] { return util->hwIndexForDependentField(handle); }) : handle.hwIndex();
+}
+
+// ---- wishes ----
+
+template <class T>
+auto HandleAccessor<T>::refused(std::string_view operation, Key const& key) const -> HandlePtr {
+  this->refuse(operation, T::keyText(key));
+  return new EntryHandle(key, nullptr);
+}
+
+/// The client's attribute of a handle starts anew with whoever is the first to claim it.
+template <class T>
+auto HandleAccessor<T>::claimedHandle(Operation const& wish) const -> Vell::Ptr<EntryHandle> {
+  constexpr bool hasBlockSize = T::handleFields.blockSize != 0;
+  auto handle = swTable_->entryHandleIs(wish.key(), swTable_);
+  // What is in the table is somebody's.
+  bool const isTakenBack =
+      wish.isRevoked() && (handle->entryType() != SwTableBase::EntryType::unset || !isOwn(*handle));
+  if (isTakenBack) return handle;
+  bool const isFirst = handle->entryType() == SwTableBase::EntryType::unset;
+  if (wish.stage() == Stage::commit) {
+    if (hasBlockSize && isFirst) handle->blockSizeIs(0);
+    if (isOwn(*handle)) handle->committed();
+  } else if (handle->referenced() && hasBlockSize) {
+    handle->blockSizeIs(0);
+  }
+  return handle;
+}
+
+template <class T>
+bool HandleAccessor<T>::waits(Key const& key) const {
+  if constexpr (Trait::needsEntries<T>)
+    if (auto const record = swTable_->unresolved(key))
+      return record->neededEntryHandleSms() != 0;  // else it is the one that is being resolved
+  return false;
+}
+
+template <class T>
+void HandleAccessor<T>::recordDel(Key const& key) {
+  if (!swTable_->unresolvedHas(key)) return;
+  swTable_->unresolvedDel(key);
+  unusedIndexDel(key);
 }
 
 // ---- one key ----
 
 template <class T>
-void HandleAccessor<T>::handleEntry(Key const& key) {
+void HandleAccessor<T>::handleEntry(Operation& operation, Value const* value) {
   this->template message<"handleEntry">();
-  trace(traceKey, "handleEntry", " key: ", T::keyText(key),
+  trace(traceKey, "handleEntry", " key: ", T::keyText(operation.key()),
         ", configReplayComplete: ", swTable_->configReplayComplete());
-  if (!swTable_->resolvedHas(key))
-    self().removeHwEntry(key);
+  if (!value)
+    self().removeHwEntry(operation);
   else if (swTable_->configReplayComplete())
-    self().programHwEntry(key, SwTableBase::EntryState::inProgress);
+    self().template programHwEntry<Fennlog::Time::asMessageBefore>(operation, *value,
+                                                                   EntryState::inProgress);
   else
-    replayEntry(key);
+    replayEntry(operation, *value);
 }
 
 template <class T>
-void HandleAccessor<T>::replayEntry(Key const& key) {
+void HandleAccessor<T>::replayEntry(Operation& operation, Value const& value) {
   using enum ReconciliationStatus;
+  constexpr auto partOfHandleEntry = Fennlog::Time::asMessageBefore;
   if constexpr (Trait::tableNeedsDeleteDance<T>)
-    if (!swTable_->hasValue(key)) return self().writeWithoutValue(key);
-  auto const status = self().reconcileSyncedEntry(key);
+    if (!value) return self().writeWithoutValue(operation, value);
+  auto const& key = operation.key();
+  auto const status = self().reconcileSyncedEntry(operation, value);
   trace(traceKey, "handleEntry", ": reconcileStatus: ", status);
-  if (!swTable_->resolvedHas(key)) return;  // a hook removed it, and that was carried
+  if (operation.isOvertaken()) return;
   // Taken after the comparison, which may have given the key its index.
   auto const hwIndex = doRetrieveHwIndex(key).value();
   switch (status) {
     case reconcileRewritten:
-      adoptIndex(key, hwIndex, status);
-      placeWasFoundWhole_ = isFoundWhole(key, hwIndex);
-      self().programHwEntry(key, SwTableBase::EntryState::indexReconciled);
+      adoptIndex(operation, hwIndex, status);
+      self().template programHwEntry<partOfHandleEntry>(operation, value,
+                                                        EntryState::indexReconciled);
       self().syncedRowsDel(hwIndex, T::blockSizeOf(key));
       break;
     case reconcileMatched:
-      adoptIndex(key, hwIndex, status);
+      adoptIndex(operation, hwIndex, status);
       self().syncedRowsDel(hwIndex, T::blockSizeOf(key));
       break;
     case reconcileNone:
-      // It waits for a suggestion, or for the end of the replay, in the state that both look for.
-      if (Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
-          handle && hwIndex.isExhausted())
-        handle->entryStateIs(SwTableBase::EntryState::unresolved);
-      return;
+      return waitForPlace(key, hwIndex);
     case reconcileAdded:
-      self().programHwEntry(key, SwTableBase::EntryState::inProgress);
+      self().template programHwEntry<partOfHandleEntry>(operation, value, EntryState::inProgress);
       break;
     default:
       VELL_ASSERT(false, "false", T::names.qualified, ": a replay cannot end in ", status);
@@ -99,13 +140,85 @@ void HandleAccessor<T>::replayEntry(Key const& key) {
   swTable_->updateStatistic(status);
 }
 
+/// For a suggestion, or for the end of the replay, in the state that both look for.
+template <class T>
+void HandleAccessor<T>::waitForPlace(Key const& key, Index hwIndex) const {
+  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
+  if (handle && hwIndex.isExhausted() && !waits(key)) handle->entryStateIs(EntryState::unresolved);
+}
+
+// ---- the place of an entry ----
+
+template <class T>
+EntryLife::Found HandleAccessor<T>::foundRows(Key const& key, Index hwIndex) const {
+  U32 const rows = T::blockSizeOf(key);
+  U32 found = 0;
+  for (U32 i = 0; i < rows; ++i)
+    found += swTable_->syncedEntryMap().lookup(hwIndex.value() + i) != nullptr;
+  if (found == 0) return EntryLife::Found::no;
+  return found == rows ? EntryLife::Found::whole : EntryLife::Found::part;
+}
+
+/// The tracker knows what sync found. Of a block it is told row by row, since some may be missing.
+template <class T>
+void HandleAccessor<T>::placeIs(EntryHandle& handle, EntryLife::Found found,
+                                ReconciliationStatus status) const {
+  bool const isMatched = status == ReconciliationStatus::reconcileMatched;
+  bool const wasFound = found != EntryLife::Found::no;
+  bool const isKnown = isMatched || (wasFound && !Trait::isBlockTable<T>);
+  handle.life() = {.tracked = isKnown ? EntryLife::Tracked::active : EntryLife::Tracked::no,
+                   .trackedRows = isMatched ? T::blockSizeOf(handle.key()) : 0,
+                   .found = found,
+                   .isOverFound = wasFound && !isMatched,
+                   .isTried = true};
+}
+
+/// First of all the uses that sync found for the entry, and nobody has told of, are its own: who brings it
+/// back has another.
+template <class T>
+EntryLife HandleAccessor<T>::endLife(EntryHandle& handle, Index hwIndex) const {
+  if (handle.life().found != EntryLife::Found::no && !hwIndex.isExhausted())
+    for (U32 i = 0; i < T::blockSizeOf(handle.key()); ++i)
+      IndexUserTracker::Stub::recoveredUseClaimed(swTable_->hwTable(), hwIndex.value() + i);
+  return handle.lifeEnds();
+}
+
+/// Where rows are missing, the handle leads nobody there before they are written.
+template <class T>
+void HandleAccessor<T>::placeTold(EntryHandle& handle, Index hwIndex) const {
+  if (!Trait::isBlockTable<T> || handle.life().found == EntryLife::Found::whole)
+    handle.hwIndexIs(hwIndex);
+}
+
+template <class T>
+void HandleAccessor<T>::adoptIndex(Operation& operation, Index hwIndex,
+                                   ReconciliationStatus status) {
+  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(operation.key());
+  if (!handle) return;
+  bool const isMatched = status == ReconciliationStatus::reconcileMatched;
+  // A candidate that fitted was noted as its place before its synced rows went.
+  if (!isMatched || !handle->life().isTried)
+    placeIs(*handle, foundRows(operation.key(), hwIndex), status);
+  swTable_->indexHelperDel(*handle);
+  placeTold(*handle, hwIndex);
+  if (isMatched) tellReconciled(operation, *handle);
+}
+
+template <class T>
+void HandleAccessor<T>::tellReconciled(Operation& operation, EntryHandle& handle) {
+  if (!waits(operation.key())) handle.entryStateIs(EntryState::indexReconciled);
+  if (operation.isOvertaken()) return;
+  handle.resolvedEntryStateIs(EntryState::indexReconciled);
+  if (!operation.isOvertaken()) doCompleteEntryHandleForTesting(operation.key());
+}
+
 // ---- suggestions, and the end of the replay ----
 
 template <class T>
 void HandleAccessor<T>::handleIndexSuggestions(EntryHandle& handle, IndexSet const& indices) {
-  VELL_ASSERT(handle.entryState() == SwTableBase::EntryState::unresolved,
-              "eh->entryState() == unresolved()", T::names.qualified, " key ",
-              T::keyText(handle.key()), " state ", handle.entryState());
+  VELL_ASSERT(handle.entryState() == EntryState::unresolved, "eh->entryState() == unresolved()",
+              T::names.qualified, " key ", T::keyText(handle.key()), " state ",
+              handle.entryState());
   VELL_ASSERT(!swTable_->configReplayComplete(), "swTable_->configReplayInProgress()",
               T::names.qualified, ": suggestions are for the replay");
   constexpr std::string_view name = "handleIndexSuggestions";
@@ -114,12 +227,12 @@ void HandleAccessor<T>::handleIndexSuggestions(EntryHandle& handle, IndexSet con
   Vell::Ptr<EntryHandle> const held(&handle);
   auto const util = this->utilIfExists();
   VELL_ASSERT(util, "util", T::names.qualified, ": a suggestion, and no hooks that found rows");
-  auto const helper = swTable_->indexHelperIs(handle);
-  helper->allocatorIs(swTable_->indexAllocator());
   for (auto const value : indices) {
-    if (handle.entryState() != SwTableBase::EntryState::unresolved)
-      return;  // settled by what was called
-    auto const index = util->dependentFieldValueToHwIndex(value);
+    auto const index = hook([&] { return util->dependentFieldValueToHwIndex(value); });
+    // Settled by what was called, or in no table, where nobody would forget the candidate.
+    if (handle.entryState() != EntryState::unresolved || !isOwn(handle)) return;
+    auto const helper = swTable_->indexHelperIs(handle);
+    helper->allocatorIs(swTable_->indexAllocator());
     if (helper->indexHas(index)) continue;  // dealt with
     helper->indexIs(index);
     trace(traceKey, name, ": hwIndex:", index);
@@ -127,20 +240,20 @@ void HandleAccessor<T>::handleIndexSuggestions(EntryHandle& handle, IndexSet con
   }
 }
 
+/// One that waits for what it needs keeps a former value as it is, and so does one that did.
 template <class T>
 bool HandleAccessor<T>::awaitsIndex(EntryHandle const& handle) const {
-  // One that waits for what it needs keeps a former value as it is, and so does one that did.
   auto const& key = handle.key();
-  return handle.entryState() == SwTableBase::EntryState::unresolved && swTable_->hasValue(key) &&
-         !swTable_->unresolvedHas(key) && !swTable_->entryInHwTable(key);
+  return handle.entryState() == EntryState::unresolved && swTable_->hasValue(key) &&
+         !swTable_->unresolvedHas(key) && !T::isInHwTable(handle);
 }
 
 /// A value that waited was taken back, and the former one is in place.
 template <class T>
 bool HandleAccessor<T>::isInPlaceUntold(EntryHandle const& handle) const {
-  return Trait::tableNeedsDeleteDance<T> &&
-         handle.entryState() == SwTableBase::EntryState::unresolved && T::isInHwTable(handle) &&
-         swTable_->hasValue(handle.key()) && !swTable_->unresolvedHas(handle.key());
+  return Trait::tableNeedsDeleteDance<T> && handle.entryState() == EntryState::unresolved &&
+         T::isInHwTable(handle) && swTable_->hasValue(handle.key()) &&
+         !swTable_->unresolvedHas(handle.key());
 }
 
 template <class T>
@@ -151,10 +264,12 @@ void HandleAccessor<T>::doInitComplete() {
     if (awaitsIndex(handle) && swTable_->indexHelper(handle)) settleCandidates(handle);
   });
   forEachHandle([this](EntryHandle& handle) {
-    if (awaitsIndex(handle))
-      programAsAdded(handle.key());
-    else if (isInPlaceUntold(handle))
+    if (awaitsIndex(handle)) {
+      Operation operation(*swTable_, handle.key(), Stage::programming);
+      programAsAdded(operation, swTable_->valueOf(handle.key()));
+    } else if (isInPlaceUntold(handle)) {
       handle.entryStateIs(handle.resolvedEntryState());
+    }
   });
   swTable_->indexHelperDelAll();  // also those of entries that need no place any more
   swTable_->reconcilingEntryIs(false);
@@ -162,45 +277,48 @@ void HandleAccessor<T>::doInitComplete() {
 
 template <class T>
 void HandleAccessor<T>::settleCandidates(EntryHandle& handle) {
+  Operation operation(*swTable_, handle.key(), Stage::programming);
+  auto const value = swTable_->valueOf(handle.key());
   auto const hwIndex = doRetrieveHwIndex(handle.key()).value();
-  hwIndex.isExhausted() ? placeAtCandidate(handle) : placeAtKnownIndex(handle, hwIndex);
+  hwIndex.isExhausted() ? placeAtCandidate(operation, handle, value)
+                        : placeAtKnownIndex(operation, handle, value, hwIndex);
   swTable_->indexHelperDel(handle);
 }
 
 /// Overwrites the first candidate that the allocator accepts, whatever the hardware holds there.
 template <class T>
-void HandleAccessor<T>::placeAtCandidate(EntryHandle& handle) {
-  auto const key = handle.key();
-  auto const index = self().reconcileUsingIndexHelper(key, Compare::no);
-  // A watcher may have removed it, and its index may be another's.
-  if (index.isExhausted() || doRetrieveHwIndex(key) != index) return;
-  handle.hwIndexIs(index);
+void HandleAccessor<T>::placeAtCandidate(Operation& operation, EntryHandle& handle,
+                                         Value const& value) {
+  auto const index = self().reconcileUsingIndexHelper(operation, value, Compare::no);
+  if (index.isExhausted() || operation.isOvertaken()) return;
+  placeTold(handle, index);
   // The record of the row has gone: only the entry itself can tell whether the tracker knows it.
   swTable_->resolvedKeyPriorIs(SwTable::KeyPrior::noKey);
-  self().programHwEntry(key, SwTableBase::EntryState::indexReconciled);
+  self().programHwEntry(operation, value, EntryState::indexReconciled);
   swTable_->updateStatistic(ReconciliationStatus::reconcileRewritten);
 }
 
 template <class T>
-void HandleAccessor<T>::placeAtKnownIndex(EntryHandle& handle, Index hwIndex) {
-  auto const key = handle.key();
-  handle.hwIndexIs(hwIndex);
+void HandleAccessor<T>::placeAtKnownIndex(Operation& operation, EntryHandle& handle,
+                                          Value const& value, Index hwIndex) {
+  using enum ReconciliationStatus;
+  auto const& key = operation.key();
   if (swTable_->syncedEntryMap().lookup(hwIndex)) {
-    handle.overFoundRowIs(true);
-    placeWasFoundWhole_ = isFoundWhole(key, hwIndex);
-    self().programHwEntry(key, SwTableBase::EntryState::indexReconciled);
-    swTable_->updateStatistic(ReconciliationStatus::reconcileRewritten);
+    placeIs(handle, foundRows(key, hwIndex), reconcileRewritten);
+    placeTold(handle, hwIndex);
+    self().programHwEntry(operation, value, EntryState::indexReconciled);
+    swTable_->updateStatistic(reconcileRewritten);
   } else {
-    programAsAdded(key);
+    handle.hwIndexIs(hwIndex);
+    programAsAdded(operation, value);
   }
   for (U32 i = 0; i < T::blockSizeOf(key); ++i) swTable_->syncedEntryDel(hwIndex.value() + i);
 }
 
 template <class T>
-void HandleAccessor<T>::programAsAdded(Key const& key) {
-  auto const copied = key;
+void HandleAccessor<T>::programAsAdded(Operation& operation, Value const& value) {
   swTable_->resolvedKeyPriorIs(SwTable::KeyPrior::noKey);
-  self().programHwEntry(copied, SwTableBase::EntryState::inProgress);
+  self().programHwEntry(operation, value, EntryState::inProgress);
   swTable_->updateStatistic(ReconciliationStatus::reconcileAdded);
 }
 
@@ -228,7 +346,7 @@ void HandleAccessor<T>::suggestIndexToNeededTable(Entry const& swEntry,
   trace(traceKey, "suggestIndexToNeededTable", ": swEntry:", swEntry,
         ", syncedEntry:", syncedEntry);
   auto const needed = swEntry.neededEntryHandle();  // held until it has been told
-  if (needed && needed->entryState() == SwTableBase::EntryState::unresolved)
+  if (needed && needed->entryState() == EntryState::unresolved)
     SwTableBase::suggestIndicesToNeededEntryHandle(*needed, {syncedEntry.neededIndex()});
 }
 
@@ -238,6 +356,28 @@ template <class T>
 void HandleAccessor<T>::entryRemove(Key const& key) {
   using enum SwTableBase::EntryType;
   Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
+  if (!handle || handle->entryType() == referenceOnly || handle->entryType() == inDeletion) {
+    tellRemove(key, handle.get());
+    trace(traceClient, "entryRemove", " : Found no committed entry at key : ", T::keyText(key));
+    return;
+  }
+  Operation const revocation(*swTable_, key, Stage::revocation);
+  tellRemove(key, handle.get());
+  if (handle->entryType() == unset) {
+    swTable_->entryHandleDel(key);
+    return;
+  }
+  trace(traceClient, "entryRemove", " : Removing entry at key : ", T::keyText(key));
+  // First of all, so that an entry that waits can resolve no more.
+  if (!revocation.isOvertaken()) recordDel(key);
+  if (revocation.isOvertaken()) return;
+  handle->entryTypeIs(referenceOnly);
+  handle->tableUseIs(EntryHandle::TableUse::uncounted);
+  // If nobody else holds the handle, the use held here is the last: its end removes the entry.
+}
+
+template <class T>
+void HandleAccessor<T>::tellRemove(Key const& key, EntryHandle const* handle) const {
   int const type = handle ? static_cast<int>(handle->entryType()) : -1;
   U32 const refCnt = handle ? handle->useCount() : 0;
   static constinit Fennlog::Site site("{}: {} entryType: {}, refCnt: {}", T::names.brief(),
@@ -245,40 +385,6 @@ void HandleAccessor<T>::entryRemove(Key const& key) {
   Fennlog::write(site, type, refCnt);
   trace(traceClient, "entryRemove", ": key:", T::keyText(key), ", entryType:", type,
         ", refCnt:", refCnt);
-  if (!handle || handle->entryType() == referenceOnly || handle->entryType() == inDeletion) {
-    trace(traceClient, "entryRemove", " : Found no committed entry at key : ", T::keyText(key));
-    return;
-  }
-  if (handle->entryType() == unset) {
-    swTable_->entryHandleDel(key);
-    return;
-  }
-  trace(traceClient, "entryRemove", " : Removing entry at key : ", T::keyText(key));
-  auto const commits = handle->commits();
-  // First of all, so that an entry that waits can resolve no more.
-  swTable_->unresolvedDel(key);
-  if (handle->commits() != commits) return;  // a watcher of that committed it anew
-  if constexpr (Trait::tableNeedsDeleteDance<T>) self().releaseUnusedIndex(key);
-  handle->entryTypeIs(referenceOnly);
-  handle->tableUseIs(EntryHandle::TableUse::uncounted);
-  // If nobody else holds the handle, the use held here is the last: its end removes the entry.
-}
-
-template <class T>
-auto HandleAccessor<T>::removeEntryOf(EntryHandle& handle, Key const& key) -> Removal {
-  auto const claims = handle.claims();
-  // Also by a reference to an entry that has no value yet.
-  auto const isKnown = [&] {
-    return swTable_->unresolvedHas(key) || swTable_->resolvedHas(key) || handle.claims() != claims;
-  };
-  bool const waited = swTable_->unresolvedHas(key);
-  swTable_->unresolvedDel(key);
-  if (waited && isKnown()) return Removal::cameBack;
-  VELL_ASSERT(handle.entryType() == SwTableBase::EntryType::referenceOnly,
-              "eh->entryType() == EntryHandle::referenceOnly()", "unexpected entryType ",
-              handle.entryType(), " of ", T::names.qualified, " key ", T::keyText(key));
-  swTable_->resolvedDel(key);
-  return isKnown() ? Removal::cameBack : Removal::done;
 }
 
 template <class T>
@@ -287,30 +393,23 @@ void HandleAccessor<T>::cleanup(EntryHandle& handle) {
   static constinit Fennlog::Site site("{}: {} entryHandle : 0x{:x}", T::names.brief(), "cleanup");
   Fennlog::write(site, reinterpret_cast<std::uintptr_t>(&handle));
   auto const key = handle.key();
+  bool const isOutside = !isOwn(handle);
   trace(traceLife, "cleanup", " : entryhandle cleanup, eh : ", static_cast<void const*>(&handle),
         ", key :", T::keyText(key), ", refCnt:", handle.useCount());
-  auto const isOwn = [&] { return swTable_->entryHandle(key).get() == &handle; };
-  if (!isOwn()) {
-    // A handle that is not the table's own for its key has nothing to remove.
-    if constexpr (Trait::tableNeedsDeleteDance<T>) self().handleOutsideGone(handle, key);
-    return;
-  }
-  for (U32 walks = 0;; ++walks) {
+  if (isOutside) return self().removeOutside(handle, key);
+  for (U32 walks = 0; isOwn(handle); ++walks) {
     VELL_ASSERT(walks < mostCleanupWalks, "walks < mostCleanupWalks", T::names.qualified,
                 ": its watchers bring an entry back without end while it goes");
-    auto const removal = self().removeEntryOf(handle, key);
-    if (removal == Removal::done) break;
-    if (removal == Removal::cameBack && !isHeldAnew(handle) && isOwn()) continue;
-    // What began to leave may have left by now; nobody else's last use will end that.
-    if constexpr (Trait::tableNeedsDeleteDance<T>)
-      if (!isOwn() && handle.entryType() == SwTableBase::EntryType::inDeletion &&
-          handle.useCount() == 1)
-        self().handleOutsideGone(handle, key);
-    return;
+    Operation const removal(*swTable_, key, Stage::removal);
+    self().removeEntryOf(removal, handle);
+    if (!removal.isOvertaken() || (isOwn(handle) && isHeldAnew(handle))) break;
   }
-  swTable_->entryHandleDel(key);
+  // What began to leave in steps may have left by now; nobody else's last use will end that.
+  if (!isOwn(handle) && handle.swTable() && handle.useCount() == 1)
+    self().removeOutside(handle, key);
 }
 
+/// Whether somebody holds an entry that was claimed while its removal went on.
 template <class T>
 bool HandleAccessor<T>::isHeldAnew(EntryHandle& handle) {
   if (handle.entryType() == SwTableBase::EntryType::committed) return true;
@@ -349,17 +448,12 @@ template <class T>
 void HandleAccessor<T>::cleanup() {
   trace(traceLife, "cleanup");
   if constexpr (Trait::needsEntries<T>) swTable_->unresolvedWatchesEnd();
-  for (Zarn::HashMap2018IteratorGeneric at(swTable_->entryHandleMap()); at; at.advance()) {
-    Vell::Ptr<EntryHandle> const handle = at.currNodeMaybeStale()->value_;
-    handle->swTableIs(nullptr);
-    handle->doAmendReferences();
-  }
-  if constexpr (Trait::tableNeedsDeleteDance<T>) swTable_->leaversForget();
-  for (U32 walks = 0; swTable_->resolvedCount() != 0; ++walks) {
-    VELL_ASSERT(walks < mostCleanupWalks, "walks < mostCleanupWalks", T::names.qualified,
-                ": its watchers commit without end while the table goes");
-    swTable_->resolvedDelAll();
-  }
+  forEachHandle([](EntryHandle& handle) {
+    handle.swTableIs(nullptr);
+    handle.doAmendReferences();
+  });
+  swTable_->outsidersForget();
+  swTable_->resolvedDelAll();  // nobody brings more: the table takes no wish now
   leaveAllocator();
   if (this->utilIfExists()) IndexUserTracker::Stub::deleteTracker(swTable_->hwTable(), 0, false);
 }
@@ -379,11 +473,13 @@ void HandleAccessor<T>::doInitAllocator() {
               Allocator::type().data().name);
   Vell::Ptr<Allocator> const allocator = static_cast<Allocator*>(shalloc.get());
   swTable_->indexAllocatorStore(allocator);
-  allocator->setTableAttr(*swTable_,
-                          {T::keyType(), &indexKeyType<Key>, [table = swTable_](auto* key) {
-                             auto const& asked = *static_cast<Key const*>(key);
-                             return table->resolvedHas(asked) || table->unresolvedHas(asked);
-                           }});
+  allocator->setTableAttr(*swTable_, {T::keyType(), &indexKeyType<Key>,
+                                      [table = swTable_](auto* key) {
+                                        auto const& asked = *static_cast<Key const*>(key);
+                                        return table->resolvedHas(asked) ||
+                                               table->unresolvedHas(asked);
+                                      },
+                                      swTable_->numEntries()});
   allocator->sizeIs(swTable_->numEntries());
   T::setUpAllocator(*allocator);
   allocator->initializedIs(true);
@@ -391,37 +487,31 @@ void HandleAccessor<T>::doInitAllocator() {
 
 template <class T>
 Zarn::Optional<Index> HandleAccessor<T>::doRetrieveHwIndex(Key const& key) const {
-  return allocator().indexForKey(T::keyType(), &key);
+  return allocator().indexForKey(T::keyType(), &key, swTable_);
 }
 
 template <class T>
-bool HandleAccessor<T>::waitsAnew(Key const& key) const {
-  if constexpr (Trait::needsEntries<T>)
-    if (auto const record = swTable_->unresolved(key))
-      return record->neededEntryHandleSms() != 0;  // else it is the one that is being resolved
-  return false;
+void HandleAccessor<T>::releaseIndex(Key const& key) {
+  Vell::Ptr<typename T::IndexAllocator> const held = swTable_->indexAllocator();
+  held->releaseIndexFromTable(T::keyType(), &key, *swTable_);
 }
 
 template <class T>
-bool HandleAccessor<T>::isFoundWhole(Key const& key, Index hwIndex) const {
-  for (U32 i = 0; i < T::blockSizeOf(key); ++i)
-    if (!swTable_->syncedEntryMap().lookup(hwIndex.value() + i)) return false;
-  return true;
+void HandleAccessor<T>::unusedIndexDel(Key const& key) {
+  if (!swTable_->resolvedHas(key) && !swTable_->unresolvedHas(key) && swTable_->indexAllocator())
+    releaseIndex(key);
 }
 
 template <class T>
-void HandleAccessor<T>::adoptIndex(Key const& key, Index hwIndex, ReconciliationStatus status) {
+bool HandleAccessor<T>::isWritten(Key const& key) const {
   Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
-  if (!handle) return;
-  handle->writeBegins();
-  handle->trackedIs(true);
-  swTable_->indexHelperDel(*handle);
-  handle->hwIndexIs(hwIndex);
-  handle->overFoundRowIs(status == ReconciliationStatus::reconcileRewritten);
-  if (status != ReconciliationStatus::reconcileMatched) return;
-  if (!waitsAnew(key)) handle->entryStateIs(SwTableBase::EntryState::indexReconciled);
-  handle->resolvedEntryStateIs(SwTableBase::EntryState::indexReconciled);
-  doCompleteEntryHandleForTesting(key);
+  return !handle || handle->life().tracked != EntryLife::Tracked::no;
+}
+
+template <class T>
+bool HandleAccessor<T>::isRowTaken(Index row) const {
+  auto const owner = swTable_->swKeyFromHwIndex(row);
+  return owner && swTable_->resolvedHas(*owner) && isWritten(*owner);
 }
 
 template <class T>

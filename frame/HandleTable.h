@@ -7,7 +7,8 @@
 //  1. Every entry that the table knows has a handle in `entryHandle`. The collection holds a use of
 //     each handle, which does not count for entries that are only referenced
 //     (platform/asic/SwTableEntryHandle.h).
-//  2. A handle that has left the collection has no table.
+//  2. A handle that has left the collection has no table, unless its last use still has something to
+//     end: that of an entry in deletion, or of one that nobody had claimed.
 //  3. `syncedEntry` holds one node for each hardware row that sync found and nothing has claimed;
 //     only a plug-in's sync fills it.
 //  4. Rows leave the hardware before their indices are free.
@@ -20,6 +21,7 @@
 #pragma once
 
 #include <concepts>
+#include <vector>
 
 #include "containers/HashMap2018.h"
 #include "containers/HashMap2018Iterator.h"
@@ -155,8 +157,12 @@ class HandleTable : public Sheet::Base, public TableAllocation<T, Sheet>::Type {
   bool unresolvedHas(Key const&) const { return false; }
   void unresolvedDel(Key const&) {}
   void unresolvedDelAll() {}
-  /// A handle has left the collection, and with it the table.
-  void handleLeft(EntryHandle& handle) { handle.swTableIs(nullptr); }
+  // Handles that name the table, and are not in the collection: made by themselves, or on their way out.
+  // The last use of such a one still concerns the table, which takes itself back if it goes before.
+
+  void outsiderIs(EntryHandle& handle) { outsiders_.push_back(&handle); }
+  void outsiderForget(EntryHandle& handle);
+  void outsidersForget();
   /// Gives up the response machine, in tables whose writes are acknowledged.
   void endResponses() {}
 
@@ -199,16 +205,14 @@ class HandleTable : public Sheet::Base, public TableAllocation<T, Sheet>::Type {
   }
 
  private:
-  /// A watcher may remove a handle as soon as it hears of it; one that never stops is at fault.
-  static constexpr U32 mostHandlesMade = 100;
-
-  bool isWritten(Key const& key);
+  void lifeFound(EntryHandle& handle);
   Entry taken(Vell::Ptr<ZarnSyncedEntry> const& removed);
   void publishSynced(Index index, Entry const& previous);
 
   Vell::Ptr<IndexAllocator> indexAllocator_;
   EntryHandleMap entryHandle_{1, false};
   SyncedEntryMap syncedEntry_;
+  std::vector<EntryHandle*> outsiders_;
 };
 
 }  // namespace Asic

@@ -31,17 +31,15 @@ auto HandleTable<T, Sheet>::EntryHandleKeyFunktor::operator()(
 
 template <class T, class Sheet>
 void HandleTable<T, Sheet>::tearDown() {
-  this->nodeFlagSet(Vell::Node::freedAtZeroFlag, false);
-  {
-    SwTable::OperationScope const scope(*this);
-    AccessorT(table()).cleanup();
-    table().endResponses();
-    if constexpr (Trait::tableNeedsDeleteDance<T>) table().unresolvedDelAll();
-    entryHandleDelAll();
-    table().unresolvedDelAll();
-    if constexpr (Trait::tableNeedsDeleteDance<T>) table().leaversForget();
-    syncedEntry_._memberDelAll();  // what lies there may hold entries of other tables
-  }
+  SwTable::goingIs();
+  SwTable::OperationScope const scope(*this);
+  AccessorT(table()).cleanup();
+  table().endResponses();
+  if constexpr (Trait::tableNeedsDeleteDance<T>) table().unresolvedDelAll();
+  entryHandleDelAll();
+  table().unresolvedDelAll();
+  outsidersForget();
+  syncedEntry_._memberDelAll();  // what lies there may hold entries of other tables
 }
 
 // ---- what clients ask ----
@@ -90,33 +88,36 @@ auto HandleTable<T, Sheet>::swKeyFromHwIndex(Index hwIndex) const -> Zarn::Optio
 
 template <class T, class Sheet>
 auto HandleTable<T, Sheet>::entryHandleIs(Key const& key, T* swTable) -> Vell::Ptr<EntryHandle> {
-  for (U32 made = 0;; ++made) {
-    if (auto existing = entryHandle(key)) {
-      // A handle that is leaving the collection stays if it is wanted again.
-      if (!existing->swTable())
-        existing->swTableIs(swTable);
-      else if (existing->swTable() != swTable)
-        Zarn::Impl::throwMutatorReinstantiating(existing->typeData().data().name,
-                                                handleFields.swTable, swTable, existing->swTable());
-      return existing;
-    }
-    VELL_ASSERT(made < mostHandlesMade, "made < mostHandlesMade", Sheet::names.qualified,
-                ": its watchers remove a new handle each time it is made");
-    Vell::Ptr<EntryHandle> const handle = new EntryHandle(key, swTable);
-    handle->trackedIs(isWritten(key));
-    HN_EntryHandle node;
-    node.value_ = handle;
-    entryHandle_.newMemberG(handle->key(), std::move(node));
-    publish(entryHandleField, handle->key(), nullptr);
-    // Looked up again: a watcher may have removed it.
+  if (auto existing = entryHandle(key)) {
+    // A handle that is leaving the collection stays if it is wanted again.
+    if (!existing->swTable())
+      existing->swTableIs(swTable);
+    else if (existing->swTable() != swTable)
+      Zarn::Impl::throwMutatorReinstantiating(existing->typeData().data().name,
+                                              handleFields.swTable, swTable, existing->swTable());
+    return existing;
   }
+  Vell::Ptr<EntryHandle> const made = new EntryHandle(key, swTable);
+  lifeFound(*made);
+  HN_EntryHandle node;
+  node.value_ = made;
+  entryHandle_.newMemberG(made->key(), std::move(node));
+  publish(entryHandleField, made->key(), nullptr);
+  auto const now = entryHandle(made->key());  // a watcher may have put another in its place
+  return now ? now : made;
 }
 
-/// Whether the key's value has been written by an entry that had no handle.
+/// Of a key whose value was written without a handle, the tracker knows.
 template <class T, class Sheet>
-bool HandleTable<T, Sheet>::isWritten(Key const& key) {
-  return table().resolvedHas(key) && indexAllocator_ &&
-         !indexAllocator_->indexForKey(T::keyType(), &key).isExhausted();
+void HandleTable<T, Sheet>::lifeFound(EntryHandle& handle) {
+  auto const& key = handle.key();
+  if (!table().resolvedHas(key) || !indexAllocator_ ||
+      indexAllocator_->indexForKey(T::keyType(), &key, this).isExhausted())
+    return;
+  using enum EntryLife::Tracked;
+  handle.life() = {.tracked = table().hasValue(key) ? active : inactive,
+                   .trackedRows = T::blockSizeOf(key),
+                   .isTried = true};
 }
 
 template <class T, class Sheet>
@@ -127,9 +128,26 @@ auto HandleTable<T, Sheet>::entryHandleDel(Key const& key) -> Vell::Ptr<EntryHan
   if (!entryHandle_.deleteMemberG(key, &removed)) return nullptr;
   auto handle = std::move(removed.value_);
   this->indexHelperDel(*handle);  // its key is the handle's address, which may be another's soon
-  table().handleLeft(*handle);
+  using enum SwTableBase::EntryType;
+  bool const hasEntry = table().resolvedHas(handle->key()) || table().unresolvedHas(handle->key());
+  if (handle->swTable() &&
+      (handle->entryType() == inDeletion || (handle->entryType() == unset && hasEntry)))
+    outsiderIs(*handle);
+  else
+    handle->swTableIs(nullptr);
   publish(entryHandleField, handle->key(), handle.get());
   return handle;
+}
+
+template <class T, class Sheet>
+void HandleTable<T, Sheet>::outsiderForget(EntryHandle& handle) {
+  std::erase(outsiders_, &handle);
+  handle.swTableForget();
+}
+
+template <class T, class Sheet>
+void HandleTable<T, Sheet>::outsidersForget() {
+  for (auto* const handle : std::exchange(outsiders_, {})) handle->swTableForget();
 }
 
 template <class T, class Sheet>

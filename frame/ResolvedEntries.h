@@ -17,6 +17,7 @@
 #include "containers/HashMap2018.h"
 #include "containers/HashMap2018Iterator.h"
 #include "frame/EntryIterator.h"
+#include "frame/KeyOperation.h"
 #include "platform/asic/SwTable.h"
 #include "platform/zarn/Optional.h"
 
@@ -30,6 +31,7 @@ class ResolvedEntries {
   using ResolvedEntryMap =
       Zarn::HashMap2018<Zarn::HN<Key, Zarn::Optional<Entry>, Sheet::maps.resolvedEntry>>;
   using Node = typename ResolvedEntryMap::Node;
+  using Value = Zarn::Optional<Entry>;  ///< of a key, as the generic logic carries it
 
   // What clients ask.
 
@@ -39,6 +41,7 @@ class ResolvedEntries {
   Entry entry(Key key) const { return resolvedEntry(key).value_or(Entry{}); }
   /// The key's value; empty if the key is absent or has none.
   Zarn::Optional<Entry> resolvedEntry(Key key) const;
+  Value valueOf(Key key) const { return resolvedEntry(key); }
   /// What the key holds now, as an operation notes it before it changes anything.
   SwTable::KeyPrior keyPrior(Key key) const { return keyPrior(resolvedEntry_.lookupNodeG(key)); }
   /// The first key with a value, or the given key if it has one and the end otherwise. Walks on in
@@ -57,6 +60,8 @@ class ResolvedEntries {
   /// Removes the key and gives what it held.
   Zarn::Optional<Entry> resolvedEntryDel(Key key);
   void resolvedEntryDelAll();
+  /// Runs the hardware logic for the key anew.
+  void handleEntry(Key key);
 
   ResolvedEntryMap const& resolvedEntryMap() const { return resolvedEntry_; }
 
@@ -67,8 +72,8 @@ class ResolvedEntries {
   static SwTable::KeyPrior keyPrior(Node const* node);
   /// Whether `node`, which may be null, holds just that value, or none if `value` is null.
   static bool holds(Node const* node, Entry const* value);
-  /// Stores another value, or none, at a key whose node was just looked up; the rest of
-  /// `resolvedEntryIs`.
+  /// Stores another value, or none, at a key whose node was just looked up: the rest of
+  /// `resolvedEntryIs`, and the one road of every change.
   void storeResolved(Node* node, Key key, Entry const* value);
   Node* resolvedNode(Key key) { return resolvedEntry_.lookupNodeG(key); }
 

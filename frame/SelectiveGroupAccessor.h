@@ -45,11 +45,13 @@ class SelectiveGroupAccessor : public GroupAccessor<T> {
  public:
   using Key = typename T::Key;
   using Entry = typename T::Entry;
+  using Value = typename T::Value;
   using EntryHandle = typename T::EntryHandle;
   using UnresolvedEntry = typename T::UnresolvedEntry;
-  using EntryState = SwTableBase::EntryState;
+  using typename GroupAccessor<T>::EntryState;
   using typename GroupAccessor<T>::HandlePtr;
-  using typename GroupAccessor<T>::Removal;
+  using typename GroupAccessor<T>::Operation;
+  using typename GroupAccessor<T>::Stage;
 
   using GroupAccessor<T>::GroupAccessor;
   using AccessorBase<T>::trace;
@@ -70,20 +72,20 @@ class SelectiveGroupAccessor : public GroupAccessor<T> {
   /// What the entry needs is usable: fills in its index and moves it to `resolvedEntry`.
   void doResolve(UnresolvedEntry& unresolved);
   /// The one way into `resolvedEntry`: notes what the key held, then stores.
-  void setResolvedEntry(Key const& key, Zarn::Optional<Entry> const& value);
+  void setResolvedEntry(Key const& key, Value const& value);
 
   // The way out.
 
-  Removal removeEntryOf(EntryHandle& handle, Key const& key);
+  void removeEntryOf(Operation const& removal, EntryHandle& handle);
   /// The row has been written without a value.
   void endDeleteDance(EntryHandle& handle, Key const& key, EntryState stateBefore);
   /// The last use of a handle has gone that is not the key's own, or not any more.
-  void handleOutsideGone(EntryHandle& handle, Key const& key);
+  void removeOutside(EntryHandle& handle, Key const& key);
 
   // Restart.
 
   /// A dance that begins before the replay has ended: the end of an entry is no reconciliation.
-  void writeWithoutValue(Key const& key);
+  void writeWithoutValue(Operation& operation, Value const& value);
   bool processIndexSuggestion(EntryHandle& handle, Index hwIndex);
   void purgeStaleEntries();
 
@@ -92,10 +94,10 @@ class SelectiveGroupAccessor : public GroupAccessor<T> {
 
   HandlePtr write(std::string_view operation, Key const& key, Entry const& entry,
                   AutoRemoveType keeper);
-  HandlePtr existing(std::string_view operation, Key const& key, Entry const& entry,
-                     AutoRemoveType keeper);
-  Vell::Ptr<EntryHandle> boundHandle(Key const& key) const;
-  bool mayHaveCalledOut(EntryHandle& handle) const;
+  HandlePtr waiting(Operation const& wish);
+  HandlePtr inPlace(Operation const& wish);
+  Vell::Ptr<EntryHandle> boundHandle(Operation const& wish) const;
+  void beginDeleteDance(Operation const& removal, EntryHandle& handle);
   void refusedRowsDel();
   void suggestFromSyncedRows(UnresolvedEntry const& unresolved);
 };

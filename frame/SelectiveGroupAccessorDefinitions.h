@@ -13,78 +13,70 @@ namespace Asic {
 template <class T>
 auto SelectiveGroupAccessor<T>::write(std::string_view operation, Key const& key,
                                       Entry const& entry, AutoRemoveType keeper) -> HandlePtr {
-  static_cast<void>(this->allocator());  // from the start to the end of the table's life
-  if (auto handle = existing(operation, key, entry, keeper)) return handle;
-  Entry const wanted = entry;  // it may lie in what a watcher is about to change
-  for (U32 attempts = 0;; ++attempts) {
-    VELL_ASSERT(attempts < this->mostCleanupWalks, "attempts < mostCleanupWalks",
-                T::names.qualified, ": its watchers write the key without end while it is written");
-    if (swTable_->unresolvedHas(key)) {
-      trace(traceClient, operation,
-            " : Deleting existing unresolved entry at key : ", T::keyText(key));
-      swTable_->unresolvedDel(key);
-      if (auto handle = existing(operation, key, wanted, keeper)) return handle;
-      if (swTable_->unresolvedHas(key)) continue;  // a watcher of that wrote the key
-    }
-    if (keeper == AutoRemoveType::committed)
-      trace(traceClient, operation, " : Writing new entry at key: ", T::keyText(key));
-    else
-      trace(traceClient, operation, " : Writing new entry at key: ", T::keyText(key),
-            ", entry:", wanted);
-    Vell::Ptr<EntryHandle> const handle = swTable_->entryHandleIs(key, swTable_);
-    keeper == AutoRemoveType::committed ? handle->committed() : void(handle->referenced());
-    handle->entryStateIs(EntryState::unresolved);
-    if (mayHaveCalledOut(*handle)) {
-      if (auto written = existing(operation, key, wanted, keeper)) return written;
-      if (swTable_->unresolvedHas(key) || handle->entryState() != EntryState::unresolved) continue;
-    }
-    auto const claims = handle->claims();
-    auto const unresolved = swTable_->unresolvedIs(key);
-    if (unresolved->swTable())
-      initUnresolvedEntry(*unresolved, wanted);
-    else if (handle->claims() != claims)
-      continue;  // a watcher of the record itself wrote the key
-    return handle;
-  }
-}
-
-/// Whether anybody could have heard of a change of the handle.
-template <class T>
-bool SelectiveGroupAccessor<T>::mayHaveCalledOut(EntryHandle& handle) const {
-  return handle.publisher()->hasWatchers() ||
-         static_cast<SwTable&>(*swTable_).publisher()->hasWatchers();
-}
-
-/// The handle of a key that waits with just that entry, or has it and waits with none; else null.
-template <class T>
-auto SelectiveGroupAccessor<T>::existing(std::string_view operation, Key const& key,
-                                         Entry const& entry, AutoRemoveType keeper) -> HandlePtr {
+  if (swTable_->isGoing()) return this->refused(operation, key);
+  static_cast<void>(this->allocator());  // from the start of the table's life on
+  Entry const wanted = entry;            // it may lie in what a watcher is about to change
+  Operation const wish(*swTable_, key, this->stageOf(keeper));
+  Vell::Ptr<EntryHandle> held;  // its last use must not go between the two wishes
   if (auto const unresolved = swTable_->unresolved(key)) {
-    if (!(unresolved->entry() == entry)) return nullptr;
-    trace(traceClient, operation, " : Found existing unresolved entry at key : ", T::keyText(key),
-          ", entry : ", entry);
-    auto const handle = boundHandle(key);
-    if (handle && keeper == AutoRemoveType::committed) handle->committed();
-    return handle;
+    if (unresolved->entry() == wanted) {
+      trace(traceClient, operation, " : Found existing unresolved entry at key : ", T::keyText(key),
+            ", entry : ", wanted);
+      return waiting(wish);
+    }
+    trace(traceClient, operation,
+          " : Deleting existing unresolved entry at key : ", T::keyText(key));
+    held = swTable_->entryHandle(key);
+    swTable_->unresolvedDel(key);
+    if (wish.isOvertaken()) {
+      this->unusedIndexDel(key);
+      if (keeper == AutoRemoveType::committed && !wish.isRevoked()) held->committed();
+      return held;
+    }
   }
-  if (!swTable_->isValue(key, entry)) return nullptr;
-  trace(traceClient, operation,
-        " : Found already existing resolved entry at key : ", T::keyText(key), ", entry : ", entry);
-  auto const handle = boundHandle(key);
-  if (!handle) return nullptr;
-  keeper == AutoRemoveType::committed ? handle->committed() : void(handle->referenced());
-  handle->entryStateIs(handle->resolvedEntryState());
+  if (swTable_->isValue(key, wanted)) {
+    trace(traceClient, operation,
+          " : Found already existing resolved entry at key : ", T::keyText(key),
+          ", entry : ", wanted);
+    return inPlace(wish);
+  }
+  if (keeper == AutoRemoveType::committed)
+    trace(traceClient, operation, " : Writing new entry at key: ", T::keyText(key));
+  else
+    trace(traceClient, operation, " : Writing new entry at key: ", T::keyText(key),
+          ", entry:", wanted);
+  auto const handle = this->claimedHandle(wish);
+  if (!wish.isOvertaken()) handle->entryStateIs(EntryState::unresolved);
+  if (wish.isOvertaken()) return handle;
+  auto const unresolved = swTable_->unresolvedIs(key);
+  if (!wish.isOvertaken()) initUnresolvedEntry(*unresolved, wanted);
   return handle;
 }
 
-/// The handle of a key that has an entry. One that was about to leave stays; null if a watcher of that
-/// claimed the entry.
+/// That entry waits already, or a newer wish has come: a commit claims it, and nothing else happens.
 template <class T>
-auto SelectiveGroupAccessor<T>::boundHandle(Key const& key) const -> Vell::Ptr<EntryHandle> {
-  auto const handle = validEntryHandle(key);
-  auto const claims = handle->claims();
+auto SelectiveGroupAccessor<T>::waiting(Operation const& wish) -> HandlePtr {
+  auto const handle = boundHandle(wish);
+  if (wish.stage() == Stage::commit && !wish.isRevoked()) handle->committed();
+  return handle;
+}
+
+/// The key has that value, and nothing waits any more.
+template <class T>
+auto SelectiveGroupAccessor<T>::inPlace(Operation const& wish) -> HandlePtr {
+  auto const handle = boundHandle(wish);
+  if (wish.isRevoked()) return handle;
+  this->claim(*handle, wish.stage());
+  if (!wish.isOvertaken()) handle->entryStateIs(handle->resolvedEntryState());
+  return handle;
+}
+
+/// The handle of a key that has an entry. One that was about to leave stays.
+template <class T>
+auto SelectiveGroupAccessor<T>::boundHandle(Operation const& wish) const -> Vell::Ptr<EntryHandle> {
+  auto const handle = validEntryHandle(wish.key());
   if (!handle->swTable()) handle->swTableIs(swTable_);
-  return handle->claims() == claims ? handle : nullptr;
+  return handle;
 }
 
 template <class T>
@@ -132,7 +124,7 @@ void SelectiveGroupAccessor<T>::suggestFromSyncedRows(UnresolvedEntry const& unr
       this->suggestIndexToNeededTable(entry, *synced);
     else
       helper->indexDel(candidate);
-    if (!unresolved.swTable()) return;  // what was suggested resolved it
+    if (unresolved.hasLeft()) return;  // what was suggested resolved it
   }
 }
 
@@ -144,27 +136,25 @@ void SelectiveGroupAccessor<T>::doResolve(UnresolvedEntry& unresolved) {
   Vell::Ptr<UnresolvedEntry> const held(&unresolved);
   auto const key = unresolved.key();
   auto const handle = validEntryHandle(key);
-  // What the hardware still shows needs what it points at until the next write is acknowledged.
+  // What the hardware may show needs what it points at until the next write is acknowledged.
   if (auto const shown = swTable_->resolvedEntry(key);
-      shown && static_cast<bool>(*shown) &&
-      handle->resolvedEntryState() != EntryState::unresolved) {
+      shown && static_cast<bool>(*shown) && handle->life().isTried) {
     handle->pendingEntryEnq(*shown);
-    if (!unresolved.swTable()) return;  // a watcher dropped it, or wrote another one
+    if (unresolved.hasLeft()) return;
   }
   auto entry = unresolved.entry();
   if (auto const& needed = entry.neededEntryHandle()) {
     entry.neededIndexIs(SwTableBase::getHwIndexForDependentField(*needed));
-    if (!unresolved.swTable()) return;  // a hook of the needed table did
+    if (unresolved.hasLeft()) return;
     unresolved.entryIs(entry);
   }
   trace(traceLife, "doResolve", ": key:", T::keyText(key));
-  setResolvedEntry(key, entry);
-  if (unresolved.swTable()) swTable_->unresolvedDel(key);  // else another one has its place
+  if (!unresolved.hasLeft()) setResolvedEntry(key, entry);
+  if (!unresolved.hasLeft()) swTable_->unresolvedDel(key);
 }
 
 template <class T>
-void SelectiveGroupAccessor<T>::setResolvedEntry(Key const& key,
-                                                 Zarn::Optional<Entry> const& value) {
+void SelectiveGroupAccessor<T>::setResolvedEntry(Key const& key, Value const& value) {
   auto prior = swTable_->keyPrior(key);
   // A value that found no index never reached the hardware.
   if (prior == SwTable::KeyPrior::value &&
@@ -177,38 +167,36 @@ void SelectiveGroupAccessor<T>::setResolvedEntry(Key const& key,
 // ---- the way out ----
 
 template <class T>
-auto SelectiveGroupAccessor<T>::removeEntryOf(EntryHandle& handle, Key const& key) -> Removal {
-  using enum SwTableBase::EntryType;
-  using enum SwTableBase::EntryState;
-  auto const claims = handle.claims();
-  auto const isClaimed = [&] { return handle.claims() != claims; };
-  swTable_->unresolvedDel(key);
-  if (isClaimed()) return Removal::cameBack;
-  if (!swTable_->configReplayComplete() && handle.resolvedEntryState() == unresolved)
-    return this->removeAtOnce(handle, key);  // nothing was written
-  VELL_ASSERT(handle.entryType() == referenceOnly,
+void SelectiveGroupAccessor<T>::removeEntryOf(Operation const& removal, EntryHandle& handle) {
+  auto const& key = removal.key();
+  this->recordDel(key);
+  if (removal.isOvertaken()) return;
+  if (!swTable_->configReplayComplete() && !handle.life().isTried)
+    return this->removeAtOnce(removal, handle);  // nothing was written
+  VELL_ASSERT(handle.entryType() == SwTableBase::EntryType::referenceOnly,
               "eh->entryType() == EntryHandle::referenceOnly()", "unexpected entryType ",
               handle.entryType(), " of ", T::names.qualified, " key ", T::keyText(key));
-  if (auto const value = swTable_->resolvedEntry(key)) {
-    handle.pendingEntryEnq(*value);
-    if (isClaimed()) return Removal::cameBack;
-  }
+  if (auto const value = swTable_->resolvedEntry(key)) handle.pendingEntryEnq(*value);
+  if (removal.isOvertaken()) return;
   if (handle.pendingEntry().empty() || !T::isInHwTable(handle))
-    return this->removeAtOnce(handle, key);
+    return this->removeAtOnce(removal, handle);
+  beginDeleteDance(removal, handle);
+}
+
+template <class T>
+void SelectiveGroupAccessor<T>::beginDeleteDance(Operation const& removal, EntryHandle& handle) {
+  auto const& key = removal.key();
   trace(traceLife, "cleanup", " begin delete dance, key : ", T::keyText(key));
   handle.doAmendReferences();
-  handle.entryTypeIs(inDeletion);
-  handle.entryStateIs(unresolved);
-  if (isClaimed()) return Removal::cameBack;
-  if (swTable_->hasValue(key)) {
-    setResolvedEntry(key, {});
-  } else {  // the write without a value is under way, from before the entry came back and went again
-    VELL_ASSERT(handle.resolvedEntryState() == inProgress,
-                "eh->resolvedEntryState() == inProgress()", T::names.qualified, " key ",
-                T::keyText(key), " state ", handle.resolvedEntryState());
-    handle.entryStateIs(inProgress);
-  }
-  return isClaimed() ? Removal::cameBack : Removal::leaves;
+  handle.entryTypeIs(SwTableBase::EntryType::inDeletion);
+  handle.entryStateIs(EntryState::unresolved);
+  if (removal.isOvertaken()) return;
+  if (swTable_->hasValue(key)) return setResolvedEntry(key, {});
+  // The write without a value is under way, from before the entry came back and went again.
+  VELL_ASSERT(handle.resolvedEntryState() == EntryState::inProgress,
+              "eh->resolvedEntryState() == inProgress()", T::names.qualified, " key ",
+              T::keyText(key), " state ", handle.resolvedEntryState());
+  handle.entryStateIs(EntryState::inProgress);
 }
 
 template <class T>
@@ -226,17 +214,19 @@ void SelectiveGroupAccessor<T>::endDeleteDance(EntryHandle& handle, Key const& k
 }
 
 template <class T>
-void SelectiveGroupAccessor<T>::handleOutsideGone(EntryHandle& handle, Key const& key) {
+void SelectiveGroupAccessor<T>::removeOutside(EntryHandle& handle, Key const& key) {
   using enum SwTableBase::EntryType;
   bool const keyHasHandle = swTable_->entryHandle(key) != nullptr;
   switch (handle.entryType()) {
     case inDeletion:
       trace(traceLife, "cleanup", " delete dance complete, key : ", T::keyText(key));
-      swTable_->leaverForget(handle);
+      swTable_->outsiderForget(handle);
       return;
     case unset:
       VELL_ASSERT(!keyHasHandle, "!swTable_->entryHandleHas( key )", T::names.qualified, " key ",
                   T::keyText(key));
+      swTable_->outsiderForget(handle);
+      this->recordDel(key);
       this->deleteResolvedEntry(key);
       return;
     case referenceOnly:
@@ -252,19 +242,22 @@ void SelectiveGroupAccessor<T>::handleOutsideGone(EntryHandle& handle, Key const
 // ---- restart ----
 
 template <class T>
-void SelectiveGroupAccessor<T>::writeWithoutValue(Key const& key) {
-  auto const hwIndex = this->doRetrieveHwIndex(key).value();
-  this->programHwEntry(key, EntryState::inProgress);
+void SelectiveGroupAccessor<T>::writeWithoutValue(Operation& operation, Value const& value) {
+  auto const hwIndex = this->doRetrieveHwIndex(operation.key()).value();
+  this->template programHwEntry<Fennlog::Time::asMessageBefore>(operation, value,
+                                                                EntryState::inProgress);
   if (!hwIndex.isExhausted()) swTable_->syncedEntryDel(hwIndex);  // the row is the key's now
 }
 
 template <class T>
 bool SelectiveGroupAccessor<T>::processIndexSuggestion(EntryHandle& handle, Index hwIndex) {
   auto const key = handle.key();
+  if (swTable_->resolvedHas(key))
+    return swTable_->hasValue(key) && GroupAccessor<T>::processIndexSuggestion(handle, hwIndex);
   // An entry that waits has nothing to compare yet; the candidate stays for when it has.
   if (auto const unresolved = swTable_->unresolved(key))
     this->suggestIndexToNeededTable(unresolved->entry(), swTable_->syncedEntry(hwIndex));
-  return swTable_->hasValue(key) && GroupAccessor<T>::processIndexSuggestion(handle, hwIndex);
+  return false;
 }
 
 template <class T>
@@ -282,13 +275,12 @@ void SelectiveGroupAccessor<T>::refusedRowsDel() {
   this->forEachHandle([&](EntryHandle& handle) {
     auto const hwIndex = this->doRetrieveHwIndex(handle.key()).value();
     if (handle.resolvedEntryState() != EntryState::failedNoIndex || hwIndex.isExhausted() ||
-        !handle.isOverFoundRow())
+        !handle.life().isOverFound)
       return;
-    handle.overFoundRowIs(false);
+    handle.life().isOverFound = false;
     trace(traceKey, "purgeStaleEntries", ": Deleting refused hwEntry at index:", hwIndex);
-    handle.trackedIs(false);  // the next write is the first
-    util->updateHwIndexRefCountTracker(swTable_->hwTable(), hwIndex.value(),
-                                       IndexUserTracker::OpType::userRemove);
+    handle.life().tracked = EntryLife::Tracked::no;  // the next write is the first
+    this->tellTracker(*util, hwIndex, IndexUserTracker::OpType::userRemove);
     this->deleteRow(*util, hwIndex);
   });
 }

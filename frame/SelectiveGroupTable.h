@@ -14,8 +14,6 @@
 
 #pragma once
 
-#include <vector>
-
 #include "frame/GroupTable.h"
 #include "frame/SelectiveEntryIterator.h"
 #include "frame/UnresolvedEntries.h"
@@ -120,18 +118,9 @@ class SelectiveGroupTable : public GroupTable<T, Sheet>, public UnresolvedEntrie
   using Waiting::unresolvedDelAll;
   using Waiting::unresolvedHas;
 
-  /// A handle that leaves at the end of its dance has its table until its last use goes: that ends
-  /// the removal. The table remembers it, and takes itself back if it goes before.
-  void handleLeft(EntryHandle& handle);
-  void leaverForget(EntryHandle& handle);
-  void leaversForget();
-
  protected:
   explicit SelectiveGroupTable(Vell::String name) : Group(std::move(name)) {}
   ~SelectiveGroupTable() override = default;
-
- private:
-  std::vector<EntryHandle*> leavers_;
 };
 
 }  // namespace Asic

@@ -3,8 +3,6 @@
 
 #pragma once
 
-#include <algorithm>
-
 #include "frame/GroupTableDefinitions.h"
 #include "frame/SelectiveGroupAccessorDefinitions.h"
 #include "frame/SelectiveGroupTable.h"
@@ -40,25 +38,6 @@ void SelectiveGroupTable<T, Sheet>::unresolvedEntryIs(UnresolvedEntry& record, E
   SwTable::OperationScope const scope(*this);
   record.neededEntryHandleSmDelAll();
   typename Group::AccessorT(this->table()).initUnresolvedEntry(record, entry);
-}
-
-template <class T, class Sheet>
-void SelectiveGroupTable<T, Sheet>::handleLeft(EntryHandle& handle) {
-  if (handle.entryType() == SwTableBase::EntryType::inDeletion && handle.swTable())
-    leavers_.push_back(&handle);
-  else
-    handle.swTableIs(nullptr);
-}
-
-template <class T, class Sheet>
-void SelectiveGroupTable<T, Sheet>::leaverForget(EntryHandle& handle) {
-  std::erase(leavers_, &handle);
-  handle.swTableForget();
-}
-
-template <class T, class Sheet>
-void SelectiveGroupTable<T, Sheet>::leaversForget() {
-  for (auto* const handle : std::exchange(leavers_, {})) handle->swTableForget();
 }
 
 }  // namespace Asic

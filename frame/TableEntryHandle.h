@@ -48,7 +48,9 @@ class TableEntryHandle final : public SwTable::EntryHandle,
   ~TableEntryHandle() override;
   /// The same as an object of its own, in no table.
   static Vell::Ptr<TableEntryHandle> EntryHandleIs(Key key, T* table) {
-    return new TableEntryHandle(std::move(key), table);
+    Vell::Ptr<TableEntryHandle> const made = new TableEntryHandle(std::move(key), table);
+    if (table) table->outsiderIs(*made);
+    return made;
   }
 
   void lastUserGone() override;

@@ -13,8 +13,7 @@ constinit Zarn::AllocTrackTypeInfo TableEntryHandle<T>::memAllocationTracker_{
 template <class T>
 TableEntryHandle<T>::~TableEntryHandle() {
   this->nodeFlagSet(Vell::Node::freedAtZeroFlag, false);
-  if constexpr (Trait::tableNeedsDeleteDance<T>)
-    if (swTable_) swTable_->leaverForget(*this);
+  if (swTable_) swTable_->outsiderForget(*this);
   pendingEntry_.doClear(PendingEntry::Numbering::dropped);
   key_ = Key();
 }

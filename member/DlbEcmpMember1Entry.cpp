@@ -57,6 +57,12 @@ Block::Entry Block::entryInternalDel(Index offset) {
   return removed.value_;
 }
 
+// A result is no part of the identity.
+void Block::neededIndexIs(Index offset, Asic::Index index) {
+  if (!entryInternalHas(offset)) return;
+  own().map.lookupNodeG(offset)->value_.neededIndexIs(index);
+}
+
 U32 Block::hashOfRows(U32 seed) const {
   Zarn::Hash hash(seed);
   forEach([&](Index offset, Entry const& row) {

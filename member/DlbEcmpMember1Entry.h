@@ -78,21 +78,14 @@ class DlbEcmpMember1EntryBlock final : public Asic::EntryBase {
   Entry entryInternalDel(Index offset);
   void entryInternalDelAll() { rows_ = nullptr; }
 
-  /// Calls `visitor(offset, row)` for each row, in the order of the map. It must not change the
-  /// block otherwise, nor what a row is told from others by.
+  /// Calls `visitor(offset, row)` for each row, in the order of the map. It must not change this block.
   template <class Visitor>
   void forEach(Visitor&& visitor) const {
     using Walk = Zarn::HashMap2018UnsafeIteratorConstGeneric<EntryInternalMap>;
     for (Walk at(entryInternal()); at; ++at) visitor(at.currNode()->key(), at.currNode()->value_);
   }
-  template <class Visitor>
-  void forEach(Visitor&& visitor) {
-    if (!rows_) return;
-    using Walk = Zarn::HashMap2018UnsafeIteratorConstGeneric<EntryInternalMap>;
-    auto& map = own().map;
-    for (Walk at(map); at; ++at)
-      visitor(at.currNode()->key(), const_cast<Entry&>(at.currNode()->value_));
-  }
+  /// Writes the index of what a row needs into it; nothing if the offset is absent.
+  void neededIndexIs(Index offset, Asic::Index index);
 
   /// The rows held.
   U32 getBlockSize() const override { return entryInternal().count(); }

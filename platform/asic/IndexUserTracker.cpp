@@ -85,6 +85,11 @@ void IndexUserTracker::recoveredUseStands(Index index) {
   at->second.found = false;
 }
 
+void IndexUserTracker::recoveredUseClaimed(Index index) {
+  auto const at = uses_.find(index.value());
+  if (at != uses_.end()) at->second.recovered = false;  // one user, active: as it was recovered
+}
+
 IndexUserTracker::Uses IndexUserTracker::uses(Index index) const {
   auto const found = uses_.find(index.value());
   return found == uses_.end() ? Uses{} : found->second;
@@ -98,6 +103,10 @@ IndexUserTracker& IndexUserTracker::Stub::tracker(HwTable& hwTable) {
 
 void IndexUserTracker::Stub::recoveredUseStands(HwTable* hwTable, Index index) {
   if (hwTable && hwTable->indexUserTracker_) hwTable->indexUserTracker_->recoveredUseStands(index);
+}
+
+void IndexUserTracker::Stub::recoveredUseClaimed(HwTable* hwTable, Index index) {
+  if (hwTable && hwTable->indexUserTracker_) hwTable->indexUserTracker_->recoveredUseClaimed(index);
 }
 
 void IndexUserTracker::Stub::recoveryEnded(HwTable* hwTable) {

@@ -49,6 +49,9 @@ class IndexUserTracker {
   /// An entry that was put over the recovered row at `index` has a use of its own beside the
   /// recovered one (invariant 2 took them for one): the purge is about to take that one away.
   void recoveredUseStands(Index index);
+  /// The recovered use at `index`, if nobody has operated on it yet, is that of a key whose entry was
+  /// found there: another `userAdd` is a use of its own.
+  void recoveredUseClaimed(Index index);
   /// Nothing that was recovered will be purged any more (invariant 3).
   void recoveryEnded() {
     recovering_ = false;
@@ -66,6 +69,8 @@ class IndexUserTracker {
     static IndexUserTracker& tracker(HwTable& hwTable);
     /// Tells the tracker of `hwTable`, which may be null, that a recovered use stands for itself.
     static void recoveredUseStands(HwTable* hwTable, Index index);
+    /// The same of a recovered use that a key has without having told it.
+    static void recoveredUseClaimed(HwTable* hwTable, Index index);
     /// Tells the tracker of `hwTable`, which may be null, that the recovery has ended.
     static void recoveryEnded(HwTable* hwTable);
     /// Drops the tracker numbered `instance` of `hwTable`, which may be null; a table has one,

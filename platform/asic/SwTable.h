@@ -15,6 +15,8 @@
 //  2. `resolvedKeyPrior` and `reconcilingEntry` belong to the operation in progress. An operation
 //     that runs inside another (from a watcher, or from a plug-in's hook) leaves them as it found
 //     them, so that the outer one can go on; `OperationScope` sees to that.
+//  3. Operations in progress on one key know of each other: the older one stops where a newer one has
+//     carried what it was called for (frame/KeyOperation.h).
 //
 // Threading: the thread of the owning agent.
 
@@ -64,6 +66,7 @@ class SwTable : public SwTableBase {
  public:
   class Util;
   class OperationScope;
+  class KeyOperation;
   class EntryHandle;
   class UnresolvedEntry;
   class IndexHelper;
@@ -128,6 +131,8 @@ class SwTable : public SwTableBase {
   Util* util() const { return util_.get(); }
   void utilIs(Vell::Ptr<Util> util);
 
+  /// The last use has gone: from here on the table takes no wish any more.
+  bool isGoing() const { return isGoing_; }
   bool configReplayComplete() const { return configReplayComplete_; }
   void configReplayCompleteIs(bool complete);
   KeyPrior resolvedKeyPrior() const { return resolvedKeyPrior_; }
@@ -141,6 +146,11 @@ class SwTable : public SwTableBase {
  protected:
   explicit SwTable(Vell::String name) : name_(std::move(name)) {}
   ~SwTable() override;
+  /// Uses taken and dropped from here on free nothing, and `isGoing` is true.
+  void goingIs() {
+    nodeFlagSet(freedAtZeroFlag, false);
+    isGoing_ = true;
+  }
 
  private:
   friend class ResponseSm;
@@ -155,8 +165,10 @@ class SwTable : public SwTableBase {
   bool hwResponseNeeded_ = false;
   bool configReplayComplete_ = false;
   bool reconcilingEntry_ = false;
+  bool isGoing_ = false;
   KeyPrior resolvedKeyPrior_ = KeyPrior::noKey;
   U32 operationDepth_ = 0;
+  KeyOperation* keyOperation_ = nullptr;  ///< the innermost in progress
 };
 
 /// Stands around an operation that calls out: holds a use of the table until it is done,
@@ -182,6 +194,71 @@ class SwTable::OperationScope {
   Vell::Ptr<SwTable> table_;
   KeyPrior outerPrior_;
   bool outerReconciling_;
+};
+
+/// What all operations on a key have in common, whatever the key's type: a place in the table's chain
+/// of those in progress, and whether a newer one has overtaken this one. See frame/KeyOperation.h.
+class SwTable::KeyOperation {
+ public:
+  /// What an operation does about its key.
+  enum class Stage : U8 {
+    commit,       ///< the table shall have an entry there
+    reference,    ///< somebody needs an entry there
+    revocation,   ///< a commit is taken back
+    programming,  ///< a changed value of the collection is carried to the hardware
+    outcome,      ///< what became of a write is told
+    removal,      ///< an entry that nobody needs leaves
+  };
+
+  KeyOperation(KeyOperation const&) = delete;
+  KeyOperation& operator=(KeyOperation const&) = delete;
+
+  Stage stage() const { return stage_; }
+  /// Whether a newer operation has carried what this one was called for: it stops then.
+  bool isOvertaken() const { return isOvertaken_; }
+  /// Whether that newer one, the newest if there were several, has taken back what this one wanted.
+  bool isRevoked() const {
+    return isOvertaken_ && (newest_ == Stage::revocation || newest_ == Stage::removal);
+  }
+
+ protected:
+  KeyOperation(SwTable& table, Stage stage)
+      : table_(table), outer_(std::exchange(table.keyOperation_, this)), stage_(stage) {}
+  ~KeyOperation() { table_.keyOperation_ = outer_; }
+
+  KeyOperation* outer() const { return outer_; }
+  void overtakenBy(Stage newer) {
+    if (!overtakes(newer, stage_)) return;
+    isOvertaken_ = true;
+    newest_ = newer;
+  }
+
+ private:
+  /// The whole rule. An older wish gives way to a newer one and to its being taken back; what is on its
+  /// way to the hardware, or comes from there, to a newer change of the same key; a removal, to whoever
+  /// wants the entry.
+  static constexpr bool overtakes(Stage newer, Stage older) {
+    using enum Stage;
+    switch (older) {
+      case commit:
+      case reference:
+        return newer != programming && newer != outcome;
+      case revocation:
+        return newer == commit;
+      case programming:
+      case outcome:
+        return newer == programming;
+      case removal:
+        return newer == commit || newer == reference || newer == removal;
+    }
+    return false;
+  }
+
+  SwTable& table_;
+  KeyOperation* outer_;
+  Stage stage_;
+  bool isOvertaken_ = false;
+  Stage newest_ = Stage::programming;
 };
 
 /// The base of every table's chip hooks.

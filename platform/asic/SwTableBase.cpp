@@ -53,6 +53,19 @@ void SwTableBase::EntryHandle::resolvedEntryStateIs(EntryState state) {
   publisher_.publishChangeRecursive(resolvedEntryStateField, nullptr, &previous, nullptr);
 }
 
+void SwTableBase::EntryHandle::statesEnd() {
+  using enum EntryState;
+  Vell::Ptr<EntryHandle> const held(this);
+  bool const waits = entryState_ == unresolved || entryState_ == failedNeededEntry;
+  hwIndex_ = {};
+  auto const resolvedBefore = std::exchange(resolvedEntryState_, unresolved);
+  auto const before = waits ? unresolved : std::exchange(entryState_, unresolved);
+  if (before != unresolved)
+    publisher_.publishChangeRecursive(entryStateField, nullptr, &before, nullptr);
+  if (resolvedBefore != unresolved)
+    publisher_.publishChangeRecursive(resolvedEntryStateField, nullptr, &resolvedBefore, nullptr);
+}
+
 std::ostream& operator<<(std::ostream& out, SwTableBase::EntryState state) {
   static constexpr std::array names{"unresolved",        "inProgress", "indexReconciled",
                                     "frameworkComplete", "success",    "failedNeededEntry",

@@ -115,6 +115,11 @@ class SwTableBase::EntryHandle : public Vell::Node {
   /// writer may have been wrong.
   static EntryHandle* atAddress(U64 address);
 
+ protected:
+  /// The entry is in the hardware no more: it has no index, and is `unresolved` in both states. That is
+  /// told, but no hook runs. The `entryState` of an entry that waits stays, as it is that of a later wish.
+  void statesEnd();
+
  private:
   Asic::Index hwIndex_;
   EntryState entryState_ = EntryState::unresolved;

@@ -16,13 +16,17 @@ void SwTable::EntryHandle::tableUseIs(TableUse use) {
 }
 
 void SwTable::EntryHandle::committed() {
-  ++commits_;
   tableUseIs(TableUse::counted);
   entryTypeIs(EntryType::committed);
 }
 
+EntryLife SwTable::EntryHandle::lifeEnds() {
+  auto const ended = std::exchange(life_, {});
+  statesEnd();
+  return ended;
+}
+
 bool SwTable::EntryHandle::referenced() {
-  ++references_;
   if (entryType() != EntryType::unset && entryType() != EntryType::inDeletion) return false;
   entryTypeIs(EntryType::referenceOnly);
   tableUseIs(TableUse::uncounted);

@@ -6,6 +6,8 @@
 //  2. The table's use counts unless the entry is only referenced; from `doAmendReferences` on it
 //     counts whatever the type, so that the handle can be taken out of the collection and released
 //     once.
+//  3. An entry that comes back begins a new life: what was known of the former one went with
+//     `lifeEnds`, which stands at the beginning of every removal of its rows.
 
 #pragma once
 
@@ -19,6 +21,26 @@ enum class AutoRemoveType : U8 {
   committed = 1,   ///< it stays until it is removed
 };
 
+/// What is known of an entry in the hardware beside its states and its index, from its first way there,
+/// or from the moment when its rows were found, until they go.
+struct EntryLife {
+  enum class Tracked : U8 { no, inactive, active };
+  enum class Found : U8 { no, part, whole };
+
+  /// What the index tracker knows of the entry, told by a write or found by sync: nothing, also where
+  /// a write found no index; an entry without a value; one with a value.
+  Tracked tracked = Tracked::no;
+  /// Rows that the tracker knows, of an entry of several: they are written one after the other.
+  U32 trackedRows = 0;
+  /// Which of its rows sync had found in its place.
+  Found found = Found::no;
+  /// It is written over rows that sync had found, and no such write was acknowledged as done: they may
+  /// show what an earlier life put there.
+  bool isOverFound = false;
+  /// A write of its value was tried, or its row was found to hold it: the row may show it.
+  bool isTried = false;
+};
+
 class SwTable::EntryHandle : public SwTableBase::EntryHandle {
  public:
   /// Makes the table's own use count.
@@ -30,45 +52,21 @@ class SwTable::EntryHandle : public SwTableBase::EntryHandle {
   TableUse tableUse() const { return tableUse_; }
   void tableUseIs(TableUse use);
 
-  /// Moves with every commit of the entry, so that an operation that let others run can tell
-  /// whether the entry was committed anew meanwhile.
-  U32 commits() const { return commits_; }
-  /// Moves with every commit and every reference, for an operation that either of them undoes.
-  U32 claims() const { return commits_ + references_; }
-  /// Moves with every write of the entry, and where its row is found to need none, so that the outcome of
-  /// one can be told from that of another.
-  U32 writes() const { return writes_; }
-  void writeBegins() { ++writes_; }
   /// The entry belongs to the table now: its use counts.
   void committed();
   /// Somebody needs the entry. Unless the table owns it, it lives as long as its handle is held: the
   /// table's use counts no more. True if that is new.
   bool referenced();
 
-  /// Whether the index tracker has a use of the entry, told by a write or found by sync. A write
-  /// that found no index tells it nothing, so that the next one still has to.
-  bool isTracked() const { return isTracked_; }
-  void trackedIs(bool tracked) {
-    if (tracked == isTracked_) return;
-    isTracked_ = tracked;
-    isActive_ = tracked;
-  }
-  /// Whether the entry was written over a row that sync had found, and no such write was acknowledged as
-  /// done: the row may show what an earlier life put there.
-  bool isOverFoundRow() const { return isOverFoundRow_; }
-  void overFoundRowIs(bool over) { isOverFoundRow_ = over; }
-  /// Whether that use is an active one, of an entry with a value.
-  bool isActive() const { return isActive_; }
-  void activeIs(bool active) { isActive_ = active; }
+  EntryLife const& life() const { return life_; }
+  EntryLife& life() { return life_; }
+  /// Ends the life, and gives what was known of it. The handle is as new, whoever may bring the entry
+  /// back: the states are told, so this calls out.
+  EntryLife lifeEnds();
 
  private:
+  EntryLife life_;
   TableUse tableUse_ = TableUse::counted;
-  bool isTracked_ = false;
-  bool isActive_ = false;
-  bool isOverFoundRow_ = false;
-  U32 commits_ = 0;
-  U32 references_ = 0;
-  U32 writes_ = 0;
 };
 
 }  // namespace Asic

@@ -42,6 +42,7 @@ class SwTable::UnresolvedEntry : public Vell::Node {
 
   /// The table that the record is in; null once it has left.
   SwTable* swTable() const { return swTable_; }
+  bool hasLeft() const { return swTable_ == nullptr; }
   void swTableIs(SwTable* table) { swTable_ = table; }
 
  private:

@@ -148,7 +148,8 @@ TYPED_TEST(ReentrancyTest, ATableEndsEmptyWhateverItsWatchersCommit) {
     if (commits < 30) table->entryCommit(this->k(commits++), this->e(2));
   });
   this->at_.table = nullptr;
-  EXPECT_EQ(commits, 30u);
+  EXPECT_EQ(commits, 20u)
+      << "each key that goes is told, and what is committed meanwhile is not taken";
   EXPECT_TRUE(this->at_.util->rows.empty());
 }
 

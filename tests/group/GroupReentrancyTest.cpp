@@ -81,11 +81,8 @@ TYPED_TEST(GroupReentrancy, aWatcherOfANewHandleMayRemoveItsKey) {
     if (event == "published 0x286 5 new" && removals++ < 3) at.remove(5);
   };
   auto handle = at.commit(5, 1);
-  EXPECT_EQ(at.table->entryHandle(at.key(5)).get(), handle.get());
+  EXPECT_EQ(at.table->entryHandle(at.key(5)), nullptr) << "the newest wish is that it goes";
   isConsistent(at);
-  at.remove(5);
-  removals = 0;
-  handle = nullptr;
   handle = at.table->entryRef(at.key(5), at.entry(2));
   EXPECT_EQ(handle->useCount(), 1u) << "the removals took nothing of it";
   at.util->onEvent = nullptr;

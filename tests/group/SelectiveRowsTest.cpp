@@ -210,7 +210,7 @@ TYPED_TEST(SelectiveRows, anEntryThatComesBackAndWaitsTakesANewIndex) {
        "U waiting, R no value, T committed, E unresolved, S inProgress, Q 1",
        {"published 0x286 7 new"});
   EXPECT_TRUE(AT.table->entryHas(AT.key(7)));
-  STEP(22, [&] { AT.answer(0); }, "U waiting, R none, T committed, E unresolved, S success, Q 0",
+  STEP(22, [&] { AT.answer(0); }, "U waiting, R none, T committed, E unresolved, S unresolved, Q 0",
        {"tracker 0 userRemoveInactive", "delete 0", "published 0x289 7 was -"});
   EXPECT_EQ(AT.usesOf(this->b_), 0u);
   auto const other = AT.commit(1, this->b_);
