@@ -44,8 +44,9 @@ class BlockAccessor : public HandleAccessor<T> {
   /// Gets the key an index, writes its rows, tells its handle.
   template <Fennlog::Time time = Fennlog::Time::now>
   void programHwEntry(Operation& operation, Rows const& rows, EntryState entryState);
-  /// Deletes the rows of a key that has gone, and gives up its index.
-  void removeHwEntry(Operation& operation);
+  /// Deletes the rows of an entry whose life has ended.
+  void hwTableEntryDel(Util const& util, Operation& operation, Index hwIndex,
+                       EntryLife const& life);
 
   // Removal.
 
@@ -86,7 +87,6 @@ class BlockAccessor : public HandleAccessor<T> {
 
   void writeRows(Util const& util, Operation& operation, Rows const& rows, Index hwIndex,
                  EntryHandle* handle);
-  void deleteRows(Util const& util, Operation& operation, Index hwIndex, U32 rows);
   bool adoptSuggestion(EntryHandle& handle, Index index);
   void suggestIndicesToNeededTable(Rows const& rows, Index baseIndex);
   void staleBlock(Util const& util, Index index);

@@ -126,33 +126,13 @@ void BlockAccessor<T>::writeRows(Util const& util, Operation& operation, Rows co
   }
 }
 
-template <class T>
-void BlockAccessor<T>::removeHwEntry(Operation& operation) {
-  auto const& key = operation.key();
-  auto const hwIndex = this->doRetrieveHwIndex(key).value();
-  this->traceHwIndex(hwIndex);
-  auto const util = this->utilIfExists();
-  // From here on the handle leads no dependent there, also none that comes from a hook.
-  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
-  U32 const rows = handle ? this->endLife(*handle, hwIndex).trackedRows : T::blockSizeOf(key);
-  bool const isWritten = util && !hwIndex.isExhausted() && rows != 0;
-  if (isWritten)
-    deleteRows(*util, operation, hwIndex, rows);
-  else if (util)
-    trace(traceKey, "handleEntry", "No entry in HwTable for this key. Skip delete");
-  if (hwIndex.isExhausted() || operation.isOvertaken()) return;
-  if (isWritten && !swTable_->configReplayComplete())
-    swTable_->updateStatistic(ReconciliationStatus::reconcileDeleted);
-  // The rows are gone before the index is free.
-  this->releaseIndex(key);
-}
-
 /// A hook may bring the entry back, which then has all its rows anew, at the index that it still has; or
 /// bring it back and remove it. What the tracker had of the life that ends, ends all the same.
 template <class T>
-void BlockAccessor<T>::deleteRows(Util const& util, Operation& operation, Index hwIndex, U32 rows) {
+void BlockAccessor<T>::hwTableEntryDel(Util const& util, Operation& operation, Index hwIndex,
+                                       EntryLife const& life) {
   trace(traceKey, "hwTableEntryDel", ": Deleting entry at key:", operation.key());
-  for (U32 i = 0; i < rows; ++i) {
+  for (U32 i = 0; i < life.trackedRows; ++i) {
     U32 const row = hwIndex.value() + i;
     hook([&] { util.updateHwIndexRefCountTracker(swTable_->hwTable(), row, Tracker::userRemove); });
     if (!this->isRowTaken(row)) hook([&] { util.hwTableEntryDel(*swTable_, row); });

@@ -52,7 +52,6 @@ class DirectAccessor : public AccessorBase<T> {
   using Stage = SwTable::KeyOperation::Stage;
   using AccessorBase<T>::swTable_;
   using AccessorBase<T>::trace;
-  using AccessorBase<T>::hook;
 
   static constexpr bool keyIsHwIndex = Trait::isKnownIndexTable<T>;
 

@@ -60,8 +60,9 @@ class GroupAccessor : public HandleAccessor<T> {
   /// the entry had before a restart (`indexReconciled`).
   template <Fennlog::Time time = Fennlog::Time::now>
   void programHwEntry(Operation& operation, Value const& value, EntryState entryState);
-  /// Deletes the row of a key that has gone, and gives up its index.
-  void removeHwEntry(Operation& operation);
+  /// Deletes the row of an entry whose life has ended.
+  void hwTableEntryDel(Util const& util, Operation& operation, Index hwIndex,
+                       EntryLife const& life);
   /// The outcome of a write, on its way from `resolvedEntryState` to `entryState`.
   void handleResolvedEntryState(EntryHandle& handle);
 
@@ -113,9 +114,6 @@ class GroupAccessor : public HandleAccessor<T> {
   void hwTableEntryIs(Util const& util, Operation& operation, Value const& value, Index hwIndex,
                       EntryHandle* handle);
   void tellWrite(Util const& util, Index hwIndex, EntryHandle* handle, bool hasValue);
-  void hwTableEntryDel(Util const& util, Operation& operation, Index hwIndex,
-                       EntryLife::Tracked tracked);
-  EntryLife::Tracked endTracked(EntryHandle* handle, Index hwIndex) const;
   bool isFreeFor(Key const& key, Index hwIndex) const;
   bool isOwnRow(Index hwIndex) const;
 };

@@ -117,41 +117,11 @@ void GroupAccessor<T>::tellWrite(Util const& util, Index hwIndex, EntryHandle* h
 }
 
 template <class T>
-void GroupAccessor<T>::removeHwEntry(Operation& operation) {
-  auto const& key = operation.key();
-  auto const hwIndex = this->doRetrieveHwIndex(key).value();
-  this->traceHwIndex(hwIndex);
-  auto const util = this->utilIfExists();
-  // From here on the handle leads no dependent there, also none that comes from a hook.
-  auto const tracked = endTracked(swTable_->entryHandle(key).get(), hwIndex);
-  // An entry that was never written has nothing here, also if another table has given its key an
-  // index meanwhile.
-  bool const isWritten = util && !hwIndex.isExhausted() && tracked != EntryLife::Tracked::no;
-  if (isWritten)
-    hwTableEntryDel(*util, operation, hwIndex, tracked);
-  else if (util)
-    trace(traceKey, "handleEntry", "No entry in HwTable for this key. Skip delete");
-  if (hwIndex.isExhausted() || operation.isOvertaken()) return;
-  if (isWritten && !swTable_->configReplayComplete())
-    swTable_->updateStatistic(ReconciliationStatus::reconcileDeleted);
-  this->releaseIndex(key);
-}
-
-/// What the tracker knew of the life that ends here.
-template <class T>
-EntryLife::Tracked GroupAccessor<T>::endTracked(EntryHandle* handle, Index hwIndex) const {
-  using enum EntryLife::Tracked;
-  if (handle) return this->endLife(*handle, hwIndex).tracked;
-  return this->trackerOfDelete() == Tracker::userRemove ? active : inactive;
-}
-
-template <class T>
 void GroupAccessor<T>::hwTableEntryDel(Util const& util, Operation& operation, Index hwIndex,
-                                       EntryLife::Tracked tracked) {
+                                       EntryLife const& life) {
   trace(traceKey, "hwTableEntryDel", ": Deleting entry at key:", T::keyText(operation.key()));
-  tellTracker(
-      util, hwIndex,
-      tracked == EntryLife::Tracked::active ? Tracker::userRemove : Tracker::userRemoveInactive);
+  bool const isActive = life.tracked == EntryLife::Tracked::active;
+  tellTracker(util, hwIndex, isActive ? Tracker::userRemove : Tracker::userRemoveInactive);
   if (!this->isRowTaken(hwIndex)) deleteRow(util, hwIndex);
 }
 
@@ -193,7 +163,7 @@ void GroupAccessor<T>::handleResolvedEntryState(EntryHandle& handle) {
   VELL_ASSERT(outcome == success, "resolvedEntryState == success()", T::names.qualified, " key ",
               T::keyText(key), " outcome ", outcome);
   if constexpr (Trait::tableNeedsDeleteDance<T>)
-    this->self().endDeleteDance(handle, key, handle.entryState());
+    this->self().endDeleteDance(handle, key);
   else
     VELL_ASSERT(false, "Trait::tableNeedsDeleteDance", T::names.qualified, " key ", T::keyText(key),
                 " has lost its value");

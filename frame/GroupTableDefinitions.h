@@ -37,7 +37,10 @@ auto GroupTable<T, Sheet>::entryWriteAtIndex(Index hwIndex, Key key, Entry const
   SwTable::OperationScope const scope(*this);
   if (!SwTable::isGoing())
     this->indexAllocator()->requestIndexForKey(hwIndex, keyType(), &key, this);
-  return AccessorT(this->table()).entryCommit(key, entry);
+  auto handle = AccessorT(this->table()).entryCommit(key, entry);
+  // The commit may have been taken back from inside of it.
+  AccessorT(this->table()).unusedIndexDel(key);
+  return handle;
 }
 
 template <class T, class Sheet>

@@ -3,7 +3,7 @@
 // allocator, and the end of the table. What an entry's key means in the hardware is the affair of the
 // classes derived from this one.
 //
-// Of a class derived from this one it calls `programHwEntry`, `removeHwEntry`, `reconcileSyncedEntry`,
+// Of a class derived from this one it calls `programHwEntry`, `hwTableEntryDel`, `reconcileSyncedEntry`,
 // `reconcileUsingIndexHelper`, `processIndexSuggestion`, `syncedRowsDel`, `removeEntryOf`,
 // `removeOutside` and `handleStaleEntries`.
 //
@@ -67,6 +67,8 @@ class HandleAccessor : public AccessorBase<T> {
 
   // Removal.
 
+  /// Deletes the rows of a key that has gone, and gives up its index.
+  void removeHwEntry(Operation& operation);
   /// Takes back the commit of one entry.
   void entryRemove(Key const& key);
   /// Removes an entry whose last user has gone.
@@ -90,6 +92,8 @@ class HandleAccessor : public AccessorBase<T> {
   void doInitAllocator();
   /// The key's index, which may be the exhausted one. Never allocates.
   Zarn::Optional<Index> doRetrieveHwIndex(Key const& key) const;
+  /// Gives up the index of a key that has neither a value nor a record.
+  void unusedIndexDel(Key const& key);
   /// Ends a write with the handle's final state if the environment asks for that: the variable
   /// PUBLISH_ENTRY_HANDLE_PROGRAMMED_STATE is a number other than 0, as first read.
   void doCompleteEntryHandleForTesting(Key const& key);
@@ -127,8 +131,6 @@ class HandleAccessor : public AccessorBase<T> {
   bool waits(Key const& key) const;
   /// Takes out the record of an entry that waits; an index that was only asked for ahead goes with it.
   void recordDel(Key const& key);
-  /// Gives up the index of a key that has neither a value nor a record.
-  void unusedIndexDel(Key const& key);
   void releaseIndex(Key const& key);
   /// Whether the row is by now that of an entry of this table: a hook may have freed the index, through
   /// another table too, and brought an entry there.
@@ -145,7 +147,7 @@ class HandleAccessor : public AccessorBase<T> {
   void placeTold(EntryHandle& handle, Index hwIndex) const;
   /// Ends the life of an entry whose rows are about to go, and gives what was known of it; whoever brings
   /// it back finds the handle as new.
-  EntryLife endLife(EntryHandle& handle, Index hwIndex) const;
+  EntryLife endLife(Key const& key, Index hwIndex) const;
   /// Binds the handle to the place where the hardware holds its entry.
   void adoptIndex(Operation& operation, Index hwIndex, ReconciliationStatus status);
   /// Tells that the entry is where it was before the restart.

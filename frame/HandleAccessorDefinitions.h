@@ -60,14 +60,11 @@ template <class T>
 auto HandleAccessor<T>::claimedHandle(Operation const& wish) const -> Vell::Ptr<EntryHandle> {
   constexpr bool hasBlockSize = T::handleFields.blockSize != 0;
   auto handle = swTable_->entryHandleIs(wish.key(), swTable_);
-  // What is in the table is somebody's.
-  bool const isTakenBack =
-      wish.isRevoked() && (handle->entryType() != SwTableBase::EntryType::unset || !isOwn(*handle));
-  if (isTakenBack) return handle;
+  if (wish.isRevoked()) return handle;
   bool const isFirst = handle->entryType() == SwTableBase::EntryType::unset;
   if (wish.stage() == Stage::commit) {
     if (hasBlockSize && isFirst) handle->blockSizeIs(0);
-    if (isOwn(*handle)) handle->committed();
+    if (!wish.isRevoked()) handle->committed();
   } else if (handle->referenced() && hasBlockSize) {
     handle->blockSizeIs(0);
   }
@@ -97,12 +94,35 @@ void HandleAccessor<T>::handleEntry(Operation& operation, Value const* value) {
   trace(traceKey, "handleEntry", " key: ", T::keyText(operation.key()),
         ", configReplayComplete: ", swTable_->configReplayComplete());
   if (!value)
-    self().removeHwEntry(operation);
+    removeHwEntry(operation);
   else if (swTable_->configReplayComplete())
     self().template programHwEntry<Fennlog::Time::asMessageBefore>(operation, *value,
                                                                    EntryState::inProgress);
   else
     replayEntry(operation, *value);
+}
+
+template <class T>
+void HandleAccessor<T>::removeHwEntry(Operation& operation) {
+  auto const& key = operation.key();
+  auto const hwIndex = doRetrieveHwIndex(key).value();
+  traceHwIndex(hwIndex);
+  auto const util = this->utilIfExists();
+  // From here on the handle leads no dependent there, also none that comes from a hook.
+  auto const life = endLife(key, hwIndex);
+  // An entry that was never written has nothing here, also if another table has given its key an
+  // index meanwhile.
+  bool const isInHardware =
+      util && !hwIndex.isExhausted() && life.tracked != EntryLife::Tracked::no;
+  if (isInHardware)
+    self().hwTableEntryDel(*util, operation, hwIndex, life);
+  else if (util)
+    trace(traceKey, "handleEntry", "No entry in HwTable for this key. Skip delete");
+  if (hwIndex.isExhausted() || operation.isOvertaken()) return;  // who came back has the index
+  if (isInHardware && !swTable_->configReplayComplete())
+    swTable_->updateStatistic(ReconciliationStatus::reconcileDeleted);
+  // The rows are gone before the index is free.
+  releaseIndex(key);
 }
 
 template <class T>
@@ -176,11 +196,19 @@ void HandleAccessor<T>::placeIs(EntryHandle& handle, EntryLife::Found found,
 /// First of all the uses that sync found for the entry, and nobody has told of, are its own: who brings it
 /// back has another.
 template <class T>
-EntryLife HandleAccessor<T>::endLife(EntryHandle& handle, Index hwIndex) const {
-  if (handle.life().found != EntryLife::Found::no && !hwIndex.isExhausted())
-    for (U32 i = 0; i < T::blockSizeOf(handle.key()); ++i)
+EntryLife HandleAccessor<T>::endLife(Key const& key, Index hwIndex) const {
+  U32 const rows = T::blockSizeOf(key);
+  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
+  if (!handle) {  // it was stored without one
+    using enum EntryLife::Tracked;
+    bool const isActive =
+        Trait::isBlockTable<T> || this->trackerOfDelete() == IndexUserTracker::OpType::userRemove;
+    return {.tracked = isActive ? active : inactive, .trackedRows = rows};
+  }
+  if (handle->life().found != EntryLife::Found::no && !hwIndex.isExhausted())
+    for (U32 i = 0; i < rows; ++i)
       IndexUserTracker::Stub::recoveredUseClaimed(swTable_->hwTable(), hwIndex.value() + i);
-  return handle.lifeEnds();
+  return handle->lifeEnds();
 }
 
 /// Where rows are missing, the handle leads nobody there before they are written.

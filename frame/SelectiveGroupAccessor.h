@@ -78,7 +78,7 @@ class SelectiveGroupAccessor : public GroupAccessor<T> {
 
   void removeEntryOf(Operation const& removal, EntryHandle& handle);
   /// The row has been written without a value.
-  void endDeleteDance(EntryHandle& handle, Key const& key, EntryState stateBefore);
+  void endDeleteDance(EntryHandle& handle, Key const& key);
   /// The last use of a handle has gone that is not the key's own, or not any more.
   void removeOutside(EntryHandle& handle, Key const& key);
 
@@ -94,6 +94,7 @@ class SelectiveGroupAccessor : public GroupAccessor<T> {
 
   HandlePtr write(std::string_view operation, Key const& key, Entry const& entry,
                   AutoRemoveType keeper);
+  HandlePtr writeNew(std::string_view operation, Operation const& wish, Entry const& wanted);
   HandlePtr waiting(Operation const& wish);
   HandlePtr inPlace(Operation const& wish);
   Vell::Ptr<EntryHandle> boundHandle(Operation const& wish) const;

@@ -29,8 +29,7 @@ auto SelectiveGroupAccessor<T>::write(std::string_view operation, Key const& key
     held = swTable_->entryHandle(key);
     swTable_->unresolvedDel(key);
     if (wish.isOvertaken()) {
-      this->unusedIndexDel(key);
-      if (keeper == AutoRemoveType::committed && !wish.isRevoked()) held->committed();
+      if (!wish.isRevoked()) this->claim(*held, wish.stage());
       return held;
     }
   }
@@ -40,7 +39,14 @@ auto SelectiveGroupAccessor<T>::write(std::string_view operation, Key const& key
           ", entry : ", wanted);
     return inPlace(wish);
   }
-  if (keeper == AutoRemoveType::committed)
+  return writeNew(operation, wish, wanted);
+}
+
+template <class T>
+auto SelectiveGroupAccessor<T>::writeNew(std::string_view operation, Operation const& wish,
+                                         Entry const& wanted) -> HandlePtr {
+  auto const& key = wish.key();
+  if (wish.stage() == Stage::commit)
     trace(traceClient, operation, " : Writing new entry at key: ", T::keyText(key));
   else
     trace(traceClient, operation, " : Writing new entry at key: ", T::keyText(key),
@@ -53,7 +59,7 @@ auto SelectiveGroupAccessor<T>::write(std::string_view operation, Key const& key
   return handle;
 }
 
-/// That entry waits already, or a newer wish has come: a commit claims it, and nothing else happens.
+/// That entry waits already: a commit claims it, and nothing else happens.
 template <class T>
 auto SelectiveGroupAccessor<T>::waiting(Operation const& wish) -> HandlePtr {
   auto const handle = boundHandle(wish);
@@ -200,8 +206,8 @@ void SelectiveGroupAccessor<T>::beginDeleteDance(Operation const& removal, Entry
 }
 
 template <class T>
-void SelectiveGroupAccessor<T>::endDeleteDance(EntryHandle& handle, Key const& key,
-                                               EntryState stateBefore) {
+void SelectiveGroupAccessor<T>::endDeleteDance(EntryHandle& handle, Key const& key) {
+  auto const stateBefore = handle.entryState();
   SwTable::OperationScope const scope(*swTable_);  // it may come in the midst of another operation
   auto const lastFormer = handle.pendingEntry().lastSequence();
   // The row goes before what it pointed at can.
