@@ -175,10 +175,12 @@ void GroupAccessor<T>::outcomeTold(Operation const& operation, EntryHandle& hand
                                    EntryState outcome) {
   using enum SwTableBase::EntryState;
   auto const& key = operation.key();
+  auto const stateBefore = handle.entryState();
   bool const rowIsFormer = Trait::tableNeedsDeleteDance<T> && wasRefused(key, outcome);
   if (!rowIsFormer) dropPending(handle, handle.pendingEntry().lastSequence());
   if (operation.isOvertaken()) return;
   auto const state = handle.entryState();
+  if (state != stateBefore && state == outcome) return;  // a wish for this value has told it by now
   if (state == inProgress || state == indexReconciled) {
     handle.entryStateIs(outcome);
     return;

@@ -60,10 +60,11 @@ void SwTableBase::EntryHandle::statesEnd() {
   hwIndex_ = {};
   auto const resolvedBefore = std::exchange(resolvedEntryState_, unresolved);
   auto const before = waits ? unresolved : std::exchange(entryState_, unresolved);
-  if (before != unresolved)
-    publisher_.publishChangeRecursive(entryStateField, nullptr, &before, nullptr);
+  // The outcome first: it may be that of the very write that ends the entry, which nobody has seen yet.
   if (resolvedBefore != unresolved)
     publisher_.publishChangeRecursive(resolvedEntryStateField, nullptr, &resolvedBefore, nullptr);
+  if (before != unresolved)
+    publisher_.publishChangeRecursive(entryStateField, nullptr, &before, nullptr);
 }
 
 std::ostream& operator<<(std::ostream& out, SwTableBase::EntryState state) {
