@@ -190,11 +190,12 @@ bool BlockAccessor<T>::processIndexSuggestion(EntryHandle& handle, Index index) 
 
 template <class T>
 bool BlockAccessor<T>::adoptSuggestion(EntryHandle& handle, Index index) {
-  Operation operation(*swTable_, handle.key(), Stage::programming);
-  auto const& key = operation.key();
+  Operation const finding(*swTable_, handle.key(), Stage::finding);
+  auto const& key = finding.key();
   trace(traceKey, "processIndexSuggestion", ": eh:", static_cast<void const*>(&handle),
         ", key:", key, ", hwIndex:", index);
-  if (!reconcileUsingHwIndex(operation, swTable_->valueOf(key), index, Compare::yes)) return false;
+  if (!reconcileUsingHwIndex(finding, swTable_->valueOf(key), index, Compare::yes)) return false;
+  Operation operation(*swTable_, key, Stage::programming);  // one that went on before it is settled
   this->placeIs(handle, EntryLife::Found::whole, ReconciliationStatus::reconcileMatched);
   swTable_->updateStatistic(ReconciliationStatus::reconcileMatched);
   handle.hwIndexIs(index);

@@ -158,7 +158,7 @@ void GroupAccessor<T>::handleResolvedEntryState(EntryHandle& handle) {
   auto const held = swTable_->keyPrior(key);
   VELL_ASSERT(held != SwTable::KeyPrior::noKey, "swTable_->resolvedEntryHas( key )",
               T::names.qualified, " key ", T::keyText(key), " outcome ", outcome);
-  Operation const operation(*swTable_, key, Stage::outcome);
+  Operation const operation(*swTable_, key, Stage::finding);
   if (held == SwTable::KeyPrior::value) return outcomeTold(operation, handle, outcome);
   VELL_ASSERT(outcome == success, "resolvedEntryState == success()", T::names.qualified, " key ",
               T::keyText(key), " outcome ", outcome);
@@ -328,13 +328,13 @@ template <class T>
 bool GroupAccessor<T>::processIndexSuggestion(EntryHandle& handle, Index hwIndex) {
   constexpr std::string_view name = "processIndexSuggestion";
   if (!swTable_->resolvedHas(handle.key())) return false;  // stored for the commit
-  Operation operation(*swTable_, handle.key(), Stage::programming);
-  auto const& key = operation.key();
+  Operation const finding(*swTable_, handle.key(), Stage::finding);
+  auto const& key = finding.key();
   trace(traceKey, name, ": eh:", static_cast<void const*>(&handle), ", key:", T::keyText(key),
         ", hwIndex:", hwIndex);
   auto const found = this->foundRows(key, hwIndex);
-  if (!reconcileUsingHwIndex(operation, swTable_->valueOf(key), hwIndex, Compare::yes))
-    return false;
+  if (!reconcileUsingHwIndex(finding, swTable_->valueOf(key), hwIndex, Compare::yes)) return false;
+  Operation operation(*swTable_, key, Stage::programming);  // one that went on before it is settled
   this->placeIs(handle, found, ReconciliationStatus::reconcileMatched);
   if (found == EntryLife::Found::no)  // sync has told the tracker of nothing there
     tellTracker(*this->utilIfExists(), hwIndex, Tracker::userAdd);

@@ -206,7 +206,7 @@ class SwTable::KeyOperation {
     reference,    ///< somebody needs an entry there
     revocation,   ///< a commit is taken back
     programming,  ///< a changed value of the collection is carried to the hardware
-    outcome,      ///< what became of a write is told
+    finding,      ///< what became of a write is told, or a row that may be its place is looked at
     removal,      ///< an entry that nobody needs leaves
   };
 
@@ -242,11 +242,11 @@ class SwTable::KeyOperation {
     switch (older) {
       case commit:
       case reference:
-        return newer != programming && newer != outcome;
+        return newer != programming && newer != finding;
       case revocation:
         return newer == commit;
       case programming:
-      case outcome:
+      case finding:
         return newer == programming;
       case removal:
         return newer == commit || newer == reference || newer == removal;
