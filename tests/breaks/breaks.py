@@ -39,10 +39,8 @@ class Break:
 
 
 def breaks():
-    """Those that have their text; a break that is told in `words` alone waits for it."""
     text = "\n" + (Path(__file__).parent / "breaks.txt").read_text()
-    all_breaks = [Break(each) for each in text.split("\n== ")[1:]]
-    return [each for each in all_breaks if "words" not in each.fields]
+    return [Break(each) for each in text.split("\n== ")[1:]]
 
 
 def sync():
