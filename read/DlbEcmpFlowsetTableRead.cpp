@@ -19,7 +19,7 @@ DlbEcmpFlowsetTableRead::DlbEcmpFlowsetTableRead() : SwKnownIndexTable(Vell::Str
 
 // The machine first, so that no answer comes while the requests go.
 DlbEcmpFlowsetTableRead::~DlbEcmpFlowsetTableRead() {
-  nodeFlagSet(freedAtZeroFlag, false);
+  goingIs();
   readResponseSmDel();
 }
 

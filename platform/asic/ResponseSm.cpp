@@ -30,7 +30,7 @@ void ResponseSm::hasNotificationActiveIs(bool active) {
 }
 
 bool ResponseSm::isReady() const {
-  return swTable_ && swTable_->nodeFlag(Vell::Node::freedAtZeroFlag);
+  return swTable_ && !swTable_->isGoing();
 }
 
 }  // namespace Asic
