@@ -29,8 +29,6 @@ void ResponseSm::hasNotificationActiveIs(bool active) {
   if (hwTable_) enter(*hwTable_);
 }
 
-bool ResponseSm::isReady() const {
-  return swTable_ && !swTable_->isGoing();
-}
+bool ResponseSm::isReady() const { return swTable_ && !swTable_->isGoing(); }
 
 }  // namespace Asic
