@@ -52,6 +52,28 @@ class AgentProcess : public ::testing::Test {
     return outcome.code == 0 ? outcome.json() : nlohmann::ordered_json();
   }
 
+  static nlohmann::ordered_json configuration(std::string const& file) {
+    std::ifstream stream(file);
+    return nlohmann::ordered_json::parse(stream);
+  }
+  /// Writes and deletes by table, where there are any, of a restart with `after` on what `before`
+  /// left. The chip stops the process at any operation that leaves a row pointing at nothing.
+  nlohmann::ordered_json operations(nlohmann::ordered_json const& before,
+                                    nlohmann::ordered_json const& after,
+                                    std::string const& options = {}) const {
+    contentIs("before.json", before.dump());
+    contentIs("after.json", after.dump());
+    std::filesystem::remove(path("dlb-hardware.sim"));
+    json("run before.json" + strict);
+    auto operations = nlohmann::ordered_json::object();
+    auto const run = json("run after.json" + strict + options);
+    for (auto const& [table, figures] : run.at("tables").items())
+      if (figures.at("hardwareWrites") != 0 || figures.at("hardwareDeletes") != 0)
+        operations[table] = {figures.at("hardwareWrites"), figures.at("hardwareDeletes")};
+    EXPECT_EQ(agent("check after.json").code, 0);
+    return operations;
+  }
+
   std::string content(std::string const& name) const {
     std::ifstream stream(path(name), std::ios::binary);
     return {std::istreambuf_iterator<char>(stream), {}};
@@ -59,6 +81,7 @@ class AgentProcess : public ::testing::Test {
   void contentIs(std::string const& name, std::string_view text) const {
     std::ofstream(path(name), std::ios::binary) << text;
   }
+  std::string const strict = " --chip-switch stop-at-breach=on";
   bool exists(std::string const& name) const { return std::filesystem::exists(path(name)); }
 
  private:

@@ -14,10 +14,9 @@ class ChainCommandsTest : public Testing::AgentProcess {
 
   /// `blocks.json` with texts replaced, as a file of its own.
   std::string changed(std::vector<std::pair<std::string, std::string>> const& texts) const {
-    std::ifstream stream(blocks);
-    std::string content{std::istreambuf_iterator<char>(stream), {}};
-    for (auto const& [from, to] : texts) content.replace(content.find(from), from.size(), to);
-    contentIs("changed.json", content);
+    auto text = content(blocks);
+    for (auto const& [from, to] : texts) text.replace(text.find(from), from.size(), to);
+    contentIs("changed.json", text);
     return "changed.json";
   }
 };
@@ -64,31 +63,6 @@ TEST_F(ChainCommandsTest, whyGoesDownToWhatHoldsAnEntryUp) {
   EXPECT_EQ(agent("why full.json big").out,
             "block big: no 32769 rows free in one run (0 of 131072 used; the longest free run has "
             "32768, a bank 32768)\n");
-}
-
-TEST_F(ChainCommandsTest, everyErrorIsToldAtOnceWithItsPath) {
-  contentIs("bad.json", R"({
-      "memberBlocks": {"b9": {"rows": [{"nextHop": "nh1"}, {"nextHop": "nh2", "weight": 1},
-                                       {"weightIdx": 256}, 5], "row": []},
-                       "b8": {"rows": {}}},
-      "nextHops": {"nh1": {"port": 65536, "mac": "02:00", "vlan": "0x10"}, "nh3": 7,
-                   "nh4": {"port": 1, "mac": "02:00:00:00:00:01", "vlan": 4095}},
-      "nexthops": {}})");
-  auto const outcome = agent("run bad.json");
-  EXPECT_EQ(outcome.code, 1);
-  for (auto const* line :
-       {"memberBlocks.b9.rows[1].weight: no such field; ", "rows[2]: names no next hop; add",
-        "memberBlocks.b9.rows[2].weightIdx: must be a number up to 255, not 256",
-        "memberBlocks.b9.rows[3]: must be an object of fields, not 5",
-        "memberBlocks.b9.row: no such field; ",
-        "memberBlocks.b8.rows: must be a list of rows, not an object",
-        "nextHops.nh1.port: 65536 does not fit in 16 bits",
-        "nextHops.nh1.mac: an address is six bytes, as \"02:00:00:00:00:01\"",
-        "nextHops.nh4.vlan: a VLAN is 1 to 4094, or 0 for untagged, not 4095",
-        "nextHops.nh3: must be an object of fields, not 7", "nexthops: no such section; did you",
-        "memberBlocks.b9.rows[1].nextHop: no next hop named \"nh2\"; "})
-    EXPECT_THAT(outcome.err, HasSubstr(line));
-  EXPECT_FALSE(exists("dlb-hardware.sim"));
 }
 
 }  // namespace

@@ -214,11 +214,6 @@ TEST_F(CommandsTest, aRunThatCannotTellItsSummaryLeavesTheHardwareAsWanted) {
   EXPECT_EQ(agent("check " + leaf).code, 0);
 }
 
-struct Refusal {
-  char const* arguments;
-  char const* words;
-};
-
 // A closed stream's number goes to the next file opened, which must not be the hardware.
 TEST_F(CommandsTest, closedStreamsCostNoHardware) {
   EXPECT_EQ(agent("run " + leaf + " >&-").code, 1);
@@ -231,7 +226,7 @@ TEST_F(CommandsTest, closedStreamsCostNoHardware) {
 
 TEST_F(CommandsTest, whatCannotBeDoneIsToldWithItsMend) {
   contentIs("no-hardware", "not a hardware file");
-  Refusal const refusals[] = {
+  std::pair<char const*, char const*> const refusals[] = {
       {"", "subcommand is required"},
       {"shwo", "no command \"shwo\"; did you mean \"show\"?"},
       {"run", "CONFIG is required; see dlb-agent run --help"},

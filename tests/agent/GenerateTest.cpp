@@ -26,8 +26,7 @@ class GenerateTest : public Testing::AgentProcess {
 };
 
 TEST_F(GenerateTest, theSpineIsWhatItIsByDefaultAndRestartsUntouched) {
-  std::ifstream stream(example("spine.json"), std::ios::binary);
-  std::string const spine{std::istreambuf_iterator<char>(stream), {}};
+  auto const spine = content(example("spine.json"));
   // Not EXPECT_EQ, which would print both.
   EXPECT_TRUE(agent("generate --seed 1").out == spine)
       << "make it again with: dlb-agent generate > examples/spine.json";

@@ -13,27 +13,6 @@ using ::testing::HasSubstr;
 class SelectiveCommandsTest : public Testing::AgentProcess {
  protected:
   std::string const chain = example("chain.json");
-  std::string const strict = " --chip-switch stop-at-breach=on";
-
-  ordered_json content() const {
-    std::ifstream stream(chain);
-    return ordered_json::parse(stream);
-  }
-  /// Writes and deletes by table, where there are any, of a restart with `after` on what `before` left.
-  ordered_json operations(ordered_json const& before, ordered_json const& after,
-                          std::string const& options = {}) {
-    contentIs("before.json", before.dump());
-    contentIs("after.json", after.dump());
-    std::filesystem::remove(path("dlb-hardware.sim"));
-    json("run before.json" + strict);
-    ordered_json operations = ordered_json::object();
-    auto const run = json("run after.json" + strict + options);
-    for (auto const& [table, figures] : run.at("tables").items())
-      if (figures.at("hardwareWrites") != 0 || figures.at("hardwareDeletes") != 0)
-        operations[table] = {figures.at("hardwareWrites"), figures.at("hardwareDeletes")};
-    EXPECT_EQ(agent("check after.json").code, 0);
-    return operations;
-  }
 };
 
 TEST_F(SelectiveCommandsTest, theChainIsFoundAgainAndShownAsATree) {
@@ -63,7 +42,7 @@ TEST_F(SelectiveCommandsTest, theChainIsFoundAgainAndShownAsATree) {
 
 TEST_F(SelectiveCommandsTest, aRestartTouchesNoRowThatIsRight) {
   using Json = ordered_json;
-  auto const all = content();
+  auto const all = configuration(chain);
   auto const none = Json::object();
   EXPECT_EQ(operations(all, all), none);
   auto other = all;
@@ -109,7 +88,7 @@ TEST_F(SelectiveCommandsTest, aRestartTouchesNoRowThatIsRight) {
 }
 
 TEST_F(SelectiveCommandsTest, anyCrashAndAPlainRunEndInWhatIsWanted) {
-  auto other = content();
+  auto other = configuration(chain);
   other["memberBlocks"]["b1"]["rows"].push_back({{"nextHop", "nh1"}, {"weightIdx", 7}});
   other["selectiveGroups"]["s2"]["block"] = "b1";
   other["selectiveGroups"].erase("s1");
@@ -132,7 +111,7 @@ TEST_F(SelectiveCommandsTest, anyCrashAndAPlainRunEndInWhatIsWanted) {
 
 // s1 goes over to another block, s2 and t1 leave, while the agent lives on.
 TEST_F(SelectiveCommandsTest, aChangeWithoutARestartMayBeCutShortAnywhere) {
-  auto other = content();
+  auto other = configuration(chain);
   for (auto const& [section, name] : {std::pair("selectiveGroups", "s2"),
                                       {"vxlanSelectiveGroups", "t1"},
                                       {"adjacencies", "a3"},
@@ -176,7 +155,7 @@ TEST_F(SelectiveCommandsTest, aBlockThatIsThereWholeKeepsItsRows) {
 }
 
 TEST_F(SelectiveCommandsTest, whyGoesDownTheWholeChain) {
-  ordered_json full = content();
+  ordered_json full = configuration(chain);
   for (unsigned i = 0; i <= 4096; ++i)
     full["nextHops"]["a" + std::to_string(10000 + i)] = {{"port", i}};
   contentIs("full.json", full.dump());
@@ -191,7 +170,7 @@ TEST_F(SelectiveCommandsTest, whyGoesDownTheWholeChain) {
 
 // The chip refuses to let a group go from a block that nobody wants any more.
 TEST_F(SelectiveCommandsTest, aRefusedRewriteLeavesNoRowPointingAtAPurgedBlock) {
-  auto other = content();
+  auto other = configuration(chain);
   other["selectiveGroups"]["s1"]["block"] = "b2";
   other.erase("vxlanSelectiveGroups");
   other["memberBlocks"].erase("b1");
@@ -217,35 +196,6 @@ TEST_F(SelectiveCommandsTest, hardwareThatContradictsItselfIsTold) {
                         "DlbEcmpMember1Table, which is not valid; dlb-agent run mends it.\n"));
   auto const told = ordered_json::parse(agent("check " + chain + flip + " --json").out);
   EXPECT_EQ(told.at("contradictions").size(), 1u);
-}
-
-TEST_F(SelectiveCommandsTest, everyErrorIsToldAtOnceWithItsPath) {
-  contentIs("bad.json", R"({
-      "nextHops": {"n": {"port": 1}},
-      "memberBlocks": {"b1": {"rows": [{"nextHop": "n"}]}, "empty": {"rows": []}},
-      "groups": {"g1": {"adjId": 1, "block": "b1"}},
-      "selectiveGroups": {"s1": {}, "s2": {"adjId": 2, "block": "b2"},
-                          "s3": {"adjId": 3, "block": "empty"},
-                          "s4": {"adjId": 4, "block": "b1", "countSecondary": 2},
-                          "s5": {"adjId": 5, "block": "b1", "countSecondary": 4096},
-                          "s6": {"adjId": 6, "block": "b1", "ecmpSecondaryBlockPtr": 3},
-                          "s7": {"adjId": 7, "block": 7, "blok": "b1"}},
-      "vxlanSelectiveGroups": {"g1": {"adjId": 4, "block": "b1"}}})");
-  auto const outcome = agent("run bad.json");
-  EXPECT_EQ(outcome.code, 1);
-  for (
-      auto const* line :
-      {"selectiveGroups.s1: names no block; add \"block\": NAME",
-       "selectiveGroups.s2.block: no member block named \"b2\"; did you mean \"b1\"?",
-       "selectiveGroups.s3.block: \"empty\" has no rows; a group needs one at least",
-       "selectiveGroups.s4.countSecondary: is more than the 1 row of \"b1\"; leave it out",
-       "selectiveGroups.s5.countSecondary: 4096 does not fit in 12 bits; the largest value is 4095",
-       "selectiveGroups.s6.ecmpSecondaryBlockPtr: follows from the block; leave it out",
-       "selectiveGroups.s7.block: must be the name of a block, not 7",
-       "selectiveGroups.s7.blok: no such field; did you mean \"block\"?",
-       "vxlanSelectiveGroups.g1: is the name of a group in the section groups as well; rename one"})
-    EXPECT_THAT(outcome.err, HasSubstr(line));
-  EXPECT_FALSE(exists("dlb-hardware.sim"));
 }
 
 }  // namespace
