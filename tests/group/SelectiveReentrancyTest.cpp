@@ -1,5 +1,7 @@
 // Calls from inside calls: watchers, hooks and last drops that change the very group that is being
-// written, acknowledged or removed. Each case is one that went wrong once.
+// written, acknowledged or removed.
+
+#include <set>
 
 #include "SelectiveGroups.h"
 
@@ -11,104 +13,132 @@ class SelectiveReentrancy : public testing::Test {
  protected:
   void SetUp() override { at_.replayed(); }
 
-  void committed(U32 id, BlockHandle block) {
-    handle_ = at_.commit(id, std::move(block));
-    at_.answer(at_.indexOf(id));
-  }
-  /// Once, when the handle's state becomes that.
-  template <class Action>
-  auto onState(State state, Action action) {
-    return handle_->watched().watch(0x102, [=, at = handle_.get(), done = false](auto&) mutable {
-      if (at->entryState() != state || std::exchange(done, true)) return;
-      action();
-    });
-  }
-
   SelectiveGroups<T> at_;
   NeededPtr a_ = usable(70), b_ = usable(80), waiting_ = needed();
-  HandlePtr handle_;
 };
 TYPED_TEST_SUITE(SelectiveReentrancy, SelectiveTables);
 
 #define AT this->at_
 
-TYPED_TEST(SelectiveReentrancy, aWishFromTheMidstOfAWriteIsStillAWishAfterIt) {
-  this->committed(7, this->a_);
-  auto const watching = this->onState(State::inProgress, [this] { AT.commit(7, this->waiting_); });
-  AT.commit(7, this->b_);
-  EXPECT_EQ(AT.state(7), "U waiting, R value, T committed, E unresolved, S inProgress, Q 1");
-  AT.answer(0);
-  EXPECT_EQ(AT.state(7), "U waiting, R value, T committed, E unresolved, S success, Q 0");
-}
+/// One group, with what its row may show and what was last wished for.
+template <class T>
+struct Life {
+  SelectiveGroups<T> at{2};
+  NeededPtr a = usable(70), b = usable(80), waiting = needed();
+  HandlePtr held;
+  std::set<NeededPtr*> shown;
+  std::optional<U32> wish;  ///< its count, unless it was taken back
+  U32 wishes = 1;
 
-// Before the row is written without a value, nothing has happened to it yet.
-TYPED_TEST(SelectiveReentrancy, aRemovalThatIsTakenBackBeforeItBeginsLeavesTheRow) {
-  this->committed(7, this->a_);
-  HandlePtr back;
-  auto const watching = this->onState(State::unresolved, [&] { back = AT.ref(7, this->a_); });
-  AT.remove(7);
-  AT.take();
-  this->handle_ = nullptr;
-  EXPECT_THAT(AT.take(), IsEmpty());
-  EXPECT_EQ(AT.handle(7)->entryType(), Type::referenceOnly);
-  EXPECT_EQ(AT.handle(7)->entryState(), State::success);
-  back = nullptr;
-  AT.answer(0);
-  EXPECT_EQ(AT.state(7), "U none, R none, no handle");
-}
-
-// The queue is emptied value by value if anybody watches: what comes meanwhile is not of those.
-TYPED_TEST(SelectiveReentrancy, theQueueKeepsWhatAWatcherOfItWrites) {
-  this->committed(7, this->a_);
-  AT.commit(7, this->b_);
-  auto const c = usable(90);
-  bool done = false;
-  auto const watching = this->handle_->watched().watch(0x185, [&](auto&) {
-    if (this->handle_->resolvedEntryState() == State::success && !std::exchange(done, true))
-      AT.commit(7, c);
-  });
-  AT.answer(0);
-  EXPECT_EQ(AT.state(7), "U none, R value, T committed, E inProgress, S inProgress, Q 1");
-  EXPECT_EQ(AT.usesOf(this->b_), 1u) << "the row may still show it";
-  AT.answer(0);
-  EXPECT_EQ(AT.usesOf(this->b_), 0u);
-}
-
-// A chip's hook for the block is asked for its index.
-TYPED_TEST(SelectiveReentrancy, aHookOfTheBlockThatWritesTheGroupAnewHasTheLastWord) {
-  class Asking final : public Asic::SwTableBase::EntryHandle {
-   public:
-    Vell::ZarnType typeData() const override { return {&TypeParam::module(), 1}; }
-    Asic::Index hwIndexForDependentField() const override {
-      if (auto const ask = std::exchange(onAsk, {})) ask();
-      return hwIndex();
-    }
-    mutable std::function<void()> onAsk;
-  };
-  Vell::Ptr<Asking> const asking = new Asking;
-  for (bool const removes : {false, true}) {
-    asking->onAsk = nullptr;
-    asking->hwIndexIs(noIndex);
-    asking->entryStateIs(State::unresolved);
-    AT.commit(7, asking);
-    asking->onAsk = [&] { removes ? AT.remove(7) : void(AT.commit(7, this->b_, 2)); };
-    AT.take();
-    asking->hwIndexIs(40);
-    asking->entryStateIs(State::success);
-    auto events = AT.take();
-    std::erase_if(events, [](auto const& each) { return !each.starts_with("write"); });
-    EXPECT_EQ(events, removes ? Events{} : Events{"write 0 80/2"});
-    AT.table->entryRemoveAll();
-    AT.answer(0);
-    EXPECT_EQ(AT.table->entrys(), 0u);
+  Life() { at.replayed(); }
+  void commit(NeededPtr const& block) { at.commit(7, block, *(wish = ++wishes)); }
+  void ref(NeededPtr const& block) { held = at.ref(7, block, *(wish = ++wishes)); }
+  void letGo() {
+    wish.reset();
+    auto const former = std::exchange(held, nullptr);
+    at.remove(7);
   }
+  void answer(State outcome) {
+    if (outcome == State::success) shown.clear();
+    noteShown();
+    at.answer(0, outcome);
+  }
+  void noteShown() {
+    auto const row = at.util->rows.find(0);
+    if (row == at.util->rows.end() || !row->second) return;
+    for (auto* const each : {&a, &b, &waiting})
+      if (row->second->ecmpSecondaryBlockPtrHandle == *each) shown.insert(each);
+  }
+  void heard(std::string const& event) {
+    if (event.starts_with("write")) noteShown();
+    if (event.starts_with("delete")) shown.clear();
+    for (auto* const each : shown) EXPECT_GE(at.usesOf(*each), 1u) << "the row may show it";
+  }
+  void settle() {
+    if (waiting->hwIndex().isExhausted()) waiting->becomes(State::success, 90);
+    for (U32 i = 0; i < 9 && at.hw().newestWrite(0) != 0; ++i) answer(State::success);
+  }
+};
+
+// Also those of the queue that keeps blocks, and of a chip's hook for a block that is asked for its
+// index. What a row may show is held, the newest wish stands, and nothing is left.
+TYPED_TEST(SelectiveReentrancy, everyEventMayCallTheTable) {
+  using Of = Life<TypeParam>;
+  using Actions = std::map<std::string, void (*)(Of&)>;
+  constexpr auto success = State::success;
+  Actions const starts{
+      {"none", [](Of&) {}},
+      {"written", [](Of& life) { life.commit(life.a); }},
+      {"acknowledged", [](Of& life) { life.commit(life.a), life.answer(success); }},
+      {"rewritten",
+       [](Of& life) { life.commit(life.b), life.answer(success), life.commit(life.a); }},
+      {"with a wish", [](Of& life) { life.commit(life.a), life.commit(life.waiting); }},
+      {"in the dance", [](Of& life) { life.commit(life.a), life.answer(success), life.letGo(); }}};
+  Actions const triggers{
+      {"commit", [](Of& life) { life.commit(life.b); }},
+      {"commit that waits", [](Of& life) { life.commit(life.waiting); }},
+      {"reference", [](Of& life) { life.ref(life.b); }},
+      {"acknowledgement", [](Of& life) { life.answer(success); }},
+      {"refusal",
+       [](Of& life) {
+         if (life.at.handle(7) && life.at.handle(7)->entryType() != Type::inDeletion)
+           life.answer(Asic::WriteResponse::refused);
+       }},
+      {"removal", [](Of& life) { life.letGo(); }},
+      {"resolution", [](Of& life) { life.waiting->becomes(success, 90); }}};
+  Actions const callBacks{
+      {"commits", [](Of& life) { life.commit(life.b); }},
+      {"commits the former block", [](Of& life) { life.commit(life.a); }},
+      {"commits what waits", [](Of& life) { life.commit(life.waiting); }},
+      {"references", [](Of& life) { life.ref(life.a); }},
+      {"lets go", [](Of& life) { life.letGo(); }},
+      {"lets go and commits", [](Of& life) { life.letGo(), life.commit(life.b); }},
+      {"removes all", [](Of& life) { life.wish.reset(), life.at.table->entryRemoveAll(); }}};
+  for (auto const& [start, begin] : starts)
+    for (auto const& [trigger, act] : triggers)
+      for (auto const& [text, callBack] : callBacks)
+        for (U32 moment = 0, seen = 1; seen > moment; ++moment) {
+          SCOPED_TRACE(Vell::concatenate(start, ", ", trigger, "; at event ", moment, ' ', text));
+          Of life;
+          begin(life);
+          auto handle = life.at.table->entryHandleIs(life.at.key(7), life.at.table.get());
+          auto const watching =
+              handle->watched().watch(0x185, [&](auto&) { life.at.util->note("queue"); });
+          life.at.follow(std::exchange(handle, nullptr));
+          life.b->onAsked = life.waiting->onAsked = [&] { life.at.util->note("asked"); };
+          seen = 0;
+          bool isInside = false;
+          life.at.util->onEvent = [&, &call = callBack](auto& event) {
+            life.heard(event);
+            if (isInside || seen++ != moment) return;
+            isInside = true;
+            call(life);
+            isInside = false;
+          };
+          act(life);
+          life.at.util->onEvent = nullptr;
+          life.settle();
+          if (life.at.table->entryHas(life.at.key(7))) isConsistent(life.at);
+          U32 const count = life.at.table->entry(life.at.key(7)).countSecondary.value();
+          EXPECT_EQ(count, life.wish.value_or(count));
+          life.letGo();
+          life.settle();
+          isConsistent(life.at);
+          EXPECT_EQ(life.at.table->entrys(), 0u);
+          EXPECT_EQ(life.at.usesOf(life.a) + life.at.usesOf(life.b) + life.at.usesOf(life.waiting),
+                    0u);
+        }
 }
 
 // It would be taken for the answer to a write that is yet to come.
 TYPED_TEST(SelectiveReentrancy, anAcknowledgementWaitsForTheEndOfAnOperation) {
-  this->committed(1, this->a_);
+  auto handle = AT.commit(1, this->a_);
+  AT.answer(0);
   AT.commit(1, this->b_);
-  auto const watching = this->onState(State::unresolved, [this] { EXPECT_EQ(AT.answer(0), 0u); });
+  auto const watching = handle->watched().watch(0x102, [&, at = handle.get()](auto&) {
+    if (at->entryState() != State::unresolved) return;
+    EXPECT_EQ(AT.answer(0), 0u);
+  });
   AT.commit(1, this->a_, 2);
   EXPECT_EQ(AT.state(1), "U none, R value, T committed, E inProgress, S inProgress, Q 2");
   EXPECT_EQ(AT.hw().deliverWriteResponses(), 0u) << "that write is overtaken";
@@ -118,46 +148,10 @@ TYPED_TEST(SelectiveReentrancy, anAcknowledgementWaitsForTheEndOfAnOperation) {
     if (event != "write 0 -") return;
     EXPECT_EQ(AT.answer(0), 0u) << "not even its own";
   };
-  this->handle_ = nullptr;
+  handle = nullptr;
   AT.util->onEvent = nullptr;
   EXPECT_EQ(AT.hw().deliverWriteResponses(), 1u);
   EXPECT_EQ(AT.state(1), "U none, R none, no handle");
-}
-
-// The way back begins before the way out has reached the hardware: the tracker hears of neither.
-TYPED_TEST(SelectiveReentrancy, aComebackInTheMidstOfTheDancesWriteIsWrittenAtOnce) {
-  this->committed(7, this->a_);
-  auto const watching = this->onState(State::inProgress, [this] { AT.commit(7, this->b_); });
-  AT.remove(7);
-  AT.take();
-  this->handle_ = nullptr;
-  EXPECT_THAT(AT.take(),
-              ElementsAre("published 0x286 7 new", "write 0 80/1", "published 0x289 7 was -",
-                          "published 0x286 7 gone", "published 0x289 7 was 70/1"));
-  AT.answer(0);
-  EXPECT_EQ(AT.state(7), "U none, R value, T committed, E success, S success, Q 0");
-}
-
-// The outer commit has the last word, whatever came in its midst.
-TYPED_TEST(SelectiveReentrancy, ofCommitsInsideEachOtherTheNewestStands) {
-  for (auto const field : {0x286u, 0x102u})
-    for (auto const& inner : {this->a_, this->b_, this->waiting_})
-      for (auto const& outer : {this->b_, needed()}) {
-        this->committed(7, this->a_);
-        bool done = false;
-        auto const nest = [&](auto& change) {
-          if (!change.previous == (field == 0x286u) && !std::exchange(done, true))
-            AT.commit(7, inner, 2);
-        };
-        auto const watching = field == 0x286u ? AT.table->publisher()->watch(field, nest)
-                                              : this->handle_->watched().watch(field, nest);
-        AT.commit(7, outer, 3);
-        EXPECT_EQ(AT.table->entry(AT.key(7)), AT.entry(inner, 2));
-        if (!inner->hwIndex().isExhausted()) continue;
-        EXPECT_EQ(AT.handle(7)->entryState(), State::unresolved);
-        AT.commit(7, this->a_);
-        AT.answer(0);
-      }
 }
 
 // ---- the end of the table ----

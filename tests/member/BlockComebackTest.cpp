@@ -48,23 +48,10 @@ TEST(BlockComeback, aBlockThatWasFoundAndComesBackFromItsDeletionHasOneUseOfEach
   EXPECT_EQ(at.usesOf(101), 0u);
 }
 
-/// A next hop whose index is asked for.
-class AskedFor final : public Asic::SwTableBase::EntryHandle {
- public:
-  Vell::ZarnType typeData() const override { return {&Table::module(), 2}; }
-  Asic::Index hwIndexForDependentField() const override {
-    if (onAsked) onAsked();
-    return 9;
-  }
-  std::function<void()> onAsked;
-};
-
 TEST(BlockComeback, whatIsCopiedOrRemovedInTheMidstOfAResolutionStaysSo) {
   Recorded at;
   at.synced().replayed();
-  Vell::Ptr<AskedFor> const nextHop = new AskedFor;
-  nextHop->hwIndexIs(9);
-  nextHop->entryStateIs(State::success);
+  auto const nextHop = usable(9);
   auto const key = block({row(nextHop, 1, 70), row(nextHop, 2, 71)});
   U32 asked = 0;
   Block copied;

@@ -20,13 +20,17 @@ class Needed final : public Asic::SwTableBase::EntryHandle {
     for (auto const index : indices) suggested.push_back(index.value());
     if (onSuggestion) onSuggestion();
   }
+  Asic::Index hwIndexForDependentField() const override {
+    if (onAsked) onAsked();
+    return hwIndex();
+  }
   void becomes(State state, U32 index) {
     hwIndexIs(index);
     entryStateIs(state);
   }
 
   mutable std::vector<U32> suggested;
-  std::function<void()> onSuggestion;
+  std::function<void()> onSuggestion, onAsked;
 };
 
 inline Vell::Ptr<Needed> needed(Needed::State state = Needed::State::unresolved,
