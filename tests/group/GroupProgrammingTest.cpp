@@ -1,5 +1,5 @@
-// What a write of a group does, in its order: to its handle, the collections, the tracker and the
-// hardware.
+// What a write and a removal of a group do, in their order: to its handle, the collections, the tracker
+// and the hardware.
 
 #include "Groups.h"
 
@@ -162,6 +162,105 @@ TYPED_TEST(GroupProgramming, withoutHooksAnIndexIsTakenAndGivenBackAndNothingIsW
   handle = nullptr;
   EXPECT_THAT(at.take(), ElementsAre("published 0x288 7 was mode 1", "published 0x286 7 gone"));
   EXPECT_EQ(at.allocator()->totalUsedIndices(), 0u);
+}
+
+// ---- how it leaves ----
+
+TYPED_TEST(GroupProgramming, aHeldEntryStaysUntilItsHolderLetsGo) {
+  auto& at = this->at_;
+  auto handle = at.commit(7, 1);
+  at.take();
+  at.remove(7);
+  EXPECT_THAT(at.take(), IsEmpty());
+  EXPECT_EQ(handle->entryType(), Type::referenceOnly);
+  EXPECT_EQ(handle->useCount(), 1u);
+  at.remove(7);
+  EXPECT_THAT(at.take(), IsEmpty()) << "a reference cannot be removed, only let go";
+  U32 usedAtDelete = 0;
+  at.util->onEvent = [&](auto& event) {
+    if (event == "delete 0") usedAtDelete = at.allocator()->totalUsedIndices();
+  };
+  handle = nullptr;
+  EXPECT_THAT(at.take(), ElementsAre("tracker 0 userRemove", "delete 0",
+                                     "published 0x288 7 was mode 1", "published 0x286 7 gone"));
+  EXPECT_EQ(usedAtDelete, 1u) << "the row goes before the index is free";
+  isConsistent(at);
+}
+
+TYPED_TEST(GroupProgramming, aHandleOfNoEntryLeavesTheTableAndStaysWithItsHolder) {
+  auto& at = this->at_;
+  auto const handle = at.table->entryHandleIs(at.key(7), at.table.get());
+  at.take();
+  at.remove(7);
+  EXPECT_THAT(at.take(), ElementsAre("published 0x286 7 gone"));
+  at.commit(7, 1);
+  EXPECT_NE(at.table->entryHandle(at.key(7)), handle);
+}
+
+TYPED_TEST(GroupProgramming, removingAllTakesBackEveryCommitAndSparesWhatIsHeld) {
+  auto& at = this->at_;
+  auto const held = at.commit(3, 1);
+  for (U32 id = 4; id < 10; ++id) at.commit(id, 1);
+  at.table->entryHandleIs(at.key(11), at.table.get());
+  at.table->entryRemoveAll();
+  EXPECT_EQ(at.table->entrys(), 1u);
+  EXPECT_EQ(held->entryType(), Type::referenceOnly);
+  EXPECT_EQ(at.table->entry(at.key(3)), at.entry(1));
+  isConsistent(at);
+}
+
+TYPED_TEST(GroupProgramming, aTableThatGoesDeletesAllAlsoWhatIsHeld) {
+  auto& at = this->at_;
+  auto held = at.table->entryHandle(at.key((at.commit(7, 1), 7)));
+  at.commit(8, 1);
+  auto const waits = at.ref(9, 1);
+  auto const hwTable = Vell::Ptr<Asic::HwTable>(&at.hw());
+  auto const live = TypeParam::EntryHandle::memAllocationTracker_.live();
+  auto const allocator = Vell::Ptr(at.allocator());
+  at.table = nullptr;
+  EXPECT_THAT(at.util->rows, IsEmpty());
+  EXPECT_EQ(allocator->totalUsedIndices(), 0u);
+  EXPECT_EQ(allocator->tableAttrs(), 0u);
+  EXPECT_FALSE(held->swTable());
+  EXPECT_FALSE(hwTable->writeResponseSm());
+  EXPECT_EQ(TypeParam::EntryHandle::memAllocationTracker_.live(), live - 1);
+  held->cleanup();
+  held->resolvedEntryStateIs(State::success);
+  held = nullptr;
+  EXPECT_EQ(TypeParam::EntryHandle::memAllocationTracker_.live(), live - 2);
+}
+
+// ---- limits ----
+
+TYPED_TEST(GroupProgramming, whatMustNotComeStopsTheProcess) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  auto& at = this->at_;
+  at.commit(7, 1);
+  auto& handle = *at.table->entryHandle(at.key(7));
+  at.answer(0);
+  constexpr auto otherFinal =
+      "entryState == unresolved\\(\\) \\|\\| "
+      "entryState == failedNeededEntry\\(\\)";
+  EXPECT_DEATH(handle.resolvedEntryStateIs(State::failedNoIndex), otherFinal);
+  EXPECT_DEATH(handle.resolvedEntryStateIs(State::frameworkComplete), otherFinal);
+  handle.entryStateIs(State::unresolved);
+  constexpr auto notSuccess = "resolvedEntryState == success\\(\\)";
+  EXPECT_DEATH(handle.resolvedEntryStateIs(State::failedNoIndex), notSuccess);
+  at.commit(7, 2);
+  EXPECT_DEATH(
+      {
+        handle.entryStateIs(State::failedNeededEntry);
+        at.answer(0, Asic::WriteResponse::refused);
+      },
+      notSuccess);
+  EXPECT_DEATH((at.blank(7), at.answer(0)), "Trait::tableNeedsDeleteDance");
+  EXPECT_DEATH((at.blank(7), at.answer(0, Asic::WriteResponse::refused)), notSuccess);
+  EXPECT_DEATH(
+      at.table->entryHandleIs(at.key(8), at.table.get())->resolvedEntryStateIs(State::success),
+      "swTable_->resolvedEntryHas\\( key \\)");
+  EXPECT_DEATH(handle.entryStateIs(static_cast<State>(7)), "\"?0\"?.*does not exist");
+  at.table->resolvedKeyPriorIs(Prior::noKey);
+  EXPECT_DEATH(at.table->resolvedEntryIs(at.key(9), {}), "false.*empty value");
 }
 
 }  // namespace

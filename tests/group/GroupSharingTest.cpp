@@ -14,25 +14,6 @@ class GroupSharing : public testing::Test {
 };
 TYPED_TEST_SUITE(GroupSharing, GroupTables);
 
-TYPED_TEST(GroupSharing, aKeyOfTwoTablesHasOneIndexUntilTheLastLetsGo) {
-  auto &one = this->one_.replayed(), &two = this->two_.replayed();
-  two.commit(1, 5);
-  one.commit(7, 1);
-  auto const second = two.commit(7, 2);
-  EXPECT_EQ(one.allocator(), two.allocator());
-  EXPECT_EQ(one.indexOf(7), 1u);
-  EXPECT_EQ(two.util->rows.at(1), two.entry(2));
-  one.remove(7);
-  EXPECT_EQ(two.indexOf(7), 1u);
-  one.commit(8, 1);
-  EXPECT_EQ(one.indexOf(8), 2u) << "1 is not free";
-  EXPECT_EQ(two.answer(1), 1u);
-  EXPECT_EQ(second->hwIndex().value(), 1u);
-  two.remove(7);
-  EXPECT_EQ(two.util->rows.size(), 2u) << "its client holds it";
-  EXPECT_EQ(two.allocator()->totalUsedIndices(), 3u);
-}
-
 TYPED_TEST(GroupSharing, aTableThatGoesTakesOnlyItsOwnRowsAndIndices) {
   auto &one = this->one_.replayed(), &two = this->two_.replayed();
   for (U32 id : {1, 2}) one.commit(id, 1);
@@ -43,24 +24,6 @@ TYPED_TEST(GroupSharing, aTableThatGoesTakesOnlyItsOwnRowsAndIndices) {
   EXPECT_EQ(two.allocator()->totalUsedIndices(), 2u);
   EXPECT_EQ(two.indexOf(1), noIndex);
   EXPECT_EQ(two.indexOf(2), 1u);
-}
-
-// A key that found no room here while another table wrote it and let it go again.
-TYPED_TEST(GroupSharing, theLastToLetGoFreesTheIndexAlsoIfItNeverWroteThere) {
-  auto &one = this->one_.replayed(), &two = this->two_.replayed();
-  for (U32 id = 0; id < 4; ++id) one.commit(id, 1);
-  auto failed = one.commit(7, 1);
-  ASSERT_EQ(failed->entryState(), State::failedNoIndex);
-  one.remove(0);
-  two.commit(7, 1);
-  two.remove(7);
-  EXPECT_EQ(one.indexOf(7), 0u) << "the first table still has the key";
-  one.take();
-  failed = nullptr;
-  one.remove(7);
-  EXPECT_THAT(one.take(), ElementsAre("published 0x288 7 was mode 1", "published 0x286 7 gone"));
-  EXPECT_EQ(one.indexOf(7), noIndex);
-  EXPECT_EQ(one.allocator()->totalUsedIndices(), 3u);
 }
 
 // ---- the purge ----
@@ -110,22 +73,6 @@ TYPED_TEST(GroupSharing, aRowThatLeavesIsNotSparedForAKeyThatFoundNoIndex) {
   one.util->onEvent = nullptr;
   EXPECT_EQ(two.indexOf(7), 0u);
   EXPECT_FALSE(one.util->rows.contains(0));
-}
-
-TEST(GroupSharingOfBothKinds, aCandidateThatAKeyOfTheOtherKindHoldsIsNotFree) {
-  Groups<Ecmp> plain;
-  Groups<Vxlan> vxlan;
-  vxlan.replayed();
-  vxlan.commit(1, 1);
-  plain.holding({{0, 1}});
-  auto const handle = plain.commit(1, 1);
-  plain.take();
-  suggest(handle, {0});
-  EXPECT_THAT(plain.take(), IsEmpty());
-  plain.replayed();
-  EXPECT_EQ(plain.indexOf(1), 1u);
-  EXPECT_FALSE(plain.util->rows.contains(0));
-  EXPECT_EQ(vxlan.util->rows.size(), 1u);
 }
 
 }  // namespace

@@ -205,28 +205,6 @@ TYPED_TEST(SelectiveModel, theEnvironmentMayAskThatWritesAndDancesEndWithinTheir
   EXPECT_EXIT(run(Hooks::absent, false), testing::ExitedWithCode(0), "");
 }
 
-// ---- two tables over one block ----
-
-TEST(SelectiveSharing, aBlockIsHeldUntilTheDanceOfEachGroupHasEnded) {
-  SelectiveGroups<Selective> one;
-  SelectiveGroups<VxlanSelective> two;
-  one.replayed();
-  two.replayed();
-  auto const block = usable(70);
-  one.commit(7, block);
-  two.commit(7, block);
-  EXPECT_FALSE(two.table->swKeyFromHwIndex(0)) << "that is a key of the other table";
-  one.answer(0);
-  two.answer(1);
-  one.remove(7);
-  two.remove(7);
-  EXPECT_EQ(block->useCount(), 3u);
-  two.answer(1);
-  EXPECT_EQ(block->useCount(), 2u);
-  one.answer(0);
-  EXPECT_EQ(block->useCount(), 1u);
-}
-
 #undef AT
 
 }  // namespace
