@@ -1,5 +1,4 @@
-// Hooks and watchers that change the very block, or next hop, that is being written or removed. Each case
-// is one that went wrong once.
+// Hooks and watchers that change the very block, or next hop, that is being written or removed.
 
 #include "Blocks.h"
 
@@ -8,153 +7,124 @@ namespace {
 
 using NextHops = Forwarding::NextHopTable;
 
-class BlockReentrancy : public testing::Test {
- protected:
+/// A block over one next hop, after a restart that found a row of next hops.
+struct Life {
   class NextHopUtil final : public Testing::RecordingUtil<NextHops> {
    public:
     U32 numEntries() const override { return 4; }
   };
 
-  BlockReentrancy() {
-    nextHops_->utilIs(util_);
-    nextHops_->hwTableIs(new Asic::HwTable);
-    util_->indexKnownAtWriteIs(true);
-    nextHops_->doCreateAllocator();
-    at_.quiet();
-  }
-  void replayed() {
-    nextHops_->doInitComplete();
-    nextHops_->purgeStaleEntries();
-    at_.synced().replayed();
-  }
-  HandlePtr commit(U32 id, U16 port) {
-    NextHops::Entry entry;
-    entry.port = port;
-    return nextHops_->entryCommit({.id = id}, entry);
-  }
-  /// Once, at the event of that number from now on; whether there was one.
-  template <class Util>
-  static auto atEvent(Util& util, U32 number, std::function<void()> const& action) {
-    auto const left = std::make_shared<U32>(number);
-    util.onEvent = [=](auto const&) {
-      if ((*left)-- == 0) action();
-    };
-    return [=] { return *left > number; };
-  }
-  U32 usesOfNextHop(U32 row) const {
-    return Asic::IndexUserTracker::Stub::tracker(*nextHops_->hwTable()).uses(row).users;
-  }
+  Vell::Ptr<NextHopUtil> util{new NextHopUtil};
+  Vell::Ptr<NextHops> nextHops = Forwarding::nextHopTableFactory();
+  Recorded at;
+  HandlePtr held;
+  std::optional<U16> wish;  ///< the port, unless the next hop was taken back
 
-  Vell::Ptr<NextHopUtil> util_{new NextHopUtil};
-  Vell::Ptr<NextHops> nextHops_ = Forwarding::nextHopTableFactory();
-  Recorded at_;
+  Life() {
+    nextHops->utilIs(util);
+    nextHops->hwTableIs(new Asic::HwTable);
+    util->indexKnownAtWriteIs(true);
+    nextHops->doCreateAllocator();
+    util->rows[0].emplace().port = 1;
+    nextHops->syncEntries();
+    at.synced().replayed();
+  }
+  void commit(U16 port) {
+    NextHops::Entry entry;
+    entry.port = *(wish = port);
+    nextHops->entryCommit({.id = 0}, entry);
+  }
+  void remove() {
+    wish.reset();
+    nextHops->entryRemove({.id = 0});
+  }
+  Block key() { return block({row(nextHops->entryRef({.id = 0}), 1), row(nullptr, 2, 70)}); }
+  void suggest() {
+    auto const handle = nextHops->entryHandle({.id = 0});
+    if (handle && !nextHops->configReplayComplete() && handle->entryState() == State::unresolved)
+      Asic::SwTableBase::suggestIndicesToNeededEntryHandle(*handle, {0});
+  }
+  void endReplay() {
+    nextHops->doInitComplete();
+    nextHops->purgeStaleEntries();
+  }
+  void letGo() {
+    auto const former = std::exchange(held, nullptr);
+    at.table->entryBlockRemoveAll();
+  }
+  /// What must be true at rest, past the replay.
+  void isConsistent() {
+    auto const trackerOf = &Asic::IndexUserTracker::Stub::tracker;
+    EXPECT_EQ(util->rows.size(), nextHops->resolvedCount());
+    EXPECT_EQ(nextHops->indexAllocator()->totalUsedIndices(), util->rows.size());
+    EXPECT_EQ(trackerOf(*nextHops->hwTable()).indices(), util->rows.size());
+    for (auto const& [index, entry] : util->rows) {
+      EXPECT_EQ(entry->port, nextHops->entry({.id = 0}).port);
+      EXPECT_EQ(entry->port, wish.value_or(entry->port));
+      EXPECT_EQ(trackerOf(*nextHops->hwTable()).uses(index).users, 1u);
+    }
+    EXPECT_EQ(at.allocator()->totalUsedIndices(), at.util->rows.size());
+    EXPECT_EQ(trackerOf(*at.table->hwTable()).indices(), at.util->rows.size());
+    for (auto const& [index, entry] : at.util->rows) {
+      EXPECT_EQ(at.usesOf(index), 1u);
+      EXPECT_TRUE(entry->weightIdx == 2 || util->rows.contains(entry->ecmpNextHopEntry));
+    }
+  }
 };
 
-TEST_F(BlockReentrancy, theLastValueOfANextHopIsTheOneThatItsRowHolds) {
-  replayed();
-  for (U32 moment = 0;; ++moment) {
-    auto const wasReached = atEvent(*util_, moment, [&] { commit(0, 2); });
-    commit(0, 1);
-    util_->onEvent = nullptr;
-    EXPECT_EQ(util_->rows.at(0)->port, nextHops_->entry({.id = 0}).port) << "at event " << moment;
-    EXPECT_EQ(usesOfNextHop(0), 1u) << "at event " << moment;
-    nextHops_->entryRemove({.id = 0});
-    if (!wasReached()) break;
-  }
-}
-
-TEST_F(BlockReentrancy, aBlockThatComesBackWhileItsRowsGoKeepsItsPlace) {
-  replayed();
-  auto const key = plainBlock(3);
-  for (U32 moment = 0;; ++moment) {
-    SCOPED_TRACE(moment);
-    HandlePtr back;
-    at_.table->entryBlockCommit(key);
-    auto const wasReached =
-        atEvent(*at_.util, moment, [&] { back = at_.table->entryBlockRef(key); });
-    at_.table->entryBlockRemove(key);
-    at_.util->onEvent = nullptr;
-    if (!wasReached()) break;
-    ASSERT_EQ(at_.table->entryHandle(key), back);
-    EXPECT_EQ(back->entryState(), State::success);
-    EXPECT_EQ(at_.allocator()->totalUsedIndices(), 3u);
-    ASSERT_EQ(at_.util->rows.size(), 3u);
-    for (auto const& each : at_.util->rows) EXPECT_EQ(at_.usesOf(each.first), 1u);
-    EXPECT_EQ(at_.indexOf(key), at_.util->rows.begin()->first);
-    back = nullptr;
-    EXPECT_THAT(at_.util->rows, IsEmpty());
-  }
-}
-
-TEST_F(BlockReentrancy, aNextHopThatComesBackWhileItsRowGoesIsWhole) {
-  replayed();
-  for (bool const twice : {false, true})
-    for (U32 moment = 0; moment < 2; ++moment) {
-      commit(0, 1);
-      Vell::Subscription watching;
-      atEvent(*util_, moment, [&] {
-        auto const handle = nextHops_->entryHandle({.id = 0});
-        if (twice)
-          watching = handle->watched().watch(0x102, [&, at = handle.get()](auto&) {
-            if (at->entryState() == State::inProgress) commit(0, 3);
-          });
-        commit(0, 2);
-      });
-      nextHops_->entryRemove({.id = 0});
-      util_->onEvent = nullptr;
-      EXPECT_EQ(util_->rows.at(0)->port, twice ? 3u : 2u);
-      EXPECT_EQ(usesOfNextHop(0), 1u);
-      EXPECT_EQ(nextHops_->indexAllocator()->totalUsedIndices(), 1u);
-    }
-}
-
-// It waits for the next hop's next value, at whichever index, and not at the row that is going.
-TEST_F(BlockReentrancy, aBlockThatComesWhileItsNextHopGoesWaits) {
-  replayed();
-  for (U32 moment = 0; moment < 2; ++moment) {
-    Block key;
-    commit(0, 1);
-    atEvent(*util_, moment, [&] {
-      key = block({row(nextHops_->entryRef({.id = 0}), 1)});
-      at_.table->entryBlockCommit(key);
-    });
-    nextHops_->entryRemove({.id = 0});
-    util_->onEvent = nullptr;
-    EXPECT_TRUE(at_.table->unresolvedHas(key));
-    EXPECT_THAT(at_.util->rows, IsEmpty());
-    commit(1, 5);
-    commit(0, 2);
-    ASSERT_EQ(at_.util->rows.size(), 1u) << "its next hop is still that of the table";
-    EXPECT_EQ(at_.util->rows.begin()->second->ecmpNextHopEntry, 1u);
-    at_.table->entryBlockRemoveAll();
-    key = {};
-    nextHops_->entryRemoveAll();
-    EXPECT_EQ(nextHops_->entrys(), 0u);
-  }
-}
-
-TEST_F(BlockReentrancy, aValueFromTheMidstOfAComparisonIsNotTakenForTheOneThatWasCompared) {
-  NextHops::Entry held;
-  held.port = 1;
-  util_->rows[0] = held;
-  nextHops_->syncEntries();
-  auto const handle = commit(3, 1);
-  atEvent(*util_, 0, [&] { commit(3, 2); });
-  Asic::SwTableBase::suggestIndicesToNeededEntryHandle(*handle, {0});
-  util_->onEvent = nullptr;
-  replayed();
-  EXPECT_EQ(util_->rows.at(handle->hwIndex().value())->port, 2u);
-}
-
-TEST_F(BlockReentrancy, aRowThatIsTakenInTheMidstOfItsPurgeHasAUse) {
-  util_->rows[0] = NextHops::Entry{};
-  nextHops_->syncEntries();
-  nextHops_->doInitComplete();
-  auto const watching =
-      nextHops_->publisher()->watch(NextHops::syncedEntryField, [&](auto&) { commit(3, 7); });
-  nextHops_->purgeStaleEntries();
-  EXPECT_EQ(util_->rows.at(0)->port, 7u);
-  EXPECT_EQ(usesOfNextHop(0), 1u);
+// Two callbacks, the second at an event of the first or after it: whatever comes back is whole, and
+// the newest wish stands.
+TEST(BlockReentrancy, everyEventMayCallTheTables) {
+  using Actions = std::map<std::string, void (*)(Life&)>;
+  Actions const starts{
+      {"a replay with nothing", [](Life&) {}},
+      {"a replay with a next hop", [](Life& life) { life.commit(1); }},
+      {"a replay with both",
+       [](Life& life) { life.commit(1), life.at.table->entryBlockCommit(life.key()); }},
+      {"nothing", [](Life& life) { life.endReplay(); }},
+      {"a next hop", [](Life& life) { life.commit(1), life.endReplay(); }},
+      {"a block",
+       [](Life& life) { life.endReplay(), life.at.table->entryBlockCommit(life.key()); }},
+      {"both", [](Life& life) {
+         life.endReplay(), life.commit(1), life.held = life.at.table->entryBlockRef(life.key());
+       }}};
+  Actions const callBacks{
+      {"commits", [](Life& life) { life.commit(2); }},
+      {"commits a third value", [](Life& life) { life.commit(3); }},
+      {"removes", [](Life& life) { life.remove(); }},
+      {"removes all", [](Life& life) { life.letGo(), life.remove(); }},
+      {"commits the block", [](Life& life) { life.at.table->entryBlockCommit(life.key()); }},
+      {"holds the block", [](Life& life) { life.held = life.at.table->entryBlockRef(life.key()); }},
+      {"lets the block go", [](Life& life) { life.letGo(); }}};
+  auto triggers = callBacks;
+  triggers["suggests"] = [](Life& life) { life.suggest(); };
+  triggers["ends the replay"] = [](Life& life) { life.endReplay(); };
+  for (auto const& [start, begin] : starts)
+    for (auto const& [trigger, act] : triggers)
+      for (auto const& [text, callBack] : callBacks)
+        for (U32 gap = 0; gap < 4; ++gap)
+          for (U32 moment = 0, seen = 1; seen > moment; ++moment) {
+            SCOPED_TRACE(Vell::concatenate(start, ", ", trigger, "; at event ", moment, ' ', text,
+                                           ", and commits ", gap, " later"));
+            Life life;
+            begin(life);
+            auto const watching = life.nextHops->publisher()->watch(
+                Vell::Publisher::everyField, [&](auto&) { life.util->note("published"); });
+            seen = 0;
+            life.util->onEvent = life.at.util->onEvent = [&, &call = callBack](auto&) {
+              auto const now = seen++;
+              if (now == moment) return call(life);
+              if (gap != 0 && now == moment + gap) life.commit(4);
+            };
+            act(life);
+            life.util->onEvent = life.at.util->onEvent = nullptr;
+            life.endReplay();
+            life.isConsistent();
+            life.letGo();
+            life.remove();
+            EXPECT_EQ(life.nextHops->entrys() + life.at.table->entryBlocks(), 0u);
+            life.isConsistent();
+          }
 }
 
 }  // namespace
