@@ -19,7 +19,11 @@ TYPED_TEST(CommitTest, TellsTrackerThenHardwareThenWatchers) {
   this->table_.entryCommit(this->k(5), this->e(0));
   EXPECT_EQ(this->at_.take()[1], "write 5 " + this->text(0)) << "a default entry is a value";
   this->table_.entryRemove(this->k(5));
-  this->at_.take();
+  EXPECT_EQ(this->at_.take(), (std::vector<std::string>{"tracker 5 userRemove", "delete 5",
+                                                        "published 0x207 5 was " + this->text(0)}));
+  this->table_.entryRemove(this->k(5));
+  EXPECT_TRUE(this->at_.take().empty());
+  EXPECT_EQ(this->table_.resolvedKeyPrior(), SwTable::KeyPrior::noKey);
   auto const one = this->text(1);
   auto const two = this->text(2);
   this->table_.entryCommit(this->k(5), this->e(1));

@@ -31,112 +31,88 @@ TYPED_TEST(ReentrancyTest, AWatcherCommitsRemovesAndWalksDuringEveryPublication)
     }
     --depth;
   });
-  for (U32 key = 0; key < 300; ++key) table.entryCommit(this->k(key), this->e(key));
-  for (U32 key = 0; key < 300; key += 2) table.entryRemove(this->k(key));
+  for (U32 key = 0; key < 80; ++key) table.entryCommit(this->k(key), this->e(key));
+  for (U32 key = 0; key < 80; key += 2) table.entryRemove(this->k(key));
   walk();
   table.entryRemoveAll();
   for (auto const& [key, row] : this->at_.util->rows)
     EXPECT_EQ(table.resolvedEntry(this->k(key)), row);
   EXPECT_EQ(this->at_.util->rows.size(), table.entrys());
-  for (U32 key = 0; key < 300; ++key) EXPECT_FALSE(table.entryHas(this->k(key))) << key;
+  for (U32 key = 0; key < 80; ++key) EXPECT_FALSE(table.entryHas(this->k(key))) << key;
 }
 
-// Whatever a hook does to the very key that it is called for, hardware and table agree in the end.
-TYPED_TEST(ReentrancyTest, AHookMayRemoveOrCommitItsOwnKey) {
-  using Action = std::function<void(TypeParam&)>;
-  Action const remove = [](auto& table) { table.entryRemove(TestFixture::k(5)); };
-  auto const commit = [](U64 n) -> Action {
-    return [n](auto& table) { table.entryCommit(TestFixture::k(5), TestFixture::e(n)); };
-  };
-  Action const replayEnded = [](auto& table) { table.doInitComplete(); };
-  Action const purge = [](auto& table) {
-    table.doInitComplete();
-    table.purgeStaleEntries();
-  };
-  struct Case {
-    bool hardwareHoldsIt;
-    std::vector<Action> before;
-    Action trigger;
-    std::string event;  ///< the first one of that beginning runs `callBack`
-    Action callBack;
-  };
-  for (auto const& each : {
-           Case{false, {purge}, commit(2), "tracker 5 userAdd", remove},
-           Case{false, {purge}, commit(2), "tracker 5 userAdd", commit(3)},
-           Case{false, {purge, commit(1)}, remove, "tracker 5 userRemove", commit(3)},
-           Case{true, {}, commit(2), "compare 5", remove},
-           Case{true, {}, commit(2), "compare 5", commit(3)},
-           Case{true, {}, commit(2), "compare 5", commit(1)},
-           Case{true, {}, purge, "tracker 5 userRemove", commit(3)},
-           Case{true, {replayEnded, commit(2)}, remove, "tracker 5 userRemove", [](auto&) {}},
-           Case{
-               true, {replayEnded, commit(2), remove, commit(2)}, remove, "delete 5", [](auto&) {}},
-           Case{true, {replayEnded}, commit(2), "tracker 5 userAdd", remove},
-       }) {
-    Recorded<TypeParam> run(this->make());
-    if (each.hardwareHoldsIt) run.holding({{5, this->e(1)}});
-    run.synced();
-    for (auto const& step : each.before) step(*run.table);
-    bool called = false;
-    run.util->onEvent = [&](std::string const& event) {
-      if (event.starts_with(each.event) && !std::exchange(called, true)) each.callBack(*run.table);
-    };
-    each.trigger(*run.table);
-    purge(*run.table);
-    ASSERT_TRUE(called) << each.event;
-    ASSERT_EQ(run.util->rows.size(), run.table->entrys()) << each.event;
-    ASSERT_EQ(run.uses(5).users, run.table->entrys()) << each.event;
-    for (auto const& [key, row] : run.util->rows)
-      ASSERT_EQ(run.table->resolvedEntry(this->k(key)), row) << each.event;
+/// A table after a restart that found rows of two keys.
+template <class T>
+struct Life {
+  Recorded<T> at{Vell::Ptr<T>(new T)};
+  std::optional<U64> wish;  ///< of the first key, unless that was taken back
+
+  Life() { at.holding({{5, sampleEntry<typename T::Entry>(1)}, {6, {}}}).synced(); }
+  static auto key(U32 number) { return sampleKey<typename T::Key>(number); }
+  void commit(U64 n) { at.table->entryCommit(key(5), sampleEntry<typename T::Entry>(*(wish = n))); }
+  void remove() {
+    wish.reset();
+    at.table->entryRemove(key(5));
   }
-}
+  void takeOther() { at.table->entryCommit(key(6), sampleEntry<typename T::Entry>(9)); }
+  void endReplay() { at.table->doInitComplete(); }
+  void purge() {
+    endReplay();
+    at.table->purgeStaleEntries();
+  }
+};
 
-// What sync found of the key is still noted while it is rewritten, but not known to the tracker any more
-// once the key has gone.
-TYPED_TEST(ReentrancyTest, AKeyMayGoAndComeBackInTheMidstOfItsRewrite) {
-  this->at_.holding({{5, this->e(1)}}).synced();
-  U32 inside = 0;
-  this->at_.util->onEvent = [&](std::string const& event) {
-    if (inside == 0 && event.starts_with("write 5")) {
-      inside = 1;
-      this->table_.entryRemove(this->k(5));
-    } else if (inside == 1 && event.starts_with("tracker 5")) {
-      inside = 2;
-      this->table_.entryCommit(this->k(5), this->e(3));
-    }
-  };
-  this->table_.entryCommit(this->k(5), this->e(2));
-  this->at_.util->onEvent = nullptr;
-  ASSERT_EQ(inside, 2u);
-  EXPECT_EQ(this->at_.uses(5).users, 1u);
-  this->at_.replayed();
-  EXPECT_EQ(this->at_.util->rows.at(5), this->e(3));
-  EXPECT_EQ(this->at_.uses(5).users, 1u);
-}
-
-// The purge comes to each stale row whatever became of its key meanwhile; a use that is not there
-// is a broken limit again when it is over.
-TYPED_TEST(ReentrancyTest, StaleKeysMayComeAndGoDuringThePurge) {
-  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
-  auto& table = this->table_;
-  for (U32 key = 0; key < 20; ++key) this->at_.holding({{key, this->e(1)}});
-  this->at_.synced();
-  table.doInitComplete();
-  bool called = false;
-  this->at_.util->onEvent = [&](std::string const& event) {
-    if (!event.starts_with("delete") || std::exchange(called, true)) return;
-    for (U32 key = 0; key < 20; ++key) {
-      table.entryCommit(this->k(key), this->e(2));
-      table.entryRemove(this->k(key));
-    }
-  };
-  table.purgeStaleEntries();
-  this->at_.util->onEvent = nullptr;
-  EXPECT_TRUE(called);
-  EXPECT_TRUE(this->at_.util->rows.empty());
-  auto& tracker = Asic::IndexUserTracker::Stub::tracker(*table.hwTable());
-  EXPECT_EQ(tracker.indices(), 0u);
-  EXPECT_DEATH(tracker.update(5, Asic::IndexUserTracker::OpType::userRemove), "the use is there");
+// Two callbacks, the second at an event of the first or after it: hardware, tracker and table agree in
+// the end, and the newest wish stands.
+TYPED_TEST(ReentrancyTest, EveryEventMayChangeTheKeys) {
+  using Of = Life<TypeParam>;
+  using Actions = std::map<std::string, void (*)(Of&)>;
+  Actions const starts{
+      {"replay", [](Of&) {}},
+      {"replay with a key", [](Of& life) { life.commit(2); }},
+      {"end", [](Of& life) { life.endReplay(); }},
+      {"end and back",
+       [](Of& life) { life.endReplay(), life.commit(2), life.remove(), life.commit(2); }},
+      {"purged", [](Of& life) { life.purge(); }},
+      {"purged with a key", [](Of& life) { life.commit(2), life.purge(); }}};
+  Actions const callBacks{{"commits", [](Of& life) { life.commit(3); }},
+                          {"commits what was found", [](Of& life) { life.commit(1); }},
+                          {"removes", [](Of& life) { life.remove(); }},
+                          {"removes and commits", [](Of& life) { life.remove(), life.commit(3); }},
+                          {"takes and removes the other", [](Of& life) {
+                             life.takeOther(), life.at.table->entryRemove(Of::key(6));
+                           }}};
+  auto triggers = callBacks;
+  triggers["ends all"] = [](Of& life) { life.purge(); };
+  for (auto const& [start, begin] : starts)
+    for (auto const& [trigger, act] : triggers)
+      for (auto const& [text, callBack] : callBacks)
+        for (U32 gap = 0; gap < 3; ++gap)
+          for (U32 moment = 0, seen = 1; seen > moment; ++moment) {
+            SCOPED_TRACE(Vell::concatenate(start, ", ", trigger, "; at event ", moment, ' ', text,
+                                           ", and commits ", gap, " later"));
+            Of life;
+            begin(life);
+            seen = 0;
+            life.at.util->onEvent = [&, &call = callBack](auto&) {
+              auto const now = seen++;
+              if (now == moment) return call(life);
+              if (gap != 0 && now == moment + gap) life.commit(4);
+            };
+            act(life);
+            life.purge();
+            life.at.util->onEvent = nullptr;
+            auto& table = *life.at.table;
+            ASSERT_EQ(table.entryHas(Of::key(5)), life.wish.has_value());
+            ASSERT_EQ(table.entry(Of::key(5)), this->e(life.wish.value_or(0)));
+            ASSERT_EQ(life.at.util->rows.size(), table.entrys());
+            auto const& tracker = Asic::IndexUserTracker::Stub::tracker(*table.hwTable());
+            ASSERT_EQ(tracker.indices(), table.entrys());
+            for (auto const& [key, row] : life.at.util->rows) {
+              ASSERT_EQ(table.resolvedEntry(Of::key(key)), row);
+              ASSERT_EQ(life.at.uses(key).users, 1u);
+            }
+          }
 }
 
 TYPED_TEST(ReentrancyTest, ATableEndsEmptyWhateverItsWatchersCommit) {

@@ -84,33 +84,25 @@ TYPED_TEST(RestartTest, AutoCommitAdoptsTheHardwareWhileReplayRuns) {
   EXPECT_FALSE(this->table_.entryHas(this->k(99)));
 }
 
-TYPED_TEST(RestartTest, SyncComesFirstAndNeedsHardware) {
+TYPED_TEST(RestartTest, LimitsOnTheCallersStopTheProcess) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   this->table_.entryCommit(this->k(1), this->e(1));
   EXPECT_DEATH(this->table_.syncEntries(), "!swTable_->resolvedEntrys\\(\\)");
   this->table_.hwTableIs(nullptr);
   EXPECT_DEATH(this->table_.syncEntries(), "\"hwTable\\(\\)\"");
+  Recorded<TypeParam> restarted(this->make());
+  restarted.holding({{1, this->e(1)}}).synced();
+  EXPECT_DEATH(restarted.table->entryRemoveAll(), "Should call purgeStaleEntries instead");
+  restarted.table->doInitComplete();
+  restarted.table->purgeStaleEntries();
+  auto& tracker = Asic::IndexUserTracker::Stub::tracker(*restarted.table->hwTable());
+  EXPECT_DEATH(tracker.update(1, Asic::IndexUserTracker::OpType::userRemove), "the use is there");
   if (!TestFixture::keyIsIndex) return;  // no structured key is the exhausted index
   Recorded<TypeParam> other(this->make());
   other.holding({{0xFFFFFFFF, this->e(1)}}).synced();
   EXPECT_DEATH(other.table->purgeStaleEntries(), "!isExhausted\\( hwIndex \\)");
   EXPECT_DEATH(other.table->entryCommit(this->k(0xFFFFFFFF), this->e(2)),
                "entryState != indexReconciled\\(\\)");
-}
-
-TYPED_TEST(RestartTest, RemovalTellsTrackerHardwareWatchers) {
-  auto& at = this->at_;
-  at.synced().replayed();
-  this->table_.entryCommit(this->k(5), this->e(1));
-  at.take();
-  this->table_.entryRemove(this->k(5));
-  EXPECT_EQ(at.take(), (std::vector<std::string>{"tracker 5 userRemove", "delete 5",
-                                                 "published 0x207 5 was " + this->text(1)}));
-  this->table_.entryRemove(this->k(5));
-  EXPECT_TRUE(at.take().empty());
-  EXPECT_EQ(this->table_.resolvedKeyPrior(), SwTable::KeyPrior::noKey);
-  this->table_.entryCommit(this->k(5), this->e(1));
-  EXPECT_EQ(at.take()[0], "tracker 5 userAdd");
 }
 
 TYPED_TEST(RestartTest, RemovingAllTakesEveryKeyAsOneWithAValue) {
@@ -126,14 +118,6 @@ TYPED_TEST(RestartTest, RemovingAllTakesEveryKeyAsOneWithAValue) {
   EXPECT_EQ(at.counted(ReconciliationStatus::reconcileDeleted), 2u);
   this->table_.entryRemoveAll();
   EXPECT_TRUE(at.take().empty());
-}
-
-TYPED_TEST(RestartTest, RemovingAllBeforeThePurgeIsALimit) {
-  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
-  this->at_.holding({{1, this->e(1)}}).synced();
-  EXPECT_DEATH(this->table_.entryRemoveAll(), "Should call purgeStaleEntries instead");
-  this->table_.utilIs(nullptr);
-  this->table_.entryRemoveAll();
 }
 
 TYPED_TEST(RestartTest, ADestroyedTableDeletesWhatItHeldAndNothingElse) {
