@@ -4,6 +4,7 @@
 #include <random>
 
 #include "DirectTables.h"
+#include "support/EveryEvent.h"
 
 namespace Testing {
 namespace {
@@ -60,14 +61,29 @@ struct Life {
     endReplay();
     at.table->purgeStaleEntries();
   }
+  void onEvent(std::function<void(std::string const&)> const& heard) {
+    if (!heard) purge();  // which is the last that calls
+    at.util->onEvent = heard;
+  }
+  void ended() {
+    auto& table = *at.table;
+    ASSERT_EQ(table.entryHas(key(5)), wish.has_value());
+    ASSERT_EQ(table.entry(key(5)), sampleEntry<typename T::Entry>(wish.value_or(0)));
+    ASSERT_EQ(at.util->rows.size(), table.entrys());
+    ASSERT_EQ(at.tracker().indices(), table.entrys());
+    for (auto const& [number, row] : at.util->rows) {
+      ASSERT_EQ(table.resolvedEntry(key(number)), row);
+      ASSERT_EQ(at.usesOf(number), 1u);
+    }
+  }
 };
 
 // Two callbacks, the second at an event of the first or after it: hardware, tracker and table agree in
 // the end, and the newest wish stands.
 TYPED_TEST(ReentrancyTest, EveryEventMayChangeTheKeys) {
   using Of = Life<TypeParam>;
-  using Actions = std::map<std::string, void (*)(Of&)>;
-  Actions const starts{
+  EveryEvent<Of> every;
+  every.starts = {
       {"replay", [](Of&) {}},
       {"replay with a key", [](Of& life) { life.commit(2); }},
       {"end", [](Of& life) { life.endReplay(); }},
@@ -75,44 +91,16 @@ TYPED_TEST(ReentrancyTest, EveryEventMayChangeTheKeys) {
        [](Of& life) { life.endReplay(), life.commit(2), life.remove(), life.commit(2); }},
       {"purged", [](Of& life) { life.purge(); }},
       {"purged with a key", [](Of& life) { life.commit(2), life.purge(); }}};
-  Actions const callBacks{{"commits", [](Of& life) { life.commit(3); }},
-                          {"commits what was found", [](Of& life) { life.commit(1); }},
-                          {"removes", [](Of& life) { life.remove(); }},
-                          {"removes and commits", [](Of& life) { life.remove(), life.commit(3); }},
-                          {"takes and removes the other", [](Of& life) {
-                             life.takeOther(), life.at.table->entryRemove(Of::key(6));
-                           }}};
-  auto triggers = callBacks;
-  triggers["ends all"] = [](Of& life) { life.purge(); };
-  for (auto const& [start, begin] : starts)
-    for (auto const& [trigger, act] : triggers)
-      for (auto const& [text, callBack] : callBacks)
-        for (U32 gap = 0; gap < 3; ++gap)
-          for (U32 moment = 0, seen = 1; seen > moment; ++moment) {
-            SCOPED_TRACE(Vell::concatenate(start, ", ", trigger, "; at event ", moment, ' ', text,
-                                           ", and commits ", gap, " later"));
-            Of life;
-            begin(life);
-            seen = 0;
-            life.at.util->onEvent = [&, &call = callBack](auto&) {
-              auto const now = seen++;
-              if (now == moment) return call(life);
-              if (gap != 0 && now == moment + gap) life.commit(4);
-            };
-            act(life);
-            life.purge();
-            life.at.util->onEvent = nullptr;
-            auto& table = *life.at.table;
-            ASSERT_EQ(table.entryHas(Of::key(5)), life.wish.has_value());
-            ASSERT_EQ(table.entry(Of::key(5)), this->e(life.wish.value_or(0)));
-            ASSERT_EQ(life.at.util->rows.size(), table.entrys());
-            auto const& tracker = Asic::IndexUserTracker::Stub::tracker(*table.hwTable());
-            ASSERT_EQ(tracker.indices(), table.entrys());
-            for (auto const& [key, row] : life.at.util->rows) {
-              ASSERT_EQ(table.resolvedEntry(Of::key(key)), row);
-              ASSERT_EQ(life.at.uses(key).users, 1u);
-            }
-          }
+  every.callBacks = {{"commits", [](Of& life) { life.commit(3); }},
+                     {"commits what was found", [](Of& life) { life.commit(1); }},
+                     {"removes", [](Of& life) { life.remove(); }},
+                     {"removes and commits", [](Of& life) { life.remove(), life.commit(3); }},
+                     {"takes and removes the other",
+                      [](Of& life) { life.takeOther(), life.at.table->entryRemove(Of::key(6)); }}};
+  every.triggers = every.callBacks;
+  every.triggers["ends all"] = [](Of& life) { life.purge(); };
+  every.second = [](Of& life) { life.commit(4); };
+  every.play();
 }
 
 TYPED_TEST(ReentrancyTest, ATableEndsEmptyWhateverItsWatchersCommit) {
@@ -170,7 +158,7 @@ TYPED_TEST(ReentrancyTest, RandomOperationsAgreeWithAPlainMap) {
     ASSERT_EQ(run.util->rows.size(), wanted.size());
     for (auto const& [key, n] : wanted) {
       ASSERT_EQ(run.util->rows[key], this->e(n)) << key;
-      ASSERT_EQ(run.uses(key).users, 1u) << key;
+      ASSERT_EQ(run.usesOf(key), 1u) << key;
     }
     hardware = run.util->rows;
     run.util->rows.clear();

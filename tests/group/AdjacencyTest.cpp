@@ -11,44 +11,27 @@ using Adjacencies = Forwarding::AdjacencyTable;
 
 class Adjacency : public testing::Test {
  protected:
-  class Util final : public Testing::RecordingUtil<Adjacencies> {
-   public:
-    U32 numEntries() const override { return 64; }
-  };
-
-  Adjacency() {
-    util_->indexKnownAtWriteIs(true);
-    table_->utilIs(util_);
-    table_->hwTableIs(new Asic::HwTable);
-    table_->doCreateAllocator();
-  }
+  Adjacency() { util_->indexKnownAtWriteIs(true); }
   /// What the hardware holds, by id the index of the group.
   void holding(std::map<U32, U32> const& rows) {
     for (auto const& [id, group] : rows) util_->rows[id].emplace().group = group;
-    table_->syncEntries();
-  }
-  void replayed() {
-    table_->doInitComplete();
-    table_->purgeStaleEntries();
-    util_->take();
+    at_.synced();
   }
   HandlePtr commit(U32 id, HandlePtr const& group) {
     Adjacencies::Entry entry;
     entry.groupHandle = group;
     return table_->entryCommit({.id = id}, entry);
   }
-  U32 usesOf(U32 row) {
-    return Asic::IndexUserTracker::Stub::tracker(*table_->hwTable()).uses(row).users;
-  }
 
   Groups<Ecmp> groups_{8};
-  Vell::Ptr<Util> util_{new Util};
-  Vell::Ptr<Adjacencies> table_ = Forwarding::adjacencyTableFactory();
+  Testing::RecordedHandles<Adjacencies> at_{Forwarding::adjacencyTableFactory(), 64};
+  Adjacencies* table_ = at_.table.get();
+  Testing::RecordingHandleUtil<Adjacencies>* util_ = at_.util.get();
 };
 
 TEST_F(Adjacency, isWrittenWhenItsGroupIsAcknowledgedAndKeepsItsRowUntilThen) {
   groups_.replayed();
-  replayed();
+  at_.replayed();
   auto const handle = commit(40, groups_.ref(1, 1));
   EXPECT_THAT(util_->take(), IsEmpty());
   EXPECT_EQ(handle->entryState(), State::unresolved);
@@ -92,11 +75,11 @@ TEST_F(Adjacency, thatWaitsWithAFormerValueIsNotWrittenAnewAtTheEndOfTheReplay) 
   auto const handle = commit(40, first);
   commit(41, first);
   commit(41, groups_.commit(2, 2));
-  replayed();
+  at_.replayed();
   EXPECT_EQ(handle->entryState(), State::success);
   groups_.answer(1);
   EXPECT_EQ(util_->rows.at(41)->group, 1u);
-  for (U32 row : {40, 41}) EXPECT_EQ(usesOf(row), 1u) << row;
+  for (U32 row : {40, 41}) EXPECT_EQ(at_.usesOf(row), 1u) << row;
 }
 
 // While the row goes the handle still stands for the group, and must lead nobody to an index that will
@@ -123,7 +106,7 @@ TEST_F(Adjacency, thatAHookOfItsGroupsDeletionBringsWaits) {
 // The end of the wait is told, and a watcher of it wants another group.
 TEST_F(Adjacency, aCommitFromInsideItsOwnResolutionStands) {
   groups_.replayed();
-  replayed();
+  at_.replayed();
   auto const handle = commit(40, groups_.commit(1, 1));
   auto const second = groups_.commit(2, 2);
   auto const watch = handle->watched().watch(0x102, [&](auto const&) {

@@ -57,18 +57,6 @@ TYPED_TEST(GroupComeback, aWriteThatIsOvertakenWithoutAnIndexStops) {
   isConsistent(at);
 }
 
-TYPED_TEST(GroupComeback, aKeyHeldWithoutAValueIsKnownToTheTrackerAsThat) {
-  auto& at = this->at_.replayed();
-  at.table->resolvedEntryIs(at.key(7), at.entry(1));
-  at.blank(7);
-  at.take();
-  at.commit(7, 2);
-  EXPECT_THAT(at.take(), testing::Contains("tracker 0 userActivate"));
-  at.blank(7);
-  EXPECT_THAT(at.take(), testing::Contains("tracker 0 userDeactivate"));
-  EXPECT_EQ(at.usesOf(0), 1u);
-}
-
 TYPED_TEST(GroupComeback, aHandleInNoTableTakesNoCandidates) {
   auto& at = this->at_.holding({{3, 1}});
   HandlePtr const outside = TypeParam::entryHandleFactory(at.key(7), at.table.get());

@@ -108,7 +108,7 @@ class SideOf final : public Side {
     ASSERT_EQ(at_->table->entrys(), known);
     ASSERT_EQ(at_->util->rows.size(), rows);
     ASSERT_EQ(at_->hw().unansweredWrites(), unanswered);
-    ASSERT_EQ(Asic::IndexUserTracker::Stub::tracker(at_->hw()).indices(), rows);
+    ASSERT_EQ(at_->tracker().indices(), rows);
   }
 
   /// The process ends without a destructor: nothing reaches the hardware.

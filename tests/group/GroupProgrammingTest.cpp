@@ -142,16 +142,9 @@ TYPED_TEST(GroupProgramming, aWriteAtAnIndexTakesItIfItIsFree) {
   EXPECT_EQ(at.util->rows.at(3), at.entry(3));
 }
 
-TYPED_TEST(GroupProgramming, anIndexThatIsKnownAtTheWriteIsOnTheHandleAtOnce) {
-  auto& at = this->at_;
-  at.util->indexKnownAtWriteIs(true);
-  auto const handle = at.commit(7, 1);
-  EXPECT_EQ(handle->hwIndex().value(), 0u);
-  EXPECT_EQ(handle->entryState(), State::inProgress) << "the write is acknowledged all the same";
-}
-
 TYPED_TEST(GroupProgramming, withoutHooksAnIndexIsTakenAndGivenBackAndNothingIsWritten) {
-  Groups<TypeParam> at(4, Groups<TypeParam>::Hooks::absent);
+  Groups<TypeParam> at(4);
+  at.table->utilIs(nullptr);
   at.replayed();
   auto handle = at.commit(7, 1);
   EXPECT_EQ(handle->entryState(), State::inProgress);
@@ -185,16 +178,6 @@ TYPED_TEST(GroupProgramming, aHeldEntryStaysUntilItsHolderLetsGo) {
                                      "published 0x288 7 was mode 1", "published 0x286 7 gone"));
   EXPECT_EQ(usedAtDelete, 1u) << "the row goes before the index is free";
   isConsistent(at);
-}
-
-TYPED_TEST(GroupProgramming, aHandleOfNoEntryLeavesTheTableAndStaysWithItsHolder) {
-  auto& at = this->at_;
-  auto const handle = at.table->entryHandleIs(at.key(7), at.table.get());
-  at.take();
-  at.remove(7);
-  EXPECT_THAT(at.take(), ElementsAre("published 0x286 7 gone"));
-  at.commit(7, 1);
-  EXPECT_NE(at.table->entryHandle(at.key(7)), handle);
 }
 
 TYPED_TEST(GroupProgramming, removingAllTakesBackEveryCommitAndSparesWhatIsHeld) {

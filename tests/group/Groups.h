@@ -33,58 +33,41 @@ constexpr U32 noIndex = 0xFFFFFFFF;
 
 /// A table with its recording hooks. `entries` is what its hardware has room for.
 template <class T>
-class Groups {
+class Groups : public Testing::Driven<Groups<T>, T, Testing::RecordingHandleUtil<T>> {
  public:
+  using Base = Testing::Driven<Groups<T>, T, Testing::RecordingHandleUtil<T>>;
   using Key = typename T::Key;
   using Entry = typename T::Entry;
+  using Base::allocator;
+  using Base::table;
+  using Base::util;
   static constexpr bool waits = Asic::Trait::needsEntries<T>;
-  class Util final : public Testing::RecordingUtil<T> {
-   public:
-    U32 numEntries() const override { return entries; }
-    U32 entries = 16;
-  };
 
-  Vell::Ptr<Util> util{new Util};
-  Vell::Ptr<T> table{new T("groups")};
-  std::vector<Vell::Subscription> subscriptions;
-
-  enum class Hooks { present, absent };
-  explicit Groups(U32 entries = 16, Hooks hooks = Hooks::present) {
-    util->entries = entries;
-    if (hooks == Hooks::present) table->utilIs(util);
-    table->hwTableIs(new Asic::HwTable);
-    table->doCreateAllocator();
-    watch(0x282, [](auto&) { return ""; });
-    watch(0x283, [](auto&) { return ""; });
+  explicit Groups(U32 entries = 16) : Base(new T("groups"), entries) {
+    this->watch(0x282, [](auto&) { return ""; });
+    this->watch(0x283, [](auto&) { return ""; });
     constexpr auto cameOrWent = [](auto& change) {
       return Vell::concatenate(' ', idOf(change), change.previous ? " gone" : " new");
     };
-    watch(T::entryHandleField, cameOrWent);
-    if constexpr (waits) watch(T::unresolvedEntryField, cameOrWent);
-    watch(T::resolvedEntryField, [](auto& change) {
+    this->watch(T::entryHandleField, cameOrWent);
+    if constexpr (waits) this->watch(T::unresolvedEntryField, cameOrWent);
+    this->watch(T::resolvedEntryField, [](auto& change) {
       auto const& previous = *change.template previousAs<Zarn::Optional<Entry>>();
-      return Vell::concatenate(' ', idOf(change), " was ", Util::text(previous));
+      return Vell::concatenate(' ', idOf(change), " was ",
+                               Testing::RecordingUtil<T>::text(previous));
     });
-    watch(T::syncedEntryField, [](auto& change) {
+    this->watch(T::syncedEntryField, [](auto& change) {
       return Vell::concatenate(' ', change.template keyAs<Asic::Index>().value());
     });
   }
   Groups& holding(std::map<U32, U32> const& modes) {
     for (auto const& [row, mode] : modes) util->rows[row] = entry(mode);
-    table->syncEntries();
-    util->take();
-    return *this;
-  }
-  Groups& replayed() {
-    table->doInitComplete();
-    table->purgeStaleEntries();
-    util->take();
-    return *this;
+    return this->synced();
   }
   /// Writes down the states that the handle goes through from now on.
   HandlePtr const& follow(HandlePtr const& handle) {
     for (auto const& [field, name] : {std::pair{0x102u, "entryState "}, {0x103u, "resolved "}})
-      subscriptions.push_back(
+      this->subscriptions.push_back(
           handle->watched().watch(field, [this, name = name, at = handle.get()](auto& change) {
             util->note(Vell::concatenate(
                 name, change.fieldId == 0x102 ? at->entryState() : at->resolvedEntryState()));
@@ -127,7 +110,6 @@ class Groups {
   U64 answer(U32 index, State outcome = State::success) {
     return acknowledge(hw().newestWrite(index), index, outcome);
   }
-  auto* allocator() const { return table->indexAllocator(); }
   /// The index that the allocator holds for the key, of whichever table.
   U32 indexOf(U32 id) const {
     auto const wanted = key(id);
@@ -138,22 +120,12 @@ class Groups {
     auto const wanted = key(id);
     return allocator()->recoverIndexForKey(index, T::keyType(), &wanted);
   }
-  U64 counted(Status status) const { return table->statistics().of(status); }
-  U32 usesOf(U32 row) const {
-    return Asic::IndexUserTracker::Stub::tracker(*table->hwTable()).uses(row).users;
-  }
 
  private:
   static U32 idOf(Vell::Change const& change) { return change.keyAs<Key>().adjId; }
   static void shorten(std::string& text, std::string_view from, std::string_view to) {
     for (auto at = text.find(from); at != text.npos; at = text.find(from))
       text.replace(at, from.size(), to);
-  }
-  template <class Text>
-  void watch(U32 field, Text text) {
-    subscriptions.push_back(table->publisher()->watch(field, [=, this](Vell::Change const& change) {
-      util->note(Vell::concatenate("published ", Testing::hex(field), text(change)));
-    }));
   }
 };
 
@@ -163,7 +135,7 @@ void isConsistent(Groups<T>& at) {
   EXPECT_EQ(at.util->rows.size(), at.table->resolvedCount());
   EXPECT_EQ(at.table->entrys(), at.table->resolvedCount());
   EXPECT_EQ(at.allocator()->totalUsedIndices(), at.table->resolvedCount());
-  EXPECT_EQ(Asic::IndexUserTracker::Stub::tracker(at.hw()).indices(), at.util->rows.size());
+  EXPECT_EQ(at.tracker().indices(), at.util->rows.size());
   for (U32 id = 0; id < 20; ++id) {
     if (!at.table->entryHas(at.key(id))) continue;
     auto const index = at.indexOf(id);

@@ -47,8 +47,7 @@ class SelectiveGroups : public Groups<T> {
       this->util->rows[row] = entry(nullptr, 1);
       this->util->rows[row]->ecmpSecondaryBlockPtr = block;
     }
-    table->syncEntries();
-    this->util->take();
+    this->synced();
     return *this;
   }
   SelectiveGroups& replayed() {

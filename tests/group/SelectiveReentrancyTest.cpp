@@ -4,6 +4,7 @@
 #include <set>
 
 #include "SelectiveGroups.h"
+#include "support/EveryEvent.h"
 
 namespace Group {
 namespace {
@@ -20,7 +21,7 @@ TYPED_TEST_SUITE(SelectiveReentrancy, SelectiveTables);
 
 #define AT this->at_
 
-/// One group, with what its row may show and what was last wished for.
+/// One group after a restart that found a row, with what its row may show and what was last wished for.
 template <class T>
 struct Life {
   SelectiveGroups<T> at{2};
@@ -30,7 +31,7 @@ struct Life {
   std::optional<U32> wish;  ///< its count, unless it was taken back
   U32 wishes = 1;
 
-  Life() { at.replayed(); }
+  Life() { at.holding({{0, 70}}); }
   void commit(NeededPtr const& block) { at.commit(7, block, *(wish = ++wishes)); }
   void ref(NeededPtr const& block) { held = at.ref(7, block, *(wish = ++wishes)); }
   void letGo() {
@@ -39,7 +40,7 @@ struct Life {
     at.remove(7);
   }
   void answer(State outcome) {
-    if (outcome == State::success) shown.clear();
+    if (outcome == State::success && at.table->configReplayComplete()) shown.clear();
     noteShown();
     at.answer(0, outcome);
   }
@@ -54,80 +55,93 @@ struct Life {
     if (event.starts_with("delete")) shown.clear();
     for (auto* const each : shown) EXPECT_GE(at.usesOf(*each), 1u) << "the row may show it";
   }
+  void suggest() {
+    auto const handle = at.handle(7);
+    if (handle && handle->entryState() == State::unresolved && !at.table->configReplayComplete())
+      Group::suggest(handle, {0});
+  }
+  /// Also those of the queue that keeps blocks, and a chip's hook for a block that is asked for its
+  /// index.
+  void onEvent(std::function<void(std::string const&)> const& heardBy) {
+    at.util->onEvent = nullptr;
+    if (!heardBy) return;
+    auto const handle = at.table->entryHandleIs(at.key(7), at.table.get());
+    auto const note = [this](auto&&...) { at.util->note("of the queue or the block"); };
+    at.subscriptions.push_back(handle->watched().watch(0x185, note));
+    b->onAsked = waiting->onAsked = note;
+    at.follow(handle);
+    at.util->onEvent = [=, this](auto& event) {
+      heard(event);
+      heardBy(event);
+    };
+  }
   void settle() {
+    if (!at.table->configReplayComplete()) at.replayed();
     if (waiting->hwIndex().isExhausted()) waiting->becomes(State::success, 90);
     for (U32 i = 0; i < 9 && at.hw().newestWrite(0) != 0; ++i) answer(State::success);
   }
+  void ended() {
+    settle();
+    if (at.table->entryHas(at.key(7))) isConsistent(at);
+    U32 const count = at.table->entry(at.key(7)).countSecondary.value();
+    EXPECT_EQ(count, wish.value_or(count));
+    letGo();
+    settle();
+    isConsistent(at);
+    EXPECT_EQ(at.table->entrys() + at.usesOf(a) + at.usesOf(b) + at.usesOf(waiting), 0u);
+  }
 };
 
-// Also those of the queue that keeps blocks, and of a chip's hook for a block that is asked for its
-// index. What a row may show is held, the newest wish stands, and nothing is left.
+// What a row may show is held, the newest wish stands, and nothing is left.
 TYPED_TEST(SelectiveReentrancy, everyEventMayCallTheTable) {
   using Of = Life<TypeParam>;
-  using Actions = std::map<std::string, void (*)(Of&)>;
+  Testing::EveryEvent<Of> every;
   constexpr auto success = State::success;
-  Actions const starts{
-      {"none", [](Of&) {}},
-      {"written", [](Of& life) { life.commit(life.a); }},
-      {"acknowledged", [](Of& life) { life.commit(life.a), life.answer(success); }},
+  every.starts = {
+      {"none", [](Of& life) { life.at.replayed(); }},
+      {"written", [](Of& life) { life.at.replayed(), life.commit(life.a); }},
+      {"acknowledged",
+       [](Of& life) { life.at.replayed(), life.commit(life.a), life.answer(success); }},
       {"rewritten",
-       [](Of& life) { life.commit(life.b), life.answer(success), life.commit(life.a); }},
-      {"with a wish", [](Of& life) { life.commit(life.a), life.commit(life.waiting); }},
-      {"in the dance", [](Of& life) { life.commit(life.a), life.answer(success), life.letGo(); }}};
-  Actions const triggers{
-      {"commit", [](Of& life) { life.commit(life.b); }},
-      {"commit that waits", [](Of& life) { life.commit(life.waiting); }},
-      {"reference", [](Of& life) { life.ref(life.b); }},
-      {"acknowledgement", [](Of& life) { life.answer(success); }},
-      {"refusal",
        [](Of& life) {
-         if (life.at.handle(7) && life.at.handle(7)->entryType() != Type::inDeletion)
-           life.answer(Asic::WriteResponse::refused);
+         life.at.replayed(), life.commit(life.b), life.answer(success), life.commit(life.a);
        }},
-      {"removal", [](Of& life) { life.letGo(); }},
-      {"resolution", [](Of& life) { life.waiting->becomes(success, 90); }}};
-  Actions const callBacks{
-      {"commits", [](Of& life) { life.commit(life.b); }},
-      {"commits the former block", [](Of& life) { life.commit(life.a); }},
-      {"commits what waits", [](Of& life) { life.commit(life.waiting); }},
-      {"references", [](Of& life) { life.ref(life.a); }},
-      {"lets go", [](Of& life) { life.letGo(); }},
-      {"lets go and commits", [](Of& life) { life.letGo(), life.commit(life.b); }},
-      {"removes all", [](Of& life) { life.wish.reset(), life.at.table->entryRemoveAll(); }}};
-  for (auto const& [start, begin] : starts)
-    for (auto const& [trigger, act] : triggers)
-      for (auto const& [text, callBack] : callBacks)
-        for (U32 moment = 0, seen = 1; seen > moment; ++moment) {
-          SCOPED_TRACE(Vell::concatenate(start, ", ", trigger, "; at event ", moment, ' ', text));
-          Of life;
-          begin(life);
-          auto handle = life.at.table->entryHandleIs(life.at.key(7), life.at.table.get());
-          auto const watching =
-              handle->watched().watch(0x185, [&](auto&) { life.at.util->note("queue"); });
-          life.at.follow(std::exchange(handle, nullptr));
-          life.b->onAsked = life.waiting->onAsked = [&] { life.at.util->note("asked"); };
-          seen = 0;
-          bool isInside = false;
-          life.at.util->onEvent = [&, &call = callBack](auto& event) {
-            life.heard(event);
-            if (isInside || seen++ != moment) return;
-            isInside = true;
-            call(life);
-            isInside = false;
-          };
-          act(life);
-          life.at.util->onEvent = nullptr;
-          life.settle();
-          if (life.at.table->entryHas(life.at.key(7))) isConsistent(life.at);
-          U32 const count = life.at.table->entry(life.at.key(7)).countSecondary.value();
-          EXPECT_EQ(count, life.wish.value_or(count));
-          life.letGo();
-          life.settle();
-          isConsistent(life.at);
-          EXPECT_EQ(life.at.table->entrys(), 0u);
-          EXPECT_EQ(life.at.usesOf(life.a) + life.at.usesOf(life.b) + life.at.usesOf(life.waiting),
-                    0u);
-        }
+      {"with a wish",
+       [](Of& life) { life.at.replayed(), life.commit(life.a), life.commit(life.waiting); }},
+      {"in the dance",
+       [](Of& life) {
+         life.at.replayed(), life.commit(life.a), life.answer(success), life.letGo();
+       }},
+      {"replay, place found",
+       [](Of& life) { static_cast<void>(life.at.recover(7, 0)), life.commit(life.a); }},
+      {"replay, with a wish",
+       [](Of& life) { static_cast<void>(life.at.recover(7, 0)), life.commit(life.waiting); }},
+      {"replay, no place", [](Of& life) { life.commit(life.a); }}};
+  every.triggers = {{"commit", [](Of& life) { life.commit(life.b); }},
+                    {"commit that waits", [](Of& life) { life.commit(life.waiting); }},
+                    {"reference", [](Of& life) { life.ref(life.b); }},
+                    {"acknowledgement", [](Of& life) { life.answer(success); }},
+                    {"refusal",
+                     [](Of& life) {
+                       if (life.at.handle(7) && life.at.handle(7)->entryType() != Type::inDeletion)
+                         life.answer(Asic::WriteResponse::refused);
+                     }},
+                    {"removal", [](Of& life) { life.letGo(); }},
+                    {"resolution in place", [](Of& life) { life.waiting->becomes(success, 70); }},
+                    {"suggestion", [](Of& life) { life.suggest(); }},
+                    {"end of the replay",
+                     [](Of& life) {
+                       if (!life.at.table->configReplayComplete()) life.at.replayed();
+                     }},
+                    {"resolution", [](Of& life) { life.waiting->becomes(success, 90); }}};
+  every.callBacks = {{"commits", [](Of& life) { life.commit(life.b); }},
+                     {"commits the former block", [](Of& life) { life.commit(life.a); }},
+                     {"commits what waits", [](Of& life) { life.commit(life.waiting); }},
+                     {"references", [](Of& life) { life.ref(life.a); }},
+                     {"lets go", [](Of& life) { life.letGo(); }},
+                     {"lets go and commits", [](Of& life) { life.letGo(), life.commit(life.b); }},
+                     {"removes", [](Of& life) { life.wish.reset(), life.at.remove(7); }}};
+  every.play();
 }
 
 // It would be taken for the answer to a write that is yet to come.

@@ -78,32 +78,23 @@ TYPED_TEST(SelectiveRestart, whatStillWaitsAtTheEndIsLeftAloneAndResolvesLater) 
 }
 
 // The old value was found in its place; what waits for another block is not written over it.
-TYPED_TEST(SelectiveRestart, aFormerValueThatWasFoundStaysWhileTheNewOneWaits) {
-  AT.holding({{3, 70}});
-  ASSERT_TRUE(AT.recover(7, 3));
-  auto const former = usable(70);
-  AT.commit(7, former);
-  EXPECT_EQ(AT.handle(7)->entryState(), State::indexReconciled);
-  AT.commit(7, this->block_);
-  AT.remove(7);
-  auto const handle = AT.commit(7, this->block_);
-  AT.table->doInitComplete();
-  AT.remove(7);
-  EXPECT_EQ(AT.util->rows.at(3)->ecmpSecondaryBlockPtr, 70u);
-  EXPECT_EQ(AT.counted(Status::reconcileAdded), 0u);
-}
-
-TYPED_TEST(SelectiveRestart, aWishThatIsTakenBackLeavesTheFormerValueInPlace) {
-  AT.holding({{3, 70}});
-  ASSERT_TRUE(AT.recover(7, 3));
-  auto const handle = AT.commit(7, usable(70));
-  AT.commit(7, this->block_);
-  AT.remove(7);
-  EXPECT_EQ(handle->entryState(), State::unresolved);
-  AT.take();
-  AT.table->doInitComplete();
-  EXPECT_EQ(handle->entryState(), State::indexReconciled) << "those who need it go on";
-  EXPECT_THAT(AT.take(), ElementsAre("published 0x283"));
+TYPED_TEST(SelectiveRestart, aFormerValueThatWasFoundStaysWhateverBecomesOfTheWish) {
+  for (bool const wishesAgain : {false, true}) {
+    SelectiveGroups<TypeParam> at;
+    at.holding({{3, 70}});
+    ASSERT_TRUE(at.recover(7, 3));
+    auto const handle = at.commit(7, usable(70));
+    at.commit(7, this->block_);
+    at.remove(7);
+    EXPECT_EQ(handle->entryState(), State::unresolved);
+    if (wishesAgain) at.commit(7, this->block_);
+    at.take();
+    at.table->doInitComplete();
+    EXPECT_EQ(handle->entryState(), wishesAgain ? State::unresolved : State::indexReconciled);
+    EXPECT_THAT(at.take(), ElementsAre("published 0x283"));
+    EXPECT_EQ(at.counted(Status::reconcileAdded), 0u);
+    EXPECT_EQ(at.util->rows.at(3)->ecmpSecondaryBlockPtr, 70u);
+  }
 }
 
 // A value that has no place yet, and another one that waits: the row of the first is found.
@@ -117,21 +108,6 @@ TYPED_TEST(SelectiveRestart, aPlaceThatIsFoundForAFormerValueLeavesTheWishAWish)
   EXPECT_EQ(AT.state(7), "U waiting, R value, T committed, E unresolved, S indexReconciled, Q 0");
   EXPECT_THAT(this->block_->suggested, IsEmpty()) << "the row is the former value's";
   EXPECT_EQ(handle->hwIndex().value(), 3u);
-}
-
-// Those who need the group would otherwise go on, although it is to be another one.
-TYPED_TEST(SelectiveRestart, aWishFromTheMidstOfAComparisonIsStillAWishAfterIt) {
-  for (U32 const held : {70, 71}) {
-    SelectiveGroups<TypeParam> at;
-    at.holding({{3, held}});
-    ASSERT_TRUE(at.recover(7, 3));
-    at.util->onEvent = [&](std::string const& event) {
-      if (event.starts_with("compare")) at.commit(7, this->block_);
-    };
-    at.commit(7, usable(70));
-    at.util->onEvent = nullptr;
-    EXPECT_EQ(at.state(7), "U waiting, R value, T committed, E unresolved, S indexReconciled, Q 0");
-  }
 }
 
 // The chip refuses the rewrite, and the row shows what an earlier life put there: it may point at rows
@@ -169,22 +145,7 @@ TYPED_TEST(SelectiveRestart, aDanceOfTheReplayEndsWithTheFirstAcknowledgement) {
   EXPECT_THAT(AT.take(), ElementsAre("tracker 3 userRemoveInactive", "delete 3",
                                      "published 0x289 7 was -", "published 0x287 7 gone"));
   EXPECT_THAT(AT.util->rows, IsEmpty());
-  EXPECT_EQ(Asic::IndexUserTracker::Stub::tracker(AT.hw()).indices(), 0u);
-}
-
-// From inside the comparison's outcome: the state is told before the row is rewritten.
-TYPED_TEST(SelectiveRestart, aDanceMayBeginInTheMidstOfTheReplayOfItsOwnRow) {
-  AT.holding({{3, 60}});
-  ASSERT_TRUE(AT.recover(7, 3));
-  auto handle = AT.ref(7, this->block_);
-  auto const watching = handle->watched().watch(0x102, [&](auto&) { handle = nullptr; });
-  this->block_->becomes(State::success, 70);
-  AT.replayed();
-  AT.answer(3);
-  EXPECT_EQ(AT.state(7), "U none, R none, no handle");
-  EXPECT_THAT(AT.util->rows, IsEmpty());
-  EXPECT_EQ(Asic::IndexUserTracker::Stub::tracker(AT.hw()).indices(), 0u);
-  EXPECT_EQ(AT.usesOf(this->block_), 0u);
+  EXPECT_EQ(AT.tracker().indices(), 0u);
 }
 
 #undef AT

@@ -22,22 +22,12 @@ constexpr U32 steps = 30'000;
 constexpr U32 steps = 1'000'000;
 #endif
 
-class NextHopUtil final : public Testing::RecordingUtil<NextHops> {
- public:
-  U32 numEntries() const override { return nextHopRoom; }
-};
-
 class Model {
  public:
   explicit Model(U64 seed) : random_(seed) {
     at_.quiet().synced().replayed();
-    nextHops_->utilIs(nextHopUtil_);
-    nextHops_->hwTableIs(new Asic::HwTable);
     nextHopUtil_->indexKnownAtWriteIs(true);
-    nextHops_->doCreateAllocator();
-    nextHops_->syncEntries();
-    nextHops_->doInitComplete();
-    nextHops_->purgeStaleEntries();
+    lower_.synced().replayed();
     // No two blocks are equal. Only the operations are random: with blocks of random lengths, some
     // seeds never fill the allocator.
     for (U32 at = 0; at < blocks_.size(); ++at)
@@ -195,7 +185,7 @@ class Model {
     ASSERT_EQ(at_.table->entryBlocks(), known);
     ASSERT_EQ(at_.util->rows.size(), rowsHeld);
     ASSERT_EQ(at_.allocator()->totalUsedIndices(), rowsHeld);
-    ASSERT_EQ(Asic::IndexUserTracker::Stub::tracker(*at_.table->hwTable()).indices(), rowsHeld);
+    ASSERT_EQ(at_.tracker().indices(), rowsHeld);
     ASSERT_EQ(nextHopUtil_->rows.size(), indicesUsed());
     ASSERT_EQ(nextHops_->indexAllocator()->totalUsedIndices(), indicesUsed());
     ASSERT_EQ(nextHops_->resolvedCount(), std::ranges::count_if(hops_, &Hop::hasValue));
@@ -214,8 +204,9 @@ class Model {
 
   std::mt19937_64 random_;
   Recorded at_{rowRoom};
-  Vell::Ptr<NextHopUtil> nextHopUtil_{new NextHopUtil};
-  Vell::Ptr<NextHops> nextHops_ = Forwarding::nextHopTableFactory();
+  Testing::RecordedHandles<NextHops> lower_{Forwarding::nextHopTableFactory(), nextHopRoom};
+  NextHops* nextHops_ = lower_.table.get();
+  Testing::RecordingHandleUtil<NextHops>* nextHopUtil_ = lower_.util.get();
   std::array<Hop, 6> hops_;
   std::array<Kept, 16> blocks_;
 };

@@ -80,7 +80,8 @@ TEST(BlockProgramming, aBlockWithoutRoomIsTriedAgainWhenItIsHandled) {
 }
 
 TEST(BlockProgramming, withoutHooksTheAllocatorAloneWorks) {
-  Recorded at(0, Recorded::Hooks::absent);
+  Recorded at;
+  at.table->utilIs(nullptr);
   at.table->doInitComplete();
   auto const key = plainBlock(3);
   auto const handle = at.table->entryBlockCommit(key);
@@ -139,32 +140,6 @@ TEST(BlockReferences, aCopyOfABlockIsItsOwn) {
 }
 
 // ---- callbacks ----
-
-TEST(BlockCallbacks, hooksAndWatchersMayDropTheLastUseAtAnyPoint) {
-  auto const live = Table::EntryHandle::memAllocationTracker_.live();
-  for (U32 point = 0; point < 12; ++point) {
-    Recorded at;
-    at.synced().replayed();
-    auto const nextHop = needed();
-    auto const key = block({row(nextHop, 1), row(nextHop, 2)});
-    HandlePtr kept = at.table->entryBlockRef(key);
-    at.take();
-    U32 events = 0;
-    at.util->onEvent = [&](std::string const&) {
-      if (events++ != point) return;
-      kept = nullptr;
-      at.table->entryBlockRemove(key);
-    };
-    nextHop->becomes(State::success, 2);
-    at.util->onEvent = nullptr;
-    kept = nullptr;
-    EXPECT_THAT(at.util->rows, IsEmpty()) << point;
-    EXPECT_EQ(at.table->entryBlocks(), 0u) << point;
-    EXPECT_EQ(at.allocator()->totalUsedIndices(), 0u) << point;
-    EXPECT_EQ(nextHop->useCount(), 1u + 2u) << "the rows of `key`";
-  }
-  EXPECT_EQ(Table::EntryHandle::memAllocationTracker_.live(), live);
-}
 
 TEST(BlockCallbacks, theTableMayGoInsideAnything) {
   auto const live = Table::EntryHandle::memAllocationTracker_.live();

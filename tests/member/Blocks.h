@@ -50,32 +50,14 @@ inline Block plainBlock(U32 rows, U8 first = 0) {
 }
 
 /// A table with its recording hooks. `entries` is what its hardware has room for.
-class Recorded {
+class Recorded : public Testing::Driven<Recorded, Table, Testing::RecordingHandleUtil<Table>> {
  public:
-  class Util final : public Testing::RecordingUtil<Table> {
-   public:
-    U32 numEntries() const override { return entries; }
-    U32 entries = 4000;
-  };
-
-  Vell::Ptr<Util> util{new Util};
-  Vell::Ptr<Table> table;
-  std::vector<Vell::Subscription> subscriptions;
-
-  enum class Hooks { present, absent };
-  explicit Recorded(U32 entries = 4000, Hooks hooks = Hooks::present)
-      : table(TessarLoadBalance::dlbEcmpMember1TableFactory()) {
-    util->entries = entries;
+  explicit Recorded(U32 entries = 4000)
+      : Driven(TessarLoadBalance::dlbEcmpMember1TableFactory(), entries) {
     util->indexKnownAtWriteIs(true);
-    if (hooks == Hooks::present) table->utilIs(util);
-    table->hwTableIs(new Asic::HwTable);
-    table->doCreateAllocator();
-    for (U32 field : {0x282, 0x285, 0x286, 0x289, 0x28e})
-      subscriptions.push_back(table->publisher()->watch(field, [=, this](auto const& change) {
-        auto text = Vell::concatenate("published ", Testing::hex(field));
-        if (field != 0x289) text += change.previous ? " gone" : " new";
-        util->note(text);
-      }));
+    for (U32 field : {0x282, 0x285, 0x286, 0x28e})
+      watch(field, [](auto const& change) { return change.previous ? " gone" : " new"; });
+    watch(0x289, [](auto const&) { return ""; });
   }
   /// Hides the publications of the hardware's rows, which are many.
   Recorded& quiet() {
@@ -86,24 +68,7 @@ class Recorded {
     for (auto const& [nextHop, weight] : rows) util->rows[first++] = row(nullptr, weight, nextHop);
     return *this;
   }
-  Recorded& synced() {
-    table->syncEntries();
-    util->take();
-    return *this;
-  }
-  Recorded& replayed() {
-    table->doInitComplete();
-    table->purgeStaleEntries();
-    util->take();
-    return *this;
-  }
-  Events take() { return util->take(); }
-  U64 counted(Status status) const { return table->statistics().of(status); }
-  U32 usesOf(U32 row) const {
-    return Asic::IndexUserTracker::Stub::tracker(*table->hwTable()).uses(row).users;
-  }
   Table::EntryHandle& handle(Block const& key) const { return *table->entryHandle(key); }
-  auto* allocator() const { return table->indexAllocator(); }
   /// The block's first row, as its handle tells it.
   U32 indexOf(Block const& key) const { return handle(key).hwIndex().value(); }
 };

@@ -132,59 +132,88 @@ class RecordingUtil : public T::Util {
   }
 };
 
-/// A table with its recording hooks, a hardware table, and a watcher of both collections.
+/// The hooks of a table without fixed indices. `entries` is what its hardware has room for.
 template <class T>
-struct Recorded {
+class RecordingHandleUtil final : public RecordingUtil<T> {
+ public:
+  U32 numEntries() const override { return entries; }
+  U32 entries = 16;
+};
+
+/// A table with its recording hooks and a hardware table, and its way through the phases.
+template <class Self, class T, class Hooks>
+class Driven {
+ public:
   using Key = typename T::Key;
   using Entry = typename T::Entry;
   using Events = std::vector<std::string>;
 
-  Vell::Ptr<RecordingUtil<T>> util{new RecordingUtil<T>};
+  Vell::Ptr<Hooks> util{new Hooks};
   Vell::Ptr<T> table;
   std::vector<Vell::Subscription> subscriptions;
 
-  explicit Recorded(Vell::Ptr<T> made) : table(std::move(made)) {
+  explicit Driven(Vell::Ptr<T> made) : table(std::move(made)) {
     table->utilIs(util);
     table->hwTableIs(new Asic::HwTable);
-    watch(T::resolvedEntryField, [](Vell::Change const& change) {
-      return RecordingUtil<T>::text(*change.previousAs<Zarn::Optional<Entry>>());
+  }
+  Driven(Vell::Ptr<T> made, U32 entries) : Driven(std::move(made)) {
+    util->entries = entries;
+    table->doCreateAllocator();
+  }
+  Self& synced() {
+    table->syncEntries();
+    util->take();
+    return static_cast<Self&>(*this);
+  }
+  Self& replayed() {
+    table->doInitComplete();
+    table->purgeStaleEntries();
+    util->take();
+    return static_cast<Self&>(*this);
+  }
+  Events take() { return util->take(); }
+  U64 counted(Asic::ReconciliationStatus status) const { return table->statistics().of(status); }
+  auto* allocator() const { return table->indexAllocator(); }
+  auto& tracker() const { return Asic::IndexUserTracker::Stub::tracker(*table->hwTable()); }
+  U32 usesOf(U32 row) const { return tracker().uses(row).users; }
+  /// Writes down the changes of that field from now on.
+  template <class Text>
+  void watch(U32 field, Text text) {
+    subscriptions.push_back(table->publisher()->watch(field, [=, this](Vell::Change const& change) {
+      util->note(Vell::concatenate("published ", hex(field), text(change)));
+    }));
+  }
+};
+
+/// A table without fixed indices that nobody watches.
+template <class T>
+struct RecordedHandles : Driven<RecordedHandles<T>, T, RecordingHandleUtil<T>> {
+  using Driven<RecordedHandles<T>, T, RecordingHandleUtil<T>>::Driven;
+};
+
+/// A direct table, with a watcher of both collections.
+template <class T>
+struct Recorded : Driven<Recorded<T>, T, RecordingUtil<T>> {
+  using typename Driven<Recorded<T>, T, RecordingUtil<T>>::Key;
+  using typename Driven<Recorded<T>, T, RecordingUtil<T>>::Entry;
+
+  explicit Recorded(Vell::Ptr<T> made) : Driven<Recorded<T>, T, RecordingUtil<T>>(std::move(made)) {
+    auto const text = [](Vell::Change const& change, std::string const& previous) {
+      return Vell::concatenate(" ", numberOf(change.keyAs<Key>()), " was ", previous);
+    };
+    this->watch(T::resolvedEntryField, [=](Vell::Change const& change) {
+      return text(change, RecordingUtil<T>::text(*change.previousAs<Zarn::Optional<Entry>>()));
     });
-    watch(T::syncedEntryField, [](Vell::Change const& change) {
+    this->watch(T::syncedEntryField, [=](Vell::Change const& change) {
       auto const* previous = change.previousAs<Entry>();
-      return previous ? Zarn::valueToStrep(*previous) : "null";
+      return text(change, previous ? Zarn::valueToStrep(*previous) : "null");
     });
   }
 
   /// Puts rows into the hardware before the table syncs.
   Recorded& holding(std::map<U32, Entry> const& rows) {
-    for (auto const& [number, entry] : rows) util->rows[number] = entry;
+    for (auto const& [number, entry] : rows) this->util->rows[number] = entry;
     return *this;
-  }
-  /// Through the phases.
-  Recorded& synced() {
-    table->syncEntries();
-    util->take();
-    return *this;
-  }
-  Recorded& replayed() {
-    table->doInitComplete();
-    table->purgeStaleEntries();
-    util->take();
-    return *this;
-  }
-  Events take() { return util->take(); }
-  U64 counted(Asic::ReconciliationStatus status) const { return table->statistics().of(status); }
-  Asic::IndexUserTracker::Uses uses(U32 index) const {
-    return Asic::IndexUserTracker::Stub::tracker(*table->hwTable()).uses(index);
-  }
-
- private:
-  template <class TextOfPrevious>
-  void watch(U32 field, TextOfPrevious textOfPrevious) {
-    subscriptions.push_back(table->publisher()->watch(field, [=, this](Vell::Change const& change) {
-      util->note(Vell::concatenate("published ", hex(field), " ", numberOf(change.keyAs<Key>()),
-                                   " was ", textOfPrevious(change)));
-    }));
   }
 };
 
