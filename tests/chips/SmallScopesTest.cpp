@@ -118,10 +118,7 @@ class World {
     members->doInitComplete();
     selective->doInitComplete();
     vxlan->doInitComplete();
-    vxlan->purgeStaleEntries();
-    selective->purgeStaleEntries();
-    members->purgeStaleEntries();
-    nextHops->purgeStaleEntries();
+    topDown([](auto& table) { table.purgeStaleEntries(); });
   }
   void acknowledge(Group group) {
     auto& hw = hwTable(group);
@@ -167,12 +164,10 @@ class World {
     EXPECT_EQ(selective->entrys() + vxlan->entrys() + members->entryBlocks() + nextHops->entrys(),
               0u);
     EXPECT_EQ(selective->unresolvedMap().count() + vxlan->unresolvedMap().count(), 0u);
-    EXPECT_EQ(selective->indexAllocator()->totalUsedIndices(), 0u);
-    EXPECT_EQ(members->indexAllocator()->totalUsedIndices(), 0u);
-    EXPECT_EQ(nextHops->indexAllocator()->totalUsedIndices(), 0u);
-    for (auto* hwTable :
-         {selective->hwTable(), vxlan->hwTable(), members->hwTable(), nextHops->hwTable()})
-      EXPECT_EQ(Tracker::tracker(*hwTable).indices(), 0u);
+    topDown([](auto& table) {
+      EXPECT_EQ(table.indexAllocator()->totalUsedIndices(), 0u);
+      EXPECT_EQ(Tracker::tracker(*table.hwTable()).indices(), 0u);
+    });
   }
   /// The tables go, the upper first, in whatever state they are; those who hold handles last.
   void end() {
@@ -184,14 +179,19 @@ class World {
   }
   /// Ends as a process does, with the hardware as it is.
   void endWarm() {
-    for (Asic::SwTable* table :
-         {static_cast<Asic::SwTable*>(vxlan.get()), static_cast<Asic::SwTable*>(selective.get()),
-          static_cast<Asic::SwTable*>(members.get()),
-          static_cast<Asic::SwTable*>(nextHops.get())}) {
-      table->utilIs(nullptr);
-      Tracker::deleteTracker(table->hwTable(), 0, false);
-    }
+    topDown([](auto& table) {
+      table.utilIs(nullptr);
+      Tracker::deleteTracker(table.hwTable(), 0, false);
+    });
     end();
+  }
+
+  template <class Action>
+  void topDown(Action action) const {
+    action(*vxlan);
+    action(*selective);
+    action(*members);
+    action(*nextHops);
   }
 
   bool hasFound = false;
@@ -314,9 +314,7 @@ class Search {
   void play(std::string_view names) {
     World world(chip_);
     if (start_ == Start::restart) world.find(formerLife());
-    for (auto* traced : {Selective::names.qualified.data(), VxlanSelective::names.qualified.data(),
-                         Members::names.qualified.data(), NextHops::names.qualified.data()})
-      Zarn::TraceHandle::levelsIs(traced, ~0u);
+    world.topDown([](auto& table) { Zarn::TraceHandle::levelsIs(table.names.qualified, ~0u); });
     for (auto at = names; !at.empty(); at.remove_prefix(std::min(at.size(), at.find(';') + 2))) {
       auto const* const step = std::ranges::find(steps, at.substr(0, at.find(';')), &Step::name);
       if (step == std::end(steps)) break;  // how it ended
@@ -422,15 +420,10 @@ class Search {
 
   void hardwareIsEmpty() {
     World world(chip_);
-    world.selective->syncEntries();
-    world.vxlan->syncEntries();
-    world.members->syncEntries();
-    world.nextHops->syncEntries();
-    EXPECT_EQ(world.selective->syncedEntryMap().count() + world.vxlan->syncedEntryMap().count() +
-                  world.members->syncedEntryMap().count() +
-                  world.nextHops->syncedEntryMap().count(),
-              0u)
-        << "left in the hardware after: " << order;
+    world.topDown([](auto& table) {
+      table.syncEntries();
+      EXPECT_EQ(table.syncedEntryMap().count(), 0u) << "left in the hardware after: " << order;
+    });
     world.end();
   }
 

@@ -251,31 +251,6 @@ TEST(IndexAllocator, sizesThatAreUnknownOneOrGrow) {
   EXPECT_EQ(allocated(*blocks.allocator, Key{3, 5}).value(), 40u);
 }
 
-TEST(IndexAllocator, anIndexIsFreeWhenTheLastTableThatHasItsKeyLetsGo) {
-  Shared<Asic::FirstFreeIndexAllocator> shared(100);
-  auto& allocator = *shared.allocator;
-  shared.enter(*shared.second, 1, blockType);
-  shared.held[0] = shared.held[1] = {1};
-  Key const key{1};
-  auto const index = allocator.newIndexForKey(blockType, &key);
-  EXPECT_FALSE(allocator.isIndexVerticallyShared(index, blockType, *shared.first));
-  shared.held[0].clear();
-  EXPECT_TRUE(allocator.isIndexVerticallyShared(index, blockType, *shared.first));
-  allocator.releaseIndexFromTable(blockType, &key, *shared.first);
-  EXPECT_EQ(allocator.indexForKey(blockType, &key), index);
-  allocator.releaseIndexFromTable(blockType, &key, *shared.second);
-  EXPECT_FALSE(allocator.isIndexAssigned(index, blockType)) << "its own set is not asked";
-
-  Key const other{2};
-  shared.held[0] = {1};
-  shared.held[1] = {1, 2};
-  allocator.newIndexForKey(blockType, &key);
-  allocator.newIndexForKey(blockType, &other);
-  allocator.tableAttrDel(*shared.second);
-  EXPECT_FALSE(allocator.indexForKey(blockType, &key).isExhausted());
-  EXPECT_TRUE(allocator.indexForKey(blockType, &other).isExhausted()) << "it alone held that one";
-}
-
 // The first has 2 rows and the second 8, or does not say; they have the same keys.
 TEST(IndexAllocator, noTableGetsAnIndexThatItHasNoRowFor) {
   for (U32 rows : {8, 0}) {

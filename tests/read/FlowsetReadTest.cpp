@@ -80,22 +80,6 @@ class FlowsetReadTest : public ::testing::Test {
       ids.push_back(at.key().value());
     return ids;
   }
-  Vell::Subscription watch(std::vector<std::string>& events) {
-    return table_->publisher()->watch(Vell::Publisher::everyField, [&](Vell::Change const& change) {
-      if (change.fieldId == Table::readRequestField) {
-        auto const* previous = change.previousAs<Table::ReadReq>();
-        events.push_back(Vell::concatenate("request ", change.keyAs<TransactionId>(), " was ",
-                                           previous->key ? "of one" : "of all or none"));
-      } else if (change.fieldId == Table::entryField) {
-        events.push_back(Vell::concatenate("entry ", change.keyAs<Table::Key>(),
-                                           change.previous ? " went" : " came"));
-      } else {
-        auto const& previous = *change.previousAs<Vell::Ptr<Asic::ReadResponseSm>>();
-        events.push_back(Vell::concatenate("machine, before: ", previous != nullptr));
-      }
-    });
-  }
-
   std::vector<std::string> calls_;
   Vell::Ptr<ReadUtil> util_{new ReadUtil};
   Vell::Ptr<Asic::HwTable> hwTable_{new Asic::HwTable};
@@ -153,8 +137,6 @@ TEST_F(FlowsetReadTest, StartingAReadAsksTheHooksAndStoresTheRequest) {
   EXPECT_FALSE(table_->readRequest(101).key);
   EXPECT_EQ(table_->readRequest(101).notify, endOnly);
   EXPECT_FALSE(table_->readRequest(102).responseHandler);
-  EXPECT_EQ(table_->minIndex(), 3u);
-  EXPECT_EQ(table_->maxIndex(), 44u);
 }
 
 TEST_F(FlowsetReadTest, WithoutHooksIdsComeFromOneCounterOfTheProcess) {
@@ -173,7 +155,15 @@ TEST_F(FlowsetReadTest, WithoutHooksIdsComeFromOneCounterOfTheProcess) {
 
 TEST_F(FlowsetReadTest, CollectionsTellTheirChanges) {
   std::vector<std::string> events;
-  auto const watching = watch(events);
+  auto const watching = table_->publisher()->watch(Vell::Publisher::everyField, [&](auto& change) {
+    if (change.fieldId == Table::readRequestField)
+      events.push_back(Vell::concatenate(
+          "request ", change.template keyAs<TransactionId>(), " was ",
+          change.template previousAs<Table::ReadReq>()->key ? "of one" : "of all or none"));
+    else
+      events.push_back(Vell::concatenate("entry ", change.template keyAs<Table::Key>(),
+                                         change.previous ? " went" : " came"));
+  });
   auto const taken = [&] { return std::exchange(events, {}); };
   Table::ReadReq const request(5, eachEntry, handler());
   table_->readRequestIs(9, request);
@@ -191,7 +181,7 @@ TEST_F(FlowsetReadTest, CollectionsTellTheirChanges) {
   EXPECT_THAT(taken(), ElementsAre("entry 7 came", "entry 7 went"));
 }
 
-TEST_F(FlowsetReadTest, AHandlerMayRemoveItsRequestStartReadsAndThrow) {
+TEST_F(FlowsetReadTest, AHandlerMayRemoveItsRequestAndStartReads) {
   auto const live = Table::ZarnReadRequest::memAllocationTracker_.live();
   int called = 0;
   table_->readReqIs(5, [&](auto const&) {
@@ -208,13 +198,6 @@ TEST_F(FlowsetReadTest, AHandlerMayRemoveItsRequestStartReadsAndThrow) {
   EXPECT_THAT(calls(), ElementsAre("6:7"));
   table_->readReqDelAll();
   EXPECT_EQ(Table::ZarnReadRequest::memAllocationTracker_.live(), live);
-
-  table_->readRequestIs(9, {5, eachEntry, [](auto const&) { throw std::string("no"); }});
-  EXPECT_THROW(answer(9, 5, 5), std::string);
-  EXPECT_TRUE(table_->readRequestGet(9)) << "its removal has not happened";
-  table_->readRequestIs(9, {5, eachEntry, handler()});
-  answer(9, 5, 5);
-  EXPECT_THAT(calls(), ElementsAre("5:7"));
 }
 
 TEST_F(FlowsetReadTest, AnAnswerWithoutAnIdServesTheOldestRequest) {
@@ -265,7 +248,10 @@ TEST_F(FlowsetReadTest, AHandlerThatThrowsCostsNoOtherAnswer) {
   EXPECT_THROW(hwTable_->deliverReadResponses(), int);
   EXPECT_EQ(hwTable_->deliverReadResponses(), 1u);
   EXPECT_THAT(calls(), ElementsAre("2:3"));
-  EXPECT_THAT(requests(), ElementsAre(100));
+  EXPECT_THAT(requests(), ElementsAre(100)) << "its removal has not happened";
+  table_->readRequestIs(100, {1, eachEntry, handler()});
+  answer(100, 1, 1);
+  EXPECT_THAT(calls(), ElementsAre("1:7"));
 }
 
 TEST_F(FlowsetReadTest, AHandlerMayDropTheTable) {
@@ -279,12 +265,11 @@ TEST_F(FlowsetReadTest, AHandlerMayDropTheTable) {
   EXPECT_EQ(Table::memAllocationTracker_.live(), live - 1);
   EXPECT_EQ(hwTable_->readResponseSm(), nullptr);
   EXPECT_THAT(calls(), IsEmpty()) << "requests that are left go without a call";
-}
-
-TEST_F(FlowsetReadTest, HooksMayDropTheTableThatAsksThem) {
+  table_ = TessarLoadBalance::dlbEcmpFlowsetTableReadFactory();
+  table_->utilIs(util_);
   util_->onRead = [this] { table_ = nullptr; };
   table_->readReqIs(5, handler());
-  EXPECT_EQ(table_, nullptr);
+  EXPECT_EQ(table_, nullptr) << "hooks may, too";
 }
 
 TEST_F(FlowsetReadTest, AHandlerThatReadsOnKeepsNoDeliveryGoing) {
@@ -329,17 +314,10 @@ TEST_F(FlowsetReadTest, ValuesHaveTheirTextsAndNoTwoRequestsAreEqual) {
   EXPECT_EQ(Zarn::valueToStrep(request), tag + "{key:7 notify:1}");
   EXPECT_EQ(Zarn::valueToStrep(Table::ReadReq()), tag + "{key:- notify:0}");
   auto const read = Zarn::strepToValue<Table::ReadReq>(tag + "{key:7 notify:1}");
-  EXPECT_EQ(read.key, request.key);
-  EXPECT_EQ(read.notify, endOnly);
-  EXPECT_FALSE(read.responseHandler);
+  EXPECT_EQ(Zarn::valueToStrep(read), tag + "{key:7 notify:1}");
   EXPECT_FALSE(Zarn::strepToValue<Table::ReadReq>(tag + "{key:- notify:0}").key);
-  try {
-    Zarn::strepToValue<Table::ReadReq>(tag + "{key:7 notify:2}");
-    ADD_FAILURE() << "there is no such enumerator";
-  } catch (Vell::RangeException const& error) {
-    EXPECT_EQ(error.attribute(), "notify");
-  }
-  EXPECT_THROW(Zarn::strepToValue<Table::ReadReq>(tag + "{key:7 notify:1} "), Vell::RangeException);
+  for (auto const* text : {"{key:7 notify:2}", "{key:7 notify:1} "})
+    EXPECT_THROW(Zarn::strepToValue<Table::ReadReq>(tag + text), Vell::RangeException) << text;
   auto const copy = request;
   EXPECT_TRUE(request == request);
   EXPECT_FALSE(request == copy);
@@ -355,11 +333,8 @@ TEST_F(FlowsetReadTest, ReflectionAnswersItsAttributes) {
   auto const node = Vell::inspectMake(table_->typeData().data());
   Vell::Inspect(*node).call("readReqDelAll");
   Vell::Inspect inspect(*table_);
-  EXPECT_EQ(inspect.get(0x202), Vell::Value(false));
   EXPECT_EQ(inspect.get(0x204), Vell::Value(U64{3}));
   EXPECT_EQ(inspect.get(0x205), Vell::Value(U64{44}));
-  EXPECT_EQ(inspect.get(0x206), Vell::Value(true));
-  EXPECT_EQ(inspect.get(0x207), Vell::Value(false));
   EXPECT_TRUE(inspect.get(0x20f).empty());
   table_->doInitComplete();
   EXPECT_EQ(inspect.get(0x20f), Vell::Value("Asic::ReadResponseSm"));
@@ -377,10 +352,6 @@ TEST_F(FlowsetReadTest, ReflectionAnswersItsAttributes) {
     EXPECT_EQ(request.get("notify"), Vell::Value(U64{0}));
     EXPECT_THROW(Vell::inspectHash(*value.record()), Vell::InspectError);
   });
-  Vell::Inspect hooks(*util_);
-  EXPECT_EQ(hooks.type().attributes.size(), 4u);
-  EXPECT_EQ(hooks.call("maxIndex"), Vell::Value(U64{44}));
-  EXPECT_THROW(hooks.call(0x204), Vell::InspectError);
 }
 
 }  // namespace
