@@ -66,18 +66,14 @@ TEST_F(CommandsTest, checkTellsWhatIsMissingDifferentAndUnexpected) {
 }
 
 // The row is flipped on the way in, so the plan sees it and the next run mends it.
-TEST_F(CommandsTest, aFlippedRowIsFoundAndRewritten) {
-  json("run " + leaf);
+TEST_F(CommandsTest, lostWritesAndFlippedRowsAreFoundAndMended) {
+  json("run " + leaf + " --chip-switch freeze-after=4");
+  EXPECT_THAT(agent("check " + leaf).out, HasSubstr("The hardware does not hold"));
+  EXPECT_EQ(Testing::figures(json("run " + leaf)), "4 0 2 0 2 0");
   auto const flip = " --chip-switch flip-row=DlbControlTable:1";
   EXPECT_THAT(agent("check " + leaf + flip).out, HasSubstr("portLoadingWeight is 17, wanted 16"));
   EXPECT_EQ(Testing::figures(json("run " + leaf + flip)), "5 1 0 0 1 0");
   EXPECT_EQ(agent("check " + leaf).code, 0);
-}
-
-TEST_F(CommandsTest, lostWritesAreFound) {
-  json("run " + leaf + " --chip-switch freeze-after=4");
-  EXPECT_THAT(agent("check " + leaf).out, HasSubstr("The hardware does not hold"));
-  EXPECT_EQ(Testing::figures(json("run " + leaf)), "4 0 2 0 2 0");
 }
 
 TEST_F(CommandsTest, showTellsEveryTableInTheTypesOfItsFields) {
@@ -208,14 +204,11 @@ TEST_F(CommandsTest, messagesOfAnEarlierRunCanBeReadAlsoAfterACrash) {
   EXPECT_EQ(agent("messages out").code, 1);
 }
 
-// However an agent ends, its tables must not take their entries out of the hardware on the way.
-TEST_F(CommandsTest, aRunThatCannotTellItsSummaryLeavesTheHardwareAsWanted) {
+// However an agent ends, its tables must not take their entries out of the hardware on the way; and a
+// closed stream's number goes to the next file opened, which must not be the hardware.
+TEST_F(CommandsTest, closedAndFullStreamsCostNoHardware) {
   EXPECT_EQ(agent("run " + leaf + " >/dev/full").code, 1);
   EXPECT_EQ(agent("check " + leaf).code, 0);
-}
-
-// A closed stream's number goes to the next file opened, which must not be the hardware.
-TEST_F(CommandsTest, closedStreamsCostNoHardware) {
   EXPECT_EQ(agent("run " + leaf + " >&-").code, 1);
   EXPECT_EQ(agent("run " + leaf + " --trace DlbControlTable=0-9 2>&-").code, 0);
   EXPECT_EQ(agent("run " + leaf + " --messages m <&- >&- 2>&-").code, 1);

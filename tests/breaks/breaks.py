@@ -4,7 +4,6 @@
   tests/breaks/breaks.py              all breaks that are there
   tests/breaks/breaks.py NAME...      those whose name, promise or file contains one of the words
   tests/breaks/breaks.py --check      only whether each break still fits the code exactly once
-  tests/breaks/breaks.py --sound ...  the same programs on the code as it is: all must pass
 
 Nothing here is touched: a copy of the tree lies in build/breaks/tree, with a build of its own. A break that
 does not compile, or that nothing catches, is a finding, and makes the exit code 1.
@@ -102,12 +101,8 @@ def tried(each):
         target.write_text(sound)
 
 
-def run_all(chosen, is_sound):
+def run_all(chosen):
     sync()
-    if is_sound:
-        tests = sorted({test for each in chosen for test in each.tests})
-        print(build(tests).stdout[-500:])
-        sys.exit("; ".join(caught_by(tests)))
     missed = 0
     for each in chosen:
         is_caught, by = tried(each)
@@ -120,7 +115,6 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("names", nargs="*")
     parser.add_argument("--check", action="store_true")
-    parser.add_argument("--sound", action="store_true")
     options = parser.parse_args()
     chosen = [each for each in breaks() if not options.names or any(
         word in f"{each.name} {each.promise} {each.file}" for word in options.names)]
@@ -131,7 +125,7 @@ def main():
     COPY.mkdir(parents=True, exist_ok=True)
     with open(BUILD.parent / "lock", "w") as lock:
         fcntl.flock(lock, fcntl.LOCK_EX)  # one at a time: they share the build
-        run_all(chosen, options.sound)
+        run_all(chosen)
 
 
 if __name__ == "__main__":
