@@ -21,13 +21,24 @@ using State = Asic::SwTableBase::EntryState;
 using Type = Asic::SwTableBase::EntryType;
 
 template <class T>
-constexpr bool hasHandles = !std::same_as<T, Direct>;
+constexpr bool hasHandles = !isDirectTable<T>;
 template <class T>
-constexpr bool hasRecords = std::same_as<T, Members> || std::same_as<T, Selectives>;
+constexpr bool hasRecords = std::same_as<T, Members> || isSelectiveTable<T>;
 template <class T>
-constexpr bool isGroupTable = std::same_as<T, Groups> || std::same_as<T, Selectives>;
+constexpr bool isGroupTable = isPlainGroupTable<T> || isSelectiveTable<T>;
 
 inline U64 addressOf(void const* object) { return reinterpret_cast<std::uintptr_t>(object); }
+
+/// What was asked of a key last, in the order in which it was asked.
+struct Wish {
+  U64 value = 0;             ///< as chains have it; of a block, nothing
+  bool isCommitted = false;  ///< in tables with handles: it must be there
+  bool wasAsked = false;     ///< ever: an index that was given to the key may still be its own
+  bool isOpen =
+      false;  ///< the entry left in the midst of wishes, and which of them is the last is open
+  bool isTakenBack = false;  ///< a value that waited, or was on its way; the one before it stays
+  bool isStored = false;     ///< below the client interface, where nobody promises it a handle
+};
 
 /// A handle from its birth on, also when it is gone.
 struct FollowedHandle {
@@ -46,7 +57,7 @@ struct Ground {
   std::mt19937_64& random;
   Finding finding;
   Hearing hearing{finding};
-  ChipSide side;
+  ChipSide side{finding};
   std::deque<FollowedHandle> handles;
   U64 events = 0;
   bool leavesHandlesUnwatched = false;  ///< some of them: much is told to nobody then
@@ -79,13 +90,17 @@ class FollowedTable {
                                        [this](Vell::Change const& change) { told(change); });
   }
 
-  Vell::Ptr<T> table;  ///< null once it is to end; what it then does is still followed
+  std::array<Wish, keys> wishes;
+  std::vector<HandlePtr> kept;  ///< by whoever asked for them
+  Vell::Ptr<T> table;           ///< null once it is to end; what it then does is still followed
   Vell::Ptr<MemoryChip<T>> chip;
   Audience audience;
 
   static U32 numberOf(Key const& key) {
     if constexpr (std::same_as<T, Direct>)
       return key.value();
+    else if constexpr (std::same_as<T, Qualities>)
+      return key.portLoading;
     else if constexpr (std::same_as<T, NextHops>)
       return key.id;
     else if constexpr (std::same_as<T, Members>)
@@ -96,6 +111,8 @@ class FollowedTable {
   static Key keyOf(U32 number) requires(!std::same_as<T, Members>) {
     if constexpr (std::same_as<T, Direct>)
       return number;
+    else if constexpr (std::same_as<T, Qualities>)
+      return {.portLoading = static_cast<U8>(number)};
     else if constexpr (std::same_as<T, NextHops>)
       return {.id = number};
     else
@@ -113,6 +130,19 @@ class FollowedTable {
     return found;
   }
   bool waits(U32 number) const { return recordNow(number) != 0; }
+  /// A commit is about to be taken back, and with it a value that waits; the one before it stays for whoever
+  /// refers to it, and its state is told with its next wish.
+  void takesBack(U32 number) {
+    bool const wasCommitted = std::exchange(wishes[number].isCommitted, false);
+    auto const now = handle(number);
+    bool const isFound =
+        now && (now->entryType() == Type::committed || now->entryType() == Type::unset);
+    if (!wasCommitted && !isFound) return;
+    wishes[number].value = valueNow(number);
+    wishes[number].isTakenBack = true;
+    // A commit that has claimed nothing yet goes alone, and leaves what others referred to meanwhile.
+    wishes[number].isOpen = !isFound;
+  }
   /// The key's value as a number, and whether there is one, as chains have it.
   U64 valueNow(U32 number) const {
     if constexpr (std::same_as<T, Members>) {
@@ -131,7 +161,7 @@ class FollowedTable {
   }
   static U64 code(Entry const& entry) {
     U64 const value = rowOf<T>(entry).value;
-    if constexpr (std::same_as<T, Selectives>)
+    if constexpr (isSelectiveTable<T>)
       return 2 + value + 16 * addressOf(entry.ecmpSecondaryBlockPtrHandle.get());
     else
       return 2 + value;
@@ -146,7 +176,10 @@ class FollowedTable {
     auto going = std::move(table);
     going = nullptr;
     self_ = nullptr;
+    chip->tableIsGone();
   }
+  /// The table, also while it goes; null once it is gone.
+  T* now() const { return self_; }
 
   /// Between actions: all was told, and the last that was told is what there is.
   void isToldWhole() {
@@ -203,7 +236,7 @@ class FollowedTable {
       auto const* const member = self_->syncedEntryMap().lookup(index);
       return member ? codeOfRow(rowOf<T>(member->value_)) : 0;
     } else {
-      auto const* const node = self_->syncedEntryMap().lookupNodeG(index);
+      auto const* const node = self_->syncedEntryMap().lookupNodeG(keyOf(index));
       return node ? codeOfRow(rowOf<T>(node->value_)) : 0;
     }
   }
@@ -223,7 +256,11 @@ class FollowedTable {
     ++ground_.events;
     ground_.hearing.begins(audience, change);
     if (change.fieldId == T::syncedEntryField) {
-      U32 const index = *static_cast<U32 const*>(change.key);
+      U32 index = 0;
+      if constexpr (isDirectTable<T>)
+        index = numberOf(change.template keyAs<Key>());
+      else
+        index = *static_cast<U32 const*>(change.key);
       auto const* const previous = change.previousAs<Entry>();
       synced_[index].told(previous ? codeOfRow(rowOf<T>(*previous)) : 0, syncedNow(index));
       return;
@@ -238,7 +275,7 @@ class FollowedTable {
     } else if (change.fieldId == T::resolvedEntryField) {
       return valueTold(number, change);
     }
-    if constexpr (std::same_as<T, Selectives>)
+    if constexpr (isSelectiveTable<T>)
       if (change.fieldId == T::unresolvedEntryField)
         return records_[number].told(now, recordNow(number));
     if constexpr (hasHandles<T>) {
@@ -251,11 +288,13 @@ class FollowedTable {
     values_[number].told(former(change), valueNow(number));
     if constexpr (hasHandles<T>)
       if (auto const now = handle(number)) lookAt(*now);
-    if constexpr (std::same_as<T, Direct>) {
+    if constexpr (isDirectTable<T>) {
       // The hardware has it before anybody hears of it.
       auto const& place = chip->at(number);
-      auto const value = self_->resolvedEntry(number);
-      if (value ? place.row != Zarn::Optional<Row>(rowOf<T>(*value)) : place.used)
+      auto const value = self_->resolvedEntry(keyOf(number));
+      bool const isHeld = self_->entryHas(keyOf(number));
+      if (value ? place.row != Zarn::Optional<Row>(rowOf<T>(*value))
+                : place.used != isHeld || place.row.has_value())
         ground_.finding.add(audience.name, " key ", number, ": told before the hardware had it");
     }
   }

@@ -49,13 +49,14 @@ Summary watchers(Trials const& trials) {
   }
   for (U32 i = 0; i < counts.names.size(); ++i)
     kinds += fmt::format("{}{} {}", i == 0 ? "" : ", ", counts.byKind[i], counts.names[i]);
-  return {fmt::format("{} trees, {} of them over rows that were found, {} ended in place", made,
-                      counts.replays, counts.endsInPlace),
-          fmt::format("{} publications, {} tellings to watchers that come and go", counts.events,
-                      counts.heard),
-          fmt::format("{} actions: {}", counts.actions, kinds),
-          fmt::format("{} refused writes", counts.refusals),
-          fmt::format("{} levels deep at most; actions by depth from 0 on: {}", deepest, depths)};
+  return {
+      fmt::format("{} trees, {} of them over rows that were found, {} traced, {} ended in place",
+                  made, counts.replays, counts.traced, counts.endsInPlace),
+      fmt::format("{} publications, {} tellings to watchers that come and go", counts.events,
+                  counts.heard),
+      fmt::format("{} actions: {}", counts.actions, kinds),
+      fmt::format("{} refused writes", counts.refusals),
+      fmt::format("{} levels deep at most; actions by depth from 0 on: {}", deepest, depths)};
 }
 
 }  // namespace Endurance

@@ -43,9 +43,10 @@ AdjacencyTable::HandlePtr AdjacencyTable::entryCommit(Key key, Entry const& entr
   auto const former = this->unresolved(key);  // with its group, until the new one is in its place
   unresolvedDel(key);
   if (wish.isOvertaken()) return handle;
-  auto const record = unresolvedIs(key);
-  if (wish.isOvertaken()) return handle;
-  record->rows().row = wanted;
+  Vell::Ptr<UnresolvedRecord> const made = new UnresolvedRecord(key);
+  made->rows().row = wanted;  // before anybody hears of it
+  auto const record = unresolvedIs(made);
+  if (record->hasLeft()) return handle;
   AccessorT(*this).initUnresolved(*record);
   // Still waiting: the row that lies there from before knows where its group was.
   if (!wish.isOvertaken() && !configReplayComplete() && handle->entryState() == unresolved &&

@@ -36,7 +36,7 @@ NextHopTable::HandlePtr NextHopTable::entryRef(Key key) {
   AccessorT::message<"entryRef">();
   if (isGoing()) return AccessorT(*this).refused("entryRef", key);
   Asic::SwTable::OperationScope const scope(*this);
-  AccessorT::Operation const wish(*this, key, AccessorT::Stage::reference);
+  AccessorT::Operation const wish(*this, key, AccessorT::Stage::use);
   return AccessorT(*this).claimedHandle(wish);
 }
 

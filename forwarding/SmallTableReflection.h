@@ -20,10 +20,7 @@ struct SmallTableReflection {
   using Entry = Asic::EntryReflection<typename T::Entry>;
 
   static constexpr auto attributes = [] {
-    using enum Vell::AttributeKind;
-    using enum Vell::ValueShape;
-    constexpr auto isPublic = Vell::AttributeAccess::isPublic;
-    constexpr auto isConst = Vell::AttributeConstness::isConst;
+    using namespace Vell::AttributeWords;
     return std::to_array<Vell::AttributeData>({
         {T::resolvedEntryField, "resolvedEntry", collection, isPublic, isConst, record, 0, 32},
         {T::syncedEntryField, "syncedEntry", collection, isPublic, isConst, record, 0, 32},
@@ -31,45 +28,20 @@ struct SmallTableReflection {
     });
   }();
 
-  static T& tableOf(void const* object) {
-    return static_cast<T&>(*static_cast<Vell::Node*>(const_cast<void*>(object)));
-  }
-  static Vell::Ptr<Vell::Node> makeTable(Vell::String const&,
-                                         std::span<Vell::Value const> arguments) {
-    if (!arguments.empty()) Vell::throwNewEntityArgsException(tableType, arguments.size());
-    return new T;
-  }
-  static Vell::Value get(void const* object, Vell::AttributeData const&) {
-    return U64{tableOf(object).entrys()};
-  }
-  static void walk(void const* object, Vell::AttributeData const& attribute,
-                   Vell::TypeFunctions::Visitor const& visitor) {
-    auto& table = tableOf(object);
-    Vell::Ptr<T> const held(&table);
-    if (attribute.id == T::syncedEntryField)
-      for (typename T::SyncedEntryMap::Iterator at(table.syncedEntryMap()); at; at.advance())
-        visitor(U64{at.key().value()}, Entry::toValue(at->value_));
+  static constexpr std::array<Vell::Operation<T>, 0> operations{};
+  static constexpr auto get = &Asic::valueOfTable<T>;
+
+  template <class Use>
+  static void show(T& table, std::string_view name, Use const& use) {
+    if (name == "syncedEntry")
+      use(table.syncedEntryMap(), Asic::indexValue, Asic::elementValue);
     else
-      for (Zarn::HashMap2018IteratorGeneric at(table.resolvedEntryMap()); at; at.advance())
-        visitor(KeyOf::toValue(at.currNodeMaybeStale()->key()),
-                Entry::toValue(at.currNodeMaybeStale()->value_));
-  }
-  static Vell::CollectionFigures figures(void const* object, Vell::AttributeData const& attribute) {
-    auto const& table = tableOf(object);
-    if (attribute.id == T::syncedEntryField)
-      return {table.syncedEntryMap().count(), table.syncedEntryMap().version()};
-    return {table.resolvedEntryMap().count(), table.resolvedEntryMap().version()};
+      use(table.resolvedEntryMap(), &KeyOf::toValue, Asic::elementValue);
   }
   static Vell::Ptr<Vell::Node> makeAllocator(Vell::String const&, std::span<Vell::Value const>) {
     return new typename T::IndexAllocator;
   }
 
-  static constexpr Vell::TypeData tableType{
-      T::names.qualified,
-      attributes,
-      {.makeNode = &makeTable, .get = &get, .walk = &walk, .figures = &figures}};
-  static constexpr Vell::TypeData syncedEntryType{
-      Asic::NestedName<T, "::ZarnSyncedEntry">::view, {}, {}};
   static constexpr Vell::TypeData keyType{T::KeyNames::qualifiedKey, {}, {}};
   static constexpr Vell::TypeData allocatorType{
       T::KeyNames::allocator, {}, {.makeNode = &makeAllocator}};
@@ -77,8 +49,8 @@ struct SmallTableReflection {
                                                     &Asic::HandleReflection<T, KeyOf>::type,
                                                     &Asic::RowUtilReflection<T>::type,
                                                     &Asic::UtilLoaderReflection<T>::type,
-                                                    &tableType,
-                                                    &syncedEntryType,
+                                                    &Asic::tableType<T, SmallTableReflection>,
+                                                    &Asic::syncedEntryType<T>,
                                                     &keyType,
                                                     &allocatorType};
   static inline constinit Vell::ModuleInspectData module{T::names.module, types};

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <string_view>
 
 #include "frame/Announcement.h"
@@ -25,6 +26,18 @@ struct OperationName {
     std::copy_n(literal, Size, text);
   }
   constexpr std::string_view view() const { return {text, Size - 1}; }
+};
+
+/// The qualified name of a class inside a table's class.
+template <class T, OperationName suffix>
+struct NestedName {
+  static constexpr auto text = [] {
+    constexpr auto table = T::names.qualified;
+    std::array<char, table.size() + suffix.view().size()> joined{};
+    std::ranges::copy(suffix.view(), std::ranges::copy(table, joined.begin()).out);
+    return joined;
+  }();
+  static constexpr std::string_view view{text.data(), text.size()};
 };
 
 /// Trace levels of the tables.
@@ -65,13 +78,15 @@ class AccessorBase {
   /// A trace line of an operation; its text is built only if the level is on.
   template <class... Parts>
   void trace(TraceLevel level, std::string_view operation, Parts const&... parts) const {
-    if (traceHandle_.on(level)) [[unlikely]]
-      traceHandle_.write(T::names.qualified, " : ", operation, parts...);
+    if (!traceHandle_.on(level)) [[likely]]
+      return;
+    SwTable::Telling const telling(*swTable_);
+    traceHandle_.write(T::names.qualified, " : ", operation, parts...);
   }
 
  protected:
-  /// Begins a sync, which needs a hardware table.
-  void beginSyncEntries() const;
+  /// Lets the chip tell what the hardware holds, once, before any of `entries` is there.
+  void sync(U32 entries, char const* noEntries) const noexcept;
   /// Traces the summary of the reconciliation, the last step of every purge.
   void traceStatistics(std::string_view operation) const;
   /// The tracker operation of a row's delete, by what its key held.
@@ -108,9 +123,12 @@ void AccessorBase<T>::doInitComplete() {
 }
 
 template <class T>
-void AccessorBase<T>::beginSyncEntries() const {
+void AccessorBase<T>::sync(U32 entries, char const* noEntries) const noexcept {
   trace(traceLife, "syncEntries", ": swTableInstPtr:", static_cast<void const*>(swTable_));
   VELL_ASSERT(swTable_->hwTable(), "hwTable()", T::names.qualified);
+  VELL_ASSERT(entries == 0, noEntries, T::names.qualified, ": sync must precede every commit");
+  if (auto const util = utilIfExists())
+    util->syncEntries(*swTable_->hwTable(), Vell::Ptr<T>(swTable_));
 }
 
 template <class T>

@@ -52,8 +52,7 @@ class BlockAccessor : public HandleAccessor<T> {
 
   /// Removes record and value of an entry whose last user has gone, and then its handle.
   void removeEntryOf(Operation const& removal, EntryHandle& handle);
-  /// The last use of a handle has gone that is not the key's own, or not any more.
-  void removeOutside(EntryHandle& handle, Key const& key);
+  void deleteResolvedEntry(Key const& key) { swTable_->resolvedDel(key); }
 
   // What an entry needs.
 
@@ -66,15 +65,15 @@ class BlockAccessor : public HandleAccessor<T> {
 
   // Restart.
 
-  void syncEntries() noexcept;
+  void syncEntries() noexcept {
+    this->sync(swTable_->resolvedCount(), "!swTable_->resolvedEntryBlocks()");
+  }
   /// Compares a key with what the hardware holds at its place, if that is known.
   ReconciliationStatus reconcileSyncedEntry(Operation const& operation, Rows const& rows);
   /// Whether the entry sits at `hwIndex`, or, for `compare` no, may be put there. If so the
   /// allocator has given it that index.
   bool reconcileUsingHwIndex(Operation const& operation, Rows const& rows, Index hwIndex,
                              Compare compare);
-  /// Tries the candidates of the key; the one that fitted, or the exhausted index.
-  Index reconcileUsingIndexHelper(Operation const& operation, Rows const& rows, Compare compare);
   bool processIndexSuggestion(EntryHandle& handle, Index index);
   /// Drops the records of rows that sync had found.
   void syncedRowsDel(Index hwIndex, U32 rows);

@@ -16,11 +16,11 @@ template <class T>
 auto BlockAccessor<T>::write(std::string_view operation, Key const& key, Stage stage) -> HandlePtr {
   if (swTable_->isGoing()) return this->refused(operation, key);
   Operation const wish(*swTable_, key, stage);
+  Vell::Ptr<EntryHandle> const eh = swTable_->entryHandle(key);  // until this one has claimed it
   if (swTable_->unresolvedHas(key) || swTable_->resolvedHas(key)) {
     trace(traceClient, operation, " : Found an existing entry : ", key);
-    auto eh = swTable_->entryHandle(key);
     VELL_ASSERT(eh, "eh", "expect a valid entryHandle, key: ", key);
-    if (stage == Stage::commit) eh->committed();
+    if (stage == Stage::commit && !wish.isRevoked()) eh->committed();
     return eh;
   }
   trace(traceClient, operation, " : Writing new entry : ", key);
@@ -28,7 +28,7 @@ auto BlockAccessor<T>::write(std::string_view operation, Key const& key, Stage s
   if (!wish.isOvertaken()) handle->entryStateIs(EntryState::unresolved);
   if (wish.isOvertaken()) return handle;
   auto const record = swTable_->unresolvedIs(key);
-  if (!wish.isOvertaken()) initUnresolved(*record);
+  if (!record->hasLeft()) initUnresolved(*record);
   return handle;
 }
 
@@ -146,22 +146,9 @@ void BlockAccessor<T>::removeEntryOf(Operation const& removal, EntryHandle& hand
   auto const& key = removal.key();
   this->recordDel(key);
   if (removal.isOvertaken()) return;
-  VELL_ASSERT(handle.entryType() == SwTableBase::EntryType::referenceOnly,
-              "eh->entryType() == EntryHandle::referenceOnly()", "unexpected entryType ",
-              handle.entryType(), " of ", T::names.qualified, " key ", T::keyText(key));
+  this->needReferenceOnly(handle);
   swTable_->resolvedDel(key);
   if (!removal.isOvertaken()) swTable_->entryHandleDel(key);
-}
-
-/// Of one that left the table before anybody had claimed it goes what the key has; any other handle that
-/// is not the key's own has nothing to remove.
-template <class T>
-void BlockAccessor<T>::removeOutside(EntryHandle& handle, Key const& key) {
-  if (handle.entryType() == SwTableBase::EntryType::unset && !swTable_->entryHandle(key)) {
-    this->recordDel(key);
-    swTable_->resolvedDel(key);
-  }
-  swTable_->outsiderForget(handle);
 }
 
 // ---- suggestions ----
@@ -227,15 +214,6 @@ void BlockAccessor<T>::syncedRowsDel(Index hwIndex, U32 rows) {
 }
 
 template <class T>
-void BlockAccessor<T>::syncEntries() noexcept {
-  this->beginSyncEntries();
-  VELL_ASSERT(swTable_->resolvedCount() == 0, "!swTable_->resolvedEntryBlocks()",
-              T::names.qualified, ": sync must precede every commit");
-  if (auto const util = this->utilIfExists())
-    util->syncEntries(*swTable_->hwTable(), Vell::Ptr<T>(swTable_));
-}
-
-template <class T>
 ReconciliationStatus BlockAccessor<T>::reconcileSyncedEntry(Operation const& operation,
                                                             Rows const& rows) {
   using enum ReconciliationStatus;
@@ -244,8 +222,9 @@ ReconciliationStatus BlockAccessor<T>::reconcileSyncedEntry(Operation const& ope
   if (!hwIndex.isExhausted())
     return reconcileUsingHwIndex(operation, rows, hwIndex, Compare::yes) ? reconcileMatched
                                                                          : reconcileRewritten;
-  return reconcileUsingIndexHelper(operation, rows, Compare::yes).isExhausted() ? reconcileNone
-                                                                                : reconcileMatched;
+  return this->reconcileUsingIndexHelper(operation, rows, Compare::yes).isExhausted()
+             ? reconcileNone
+             : reconcileMatched;
 }
 
 template <class T>
@@ -277,34 +256,6 @@ bool BlockAccessor<T>::reconcileUsingHwIndex(Operation const& operation, Rows co
   if (this->allocator().recoverIndexForKey(hwIndex, T::keyType(), &key, swTable_)) return true;
   trace(traceKey, name, ": BlockSize: ", size, " not available at: ", hwIndex);
   return false;
-}
-
-template <class T>
-Index BlockAccessor<T>::reconcileUsingIndexHelper(Operation const& operation, Rows const& rows,
-                                                  Compare compare) {
-  auto const& key = operation.key();
-  using enum ReconciliationStatus;
-  constexpr std::string_view name = "reconcileUsingIndexHelper";
-  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
-  auto const helper = handle ? swTable_->indexHelper(*handle) : nullptr;
-  if (!helper) {
-    trace(traceKey, name, "Index suggestions unavailable");
-    return {};
-  }
-  trace(traceKey, name, ": key:", key);
-  for (Zarn::HashMap2018IteratorGeneric at(helper->indices()); at; at.advance()) {
-    Index const candidate = at.currNodeMaybeStale()->key().value();
-    if (!reconcileUsingHwIndex(operation, rows, candidate, compare)) {
-      if (operation.isOvertaken()) return {};
-      continue;
-    }
-    this->placeIs(*handle, this->foundRows(key, candidate),
-                  compare == Compare::yes ? reconcileMatched : reconcileRewritten);
-    swTable_->indexHelperDel(*handle);
-    syncedRowsDel(candidate, T::blockSizeOf(key));
-    return candidate;
-  }
-  return {};
 }
 
 // ---- purge ----

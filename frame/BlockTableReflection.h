@@ -9,7 +9,8 @@ namespace Asic {
 
 /// A block on its way through the reflection interface, and as a class of its own.
 template <class T>
-struct EntryBlockReflection : RecordReflection<typename T::EntryBlock, EntryBlockReflection<T>> {
+struct EntryBlockReflection
+    : Vell::RecordReflection<typename T::EntryBlock, EntryBlockReflection<T>> {
   using Block = typename T::EntryBlock;
   using Entry = EntryReflection<typename T::Entry>;
   static constexpr auto shape = Vell::ValueShape::record;
@@ -71,7 +72,6 @@ struct UnresolvedEntryBlockReflection {
 template <class T>
 struct BlockTableReflection {
   using Block = EntryBlockReflection<T>;
-  using Collections = CollectionReflection<T, BlockTableReflection>;
 
   static constexpr auto attributes = [] {
     using namespace AttributeWords;
@@ -151,22 +151,14 @@ struct BlockTableReflection {
       use(table.entryHandleMap(), &Block::toValue, elementValue);
   }
 
-  static constexpr Vell::TypeData tableType{T::names.qualified,
-                                            attributes,
-                                            {.makeNode = makeTable<T>,
-                                             .get = &get,
-                                             .call = &callOperation<T, attributes, operations>,
-                                             .walk = &Collections::walk,
-                                             .figures = &Collections::figures}};
-  static constexpr Vell::TypeData syncedEntryType{NestedName<T, "::ZarnSyncedEntry">::view, {}, {}};
   static constexpr Vell::TypeData const* types[] = {&EntryReflection<typename T::Entry>::type,
                                                     &Block::type,
                                                     &HandleReflection<T, Block>::type,
                                                     &UnresolvedEntryBlockReflection<T>::type,
                                                     &RowUtilReflection<T>::type,
                                                     &UtilLoaderReflection<T>::type,
-                                                    &tableType,
-                                                    &syncedEntryType};
+                                                    &tableType<T, BlockTableReflection>,
+                                                    &syncedEntryType<T>};
   static inline constinit Vell::ModuleInspectData module{T::names.module, types};
 };
 

@@ -37,7 +37,7 @@ class DirectAccessor : public AccessorBase<T> {
   /// the tracker knows already.
   void programHwEntry(Operation& operation, Value const& value, SwTableBase::EntryState entryState);
 
-  void syncEntries() noexcept;
+  void syncEntries() noexcept { this->sync(swTable_->entrys(), "!swTable_->resolvedEntrys()"); }
   void autoCommitSyncedEntries();
   void handleStaleEntries() noexcept;
 

@@ -75,7 +75,7 @@ void DirectAccessor<T>::removeHwEntry(Operation& operation) {
   auto const key = operation.key();
   traceHwIndex(key);
   auto const util = this->utilIfExists();
-  if (!util) return;
+  if (!util || operation.isOvertaken()) return;
   if (isExhausted(key)) {
     trace(traceKey, "handleEntry", "No entry in HwTable for this key. Skip delete");
     return;
@@ -115,6 +115,13 @@ void DirectAccessor<T>::programHwEntry(Operation& operation, Value const& value,
 template <class T>
 void DirectAccessor<T>::hwTableEntryIs(Util const& util, Operation& operation, Value const& value) {
   trace(traceKey, "hwTableEntryIs", " : key: ", operation.key());
+  if (!value && operation.tookOver() && !operation.isOvertaken()) {
+    // The value that goes here was stored, and the tracker may not have heard of it.
+    auto const untold = trackerOfWrite(true);
+    operation.trackerKnows(SwTable::KeyPrior::value);
+    swTable_->resolvedKeyPriorIs(SwTable::KeyPrior::value);
+    if (untold) util.updateHwIndexRefCountTracker(swTable_->hwTable(), operation.key(), *untold);
+  }
   if (operation.isOvertaken()) return;
   auto const tracker = trackerOfWrite(value.has_value());
   operation.trackerKnows();
@@ -149,15 +156,6 @@ auto DirectAccessor<T>::trackerOfWrite(bool hasValue) const -> Zarn::Optional<Tr
 }
 
 // ---- restart ----
-
-template <class T>
-void DirectAccessor<T>::syncEntries() noexcept {
-  this->beginSyncEntries();
-  VELL_ASSERT(swTable_->entrys() == 0, "!swTable_->resolvedEntrys()", T::names.qualified,
-              ": sync must precede every commit");
-  if (auto const util = this->utilIfExists())
-    util->syncEntries(*swTable_->hwTable(), Vell::Ptr<T>(swTable_));
-}
 
 template <class T>
 void DirectAccessor<T>::autoCommitSyncedEntries() {

@@ -47,14 +47,13 @@ inline constexpr auto numberedDirectTableAttributes = [] {
   std::ranges::copy_if(directTableAttributes, chosen.begin(), [](auto const& each) {
     return keyIsHwIndex || (each.name != "minIndex" && each.name != "maxIndex");
   });
-  return numberedFrom(0x202, chosen);
+  return Vell::numberedFrom(0x202, chosen);
 }();
 
 template <class T>
 struct DirectTableReflection {
   using Key = KeyValue<typename T::Key>;
   using Entry = EntryReflection<typename T::Entry>;
-  using Collections = CollectionReflection<T, DirectTableReflection>;
   using Hooks = HookReflection<T, 0x208>;
 
   static constexpr auto attributes = numberedDirectTableAttributes<Trait::isKnownIndexTable<T>>;
@@ -99,15 +98,9 @@ struct DirectTableReflection {
       use(table.resolvedEntryMap(), &Key::toValue, elementValue);
   }
 
-  static constexpr Vell::TypeData tableType{T::names.qualified,
-                                            attributes,
-                                            {.makeNode = makeTable<T>,
-                                             .get = &get,
-                                             .call = &callOperation<T, attributes, operations>,
-                                             .walk = &Collections::walk,
-                                             .figures = &Collections::figures}};
   static constexpr Vell::TypeData const* types[] = {&Entry::type, &Hooks::type,
-                                                    &UtilLoaderReflection<T>::type, &tableType};
+                                                    &UtilLoaderReflection<T>::type,
+                                                    &tableType<T, DirectTableReflection>};
   static inline constinit Vell::ModuleInspectData module{T::names.module, types};
 };
 

@@ -46,16 +46,12 @@ class GroupAccessor : public HandleAccessor<T> {
 
   // Programming.
 
-  /// The table shall keep the entry, or whoever holds the result.
-  HandlePtr entryCommit(Key const& key, Entry const& entry) {
-    return write("entryCommit", key, entry, AutoRemoveType::committed);
-  }
-  HandlePtr entryRef(Key const& key, Entry const& entry) {
-    return write("entryRef", key, entry, AutoRemoveType::referenced);
-  }
+  /// The table shall keep the entry, or whoever holds the result. Traces as `operation`.
+  HandlePtr write(std::string_view operation, Key const& key, Entry const& entry,
+                  AutoRemoveType autoRemove);
   /// What commits and references have in common: classifies the handle, stores the value if it is
   /// another one, and carries it to the hardware.
-  HandlePtr entryWriteHelper(Key const& key, Entry const& entry, AutoRemoveType autoRemove);
+  HandlePtr entryWriteHelper(Operation const& wish, Entry const& wanted);
   /// Gets the key an index and writes it: as a write of its own (`inProgress`), or over the row that
   /// the entry had before a restart (`indexReconciled`).
   template <Fennlog::Time time = Fennlog::Time::now>
@@ -70,20 +66,18 @@ class GroupAccessor : public HandleAccessor<T> {
 
   void deleteResolvedEntry(Key const& key);
   void removeEntryOf(Operation const& removal, EntryHandle& handle);
-  /// The last use of a handle has gone that is not the key's own, or not any more.
-  void removeOutside(EntryHandle& handle, Key const& key);
 
   // Restart.
 
-  void syncEntries() noexcept;
+  void syncEntries() noexcept {
+    this->sync(swTable_->resolvedCount(), "!swTable_->resolvedEntrys()");
+  }
   /// Compares a key with what the hardware holds at its index, if that is known.
   ReconciliationStatus reconcileSyncedEntry(Operation const& operation, Value const& value);
   /// Whether the entry sits at `hwIndex`, or, for `compare` no, may be put there. If so the allocator
   /// has given it that index.
   bool reconcileUsingHwIndex(Operation const& operation, Value const& value, Index hwIndex,
                              Compare compare);
-  /// Tries the candidates of the key; the one that fitted, or the exhausted index.
-  Index reconcileUsingIndexHelper(Operation const& operation, Value const& value, Compare compare);
   bool processIndexSuggestion(EntryHandle& handle, Index hwIndex);
   void syncedRowsDel(Index hwIndex, U32 rows);
   /// Settles what is open, and begins to take acknowledgements.
@@ -107,8 +101,6 @@ class GroupAccessor : public HandleAccessor<T> {
   void removeAtOnce(Operation const& removal, EntryHandle& handle);
 
  private:
-  HandlePtr write(std::string_view operation, Key const& key, Entry const& entry,
-                  AutoRemoveType autoRemove);
   bool wasRefused(Key const& key, EntryState outcome) const;
   void outcomeTold(Operation const& operation, EntryHandle& handle, EntryState outcome);
   void hwTableEntryIs(Util const& util, Operation& operation, Value const& value, Index hwIndex,

@@ -15,15 +15,16 @@ template <class T>
 auto GroupAccessor<T>::write(std::string_view operation, Key const& key, Entry const& entry,
                              AutoRemoveType autoRemove) -> HandlePtr {
   if (swTable_->isGoing()) return this->refused(operation, key);
-  trace(traceClient, operation, " : Writing entry : ", entry, ", at key : ", T::keyText(key));
-  return entryWriteHelper(key, entry, autoRemove);
+  Entry const wanted = entry;  // it may lie in what a watcher is about to change
+  Operation const wish(*swTable_, key, stageOf(autoRemove));
+  Vell::Ptr<EntryHandle> const held = swTable_->entryHandle(key);  // until this one has claimed it
+  trace(traceClient, operation, " : Writing entry : ", wanted, ", at key : ", T::keyText(key));
+  return entryWriteHelper(wish, wanted);
 }
 
 template <class T>
-auto GroupAccessor<T>::entryWriteHelper(Key const& key, Entry const& entry,
-                                        AutoRemoveType autoRemove) -> HandlePtr {
-  Entry const wanted = entry;  // it may lie in what a watcher is about to change
-  Operation const wish(*swTable_, key, stageOf(autoRemove));
+auto GroupAccessor<T>::entryWriteHelper(Operation const& wish, Entry const& wanted) -> HandlePtr {
+  auto const& key = wish.key();
   // First of all, and also for a value that is there already.
   auto const handle = this->claimedHandle(wish);
   if (wish.isOvertaken()) return handle;
@@ -204,9 +205,7 @@ void GroupAccessor<T>::deleteResolvedEntry(Key const& key) {
 
 template <class T>
 void GroupAccessor<T>::removeEntryOf(Operation const& removal, EntryHandle& handle) {
-  VELL_ASSERT(handle.entryType() == SwTableBase::EntryType::referenceOnly,
-              "eh->entryType() == EntryHandle::referenceOnly()", "unexpected entryType ",
-              handle.entryType(), " of ", T::names.qualified, " key ", T::keyText(removal.key()));
+  this->needReferenceOnly(handle);
   removeAtOnce(removal, handle);
 }
 
@@ -222,26 +221,7 @@ void GroupAccessor<T>::removeAtOnce(Operation const& removal, EntryHandle& handl
   swTable_->entryHandleDel(key);
 }
 
-/// Of one that left the table before anybody had claimed it goes what the key has; any other handle that
-/// is not the key's own has nothing to remove.
-template <class T>
-void GroupAccessor<T>::removeOutside(EntryHandle& handle, Key const& key) {
-  bool const endsTheEntry =
-      handle.entryType() == SwTableBase::EntryType::unset && !swTable_->entryHandle(key);
-  swTable_->outsiderForget(handle);
-  if (endsTheEntry) deleteResolvedEntry(key);
-}
-
 // ---- restart ----
-
-template <class T>
-void GroupAccessor<T>::syncEntries() noexcept {
-  this->beginSyncEntries();
-  VELL_ASSERT(swTable_->resolvedCount() == 0, "!swTable_->resolvedEntrys()", T::names.qualified,
-              ": sync must precede every commit");
-  if (auto const util = this->utilIfExists())
-    util->syncEntries(*swTable_->hwTable(), Vell::Ptr<T>(swTable_));
-}
 
 template <class T>
 ReconciliationStatus GroupAccessor<T>::reconcileSyncedEntry(Operation const& operation,
@@ -250,7 +230,7 @@ ReconciliationStatus GroupAccessor<T>::reconcileSyncedEntry(Operation const& ope
   if (swTable_->syncedEntryMap().empty()) return reconcileAdded;
   auto const hwIndex = this->doRetrieveHwIndex(operation.key()).value();
   if (hwIndex.isExhausted())
-    return reconcileUsingIndexHelper(operation, value, Compare::yes).isExhausted()
+    return this->reconcileUsingIndexHelper(operation, value, Compare::yes).isExhausted()
                ? reconcileNone
                : reconcileMatched;
   // A key without a value in the middle of a replay is a fault of whoever stored it.
@@ -291,36 +271,6 @@ bool GroupAccessor<T>::reconcileUsingHwIndex(Operation const& operation, Value c
               "&key )",
               T::names.qualified, " key ", T::keyText(key), " index ", hwIndex);
   return true;
-}
-
-template <class T>
-Index GroupAccessor<T>::reconcileUsingIndexHelper(Operation const& operation, Value const& value,
-                                                  Compare compare) {
-  using enum ReconciliationStatus;
-  constexpr std::string_view name = "reconcileUsingIndexHelper";
-  auto const& key = operation.key();
-  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
-  auto const helper = handle ? swTable_->indexHelper(*handle) : nullptr;
-  if (!helper) {
-    trace(traceKey, name, "Index suggestions unavailable");
-    return {};
-  }
-  trace(traceKey, name, ": key:", T::keyText(key));
-  for (Zarn::HashMap2018IteratorGeneric at(helper->indices()); at && !operation.isOvertaken();
-       at.advance()) {
-    Index const index = at.currNodeMaybeStale()->key().value();
-    auto const found = this->foundRows(key, index);
-    // A comparison needs something found.
-    if (compare == Compare::yes && found == EntryLife::Found::no) continue;
-    if (!reconcileUsingHwIndex(operation, value, index, compare)) continue;
-    this->placeIs(*handle, found, compare == Compare::yes ? reconcileMatched : reconcileRewritten);
-    swTable_->indexHelperDel(*handle);
-    trace(traceKey, name, ": Deleting syncedEntry reconciled at index:", index);
-    swTable_->syncedEntryDel(index);
-    trace(traceKey, name, ": Reconciled key:", T::keyText(key), ", hwIndex:", index);
-    return index;
-  }
-  return {};
 }
 
 /// True if the suggestion settled the entry's index.
@@ -391,8 +341,8 @@ void GroupAccessor<T>::handleStaleEntries() noexcept {
     trace(traceKey, name, ": Deleting stale hwEntry at index:", index);
     swTable_->updateStatistic(ReconciliationStatus::reconcileDeleted);
     if (allocator->isIndexAssigned(index, T::keyType())) continue;
-    trace(traceKey, name, ": Marking index available in allocator");
     allocator->markIndexAvailable(index, T::keyType());
+    trace(traceKey, name, ": Marking index available in allocator");
   }
 }
 

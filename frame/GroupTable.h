@@ -18,7 +18,6 @@
 #include "frame/HandleTable.h"
 #include "frame/ResolvedEntries.h"
 #include "frame/SwBlockTable.h"
-#include "frame/TableReflection.h"
 #include "platform/asic/ResponseSmHolder.h"
 #include "platform/asic/WriteResponseSm.h"
 

@@ -21,14 +21,14 @@ GroupTable<T, Sheet>::GroupTable(Vell::String name) : Handles(std::move(name)) {
 template <class T, class Sheet>
 auto GroupTable<T, Sheet>::entryCommit(Key key, Entry const& entry) -> HandlePtr {
   SwTable::OperationScope const scope(*this);
-  return AccessorT(this->table()).entryCommit(key, entry);
+  return AccessorT(this->table()).write("entryCommit", key, entry, AutoRemoveType::committed);
 }
 
 template <class T, class Sheet>
 auto GroupTable<T, Sheet>::entryRef(Key key, Entry const& entry) -> HandlePtr {
   AccessorT::template message<"entryRef">();
   SwTable::OperationScope const scope(*this);
-  return AccessorT(this->table()).entryRef(key, entry);
+  return AccessorT(this->table()).write("entryRef", key, entry, AutoRemoveType::referenced);
 }
 
 template <class T, class Sheet>
@@ -36,8 +36,9 @@ auto GroupTable<T, Sheet>::entryWriteAtIndex(Index hwIndex, Key key, Entry const
     -> HandlePtr {
   SwTable::OperationScope const scope(*this);
   if (!SwTable::isGoing())
-    this->indexAllocator()->requestIndexForKey(hwIndex, keyType(), &key, this);
-  auto handle = AccessorT(this->table()).entryCommit(key, entry);
+    AccessorT(this->table()).allocator().requestIndexForKey(hwIndex, keyType(), &key, this);
+  auto handle =
+      AccessorT(this->table()).write("entryCommit", key, entry, AutoRemoveType::committed);
   // The commit may have been taken back from inside of it.
   AccessorT(this->table()).unusedIndexDel(key);
   return handle;

@@ -58,7 +58,7 @@ constexpr auto withUnresolvedEntries(std::array<Vell::AttributeData, count> cons
       all[next++] = {0, "entryInHwTable", operation, isPublic, isConst, boolean, 1};
     all[next++] = each;
   }
-  return numberedFrom(group.front().id, all);
+  return Vell::numberedFrom(group.front().id, all);
 }
 
 template <class T>
@@ -66,7 +66,6 @@ struct GroupTableReflection {
   static constexpr bool entriesWait = Trait::tableNeedsDeleteDance<T>;
   using Key = TextKeyOf<typename T::Key>;
   using Entry = EntryReflection<typename T::Entry>;
-  using Collections = CollectionReflection<T, GroupTableReflection>;
 
   static constexpr auto attributes = [] {
     using namespace AttributeWords;
@@ -105,6 +104,7 @@ struct GroupTableReflection {
       return group;
   }();
 
+  static constexpr auto get = &valueOfTable<T>;
   static T& started(T& table) {
     if (!table.indexAllocator())
       throw Vell::ArgumentError("the table has no index allocator yet; start it first");
@@ -130,7 +130,7 @@ struct GroupTableReflection {
          auto const& entry = Entry::fromValue(with[1]);
          return addressValue(started(table).entryCommit(key, entry).get());
        }},
-      {"entryRef", anyArguments, refuseReference<T>},
+      {"entryRef", Vell::anyArguments, refuseReference<T>},
       {"hwIndexOnlyForCrossAgentCommunication", 1,
        [](T& table, Arguments with) {
          return table.hwIndexOnlyForCrossAgentCommunication(Key::fromValue(with[0])).value();
@@ -159,14 +159,6 @@ struct GroupTableReflection {
       use(table.resolvedEntryMap(), &Key::toValue, elementValue);
   }
 
-  static constexpr Vell::TypeData tableType{T::names.qualified,
-                                            attributes,
-                                            {.makeNode = makeTable<T>,
-                                             .get = &valueOfTable<T>,
-                                             .call = &callOperation<T, attributes, operations>,
-                                             .walk = &Collections::walk,
-                                             .figures = &Collections::figures}};
-  static constexpr Vell::TypeData syncedEntryType{NestedName<T, "::ZarnSyncedEntry">::view, {}, {}};
   static constexpr auto types = [] {
     std::array<Vell::TypeData const*, 6 + entriesWait> all{};
     all[T::entryTypeNumber] = &Entry::type;
@@ -175,8 +167,8 @@ struct GroupTableReflection {
       all[T::unresolvedEntryTypeNumber] = &UnresolvedGroupEntryReflection<T>::type;
     all[T::utilTypeNumber] = &RowUtilReflection<T>::type;
     all[T::utilLoaderTypeNumber] = &UtilLoaderReflection<T>::type;
-    all[T::typeNumber] = &tableType;
-    all[T::syncedEntryTypeNumber] = &syncedEntryType;
+    all[T::typeNumber] = &tableType<T, GroupTableReflection>;
+    all[T::syncedEntryTypeNumber] = &syncedEntryType<T>;
     return all;
   }();
   static inline constinit Vell::ModuleInspectData module{T::names.module, types};

@@ -4,7 +4,7 @@
 // classes derived from this one.
 //
 // Of a class derived from this one it calls `programHwEntry`, `hwTableEntryDel`, `reconcileSyncedEntry`,
-// `reconcileUsingIndexHelper`, `processIndexSuggestion`, `syncedRowsDel`, `removeEntryOf`,
+// `reconcileUsingHwIndex`, `processIndexSuggestion`, `syncedRowsDel`, `removeEntryOf`,
 // `removeOutside` and `handleStaleEntries`.
 //
 // Invariants
@@ -73,6 +73,8 @@ class HandleAccessor : public AccessorBase<T> {
   void entryRemove(Key const& key);
   /// Removes an entry whose last user has gone.
   void cleanup(EntryHandle& handle);
+  /// The last use of a handle has gone that is not the key's own, or not any more.
+  void removeOutside(EntryHandle& handle, Key const& key);
   /// Takes back every commit.
   void entryRemoveAll();
   /// Ends the table.
@@ -84,10 +86,14 @@ class HandleAccessor : public AccessorBase<T> {
   void handleIndexSuggestions(EntryHandle& handle, IndexSet const& indices);
   /// Whether a candidate has to hold the entry already, or is overwritten.
   enum class Compare : bool { no, yes };
+  /// Tries the candidates of the key; the one that fitted, or the exhausted index.
+  Index reconcileUsingIndexHelper(Operation const& operation, Value const& value, Compare compare);
   void doInitComplete();
 
   // Indices.
 
+  /// The table's allocator, which must be there.
+  typename T::IndexAllocator& allocator() const;
   /// Joins the shared allocator of the table's kind.
   void doInitAllocator();
   /// The key's index, which may be the exhausted one. Never allocates.
@@ -112,6 +118,8 @@ class HandleAccessor : public AccessorBase<T> {
   void suggestIndexToNeededTable(Entry const& swEntry, Entry const& syncedEntry) const;
 
  protected:
+  /// An entry is removed when nobody but its users holds it.
+  void needReferenceOnly(EntryHandle const& handle) const;
   using AccessorBase<T>::swTable_;
   using AccessorBase<T>::self;
   using AccessorBase<T>::hook;
@@ -156,8 +164,6 @@ class HandleAccessor : public AccessorBase<T> {
   template <class Visitor>
   void forEachHandle(Visitor&& visitor);
 
-  /// The table's allocator, which must be there.
-  typename T::IndexAllocator& allocator() const;
   void traceHwIndex(Index hwIndex) const {
     trace(traceKey, "traceHwIndex", " Acquired hwIndex : ", hwIndex);
   }
@@ -174,6 +180,7 @@ class HandleAccessor : public AccessorBase<T> {
   void programAsAdded(Operation& operation, Value const& value);
   static bool publishEntryHandleProgrammedState();
   void tellRemove(Key const& key, EntryHandle const* handle) const;
+  void tellCleanup(EntryHandle const& handle, Key const& key) const;
   static bool isHeldAnew(EntryHandle& handle);
   void entryHandleRemoveAll();
   void leaveAllocator();

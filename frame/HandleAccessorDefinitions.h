@@ -59,6 +59,8 @@ auto HandleAccessor<T>::refused(std::string_view operation, Key const& key) cons
 template <class T>
 auto HandleAccessor<T>::claimedHandle(Operation const& wish) const -> Vell::Ptr<EntryHandle> {
   constexpr bool hasBlockSize = T::handleFields.blockSize != 0;
+  if (wish.isRevoked() && !swTable_->entryHandle(wish.key()))
+    return new EntryHandle(wish.key(), nullptr);
   auto handle = swTable_->entryHandleIs(wish.key(), swTable_);
   if (wish.isRevoked()) return handle;
   bool const isFirst = handle->entryType() == SwTableBase::EntryType::unset;
@@ -81,9 +83,10 @@ bool HandleAccessor<T>::waits(Key const& key) const {
 
 template <class T>
 void HandleAccessor<T>::recordDel(Key const& key) {
-  if (!swTable_->unresolvedHas(key)) return;
-  swTable_->unresolvedDel(key);
-  unusedIndexDel(key);
+  if constexpr (Trait::needsEntries<T>) {
+    bool const hasWaited = swTable_->unresolvedDel(key) != nullptr;
+    if (hasWaited || Trait::tableNeedsDeleteDance<T>) unusedIndexDel(key);
+  }
 }
 
 // ---- one key ----
@@ -108,6 +111,7 @@ void HandleAccessor<T>::removeHwEntry(Operation& operation) {
   auto const hwIndex = doRetrieveHwIndex(key).value();
   traceHwIndex(hwIndex);
   auto const util = this->utilIfExists();
+  if (operation.isOvertaken()) return;  // it is back, in the life that it had
   // From here on the handle leads no dependent there, also none that comes from a hook.
   auto const life = endLife(key, hwIndex);
   // An entry that was never written has nothing here, also if another table has given its key an
@@ -167,189 +171,6 @@ void HandleAccessor<T>::waitForPlace(Key const& key, Index hwIndex) const {
   if (handle && hwIndex.isExhausted() && !waits(key)) handle->entryStateIs(EntryState::unresolved);
 }
 
-// ---- the place of an entry ----
-
-template <class T>
-EntryLife::Found HandleAccessor<T>::foundRows(Key const& key, Index hwIndex) const {
-  U32 const rows = T::blockSizeOf(key);
-  U32 found = 0;
-  for (U32 i = 0; i < rows; ++i)
-    found += swTable_->syncedEntryMap().lookup(hwIndex.value() + i) != nullptr;
-  if (found == 0) return EntryLife::Found::no;
-  return found == rows ? EntryLife::Found::whole : EntryLife::Found::part;
-}
-
-/// The tracker knows what sync found. Of a block it is told row by row, since some may be missing.
-template <class T>
-void HandleAccessor<T>::placeIs(EntryHandle& handle, EntryLife::Found found,
-                                ReconciliationStatus status) const {
-  bool const isMatched = status == ReconciliationStatus::reconcileMatched;
-  bool const wasFound = found != EntryLife::Found::no;
-  bool const isKnown = isMatched || (wasFound && !Trait::isBlockTable<T>);
-  handle.life() = {.tracked = isKnown ? EntryLife::Tracked::active : EntryLife::Tracked::no,
-                   .trackedRows = isMatched ? T::blockSizeOf(handle.key()) : 0,
-                   .found = found,
-                   .isOverFound = wasFound && !isMatched,
-                   .isTried = true};
-}
-
-/// First of all the uses that sync found for the entry, and nobody has told of, are its own: who brings it
-/// back has another.
-template <class T>
-EntryLife HandleAccessor<T>::endLife(Key const& key, Index hwIndex) const {
-  U32 const rows = T::blockSizeOf(key);
-  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
-  if (!handle) {  // it was stored without one
-    using enum EntryLife::Tracked;
-    bool const isActive =
-        Trait::isBlockTable<T> || this->trackerOfDelete() == IndexUserTracker::OpType::userRemove;
-    return {.tracked = isActive ? active : inactive, .trackedRows = rows};
-  }
-  if (handle->life().found != EntryLife::Found::no && !hwIndex.isExhausted())
-    for (U32 i = 0; i < rows; ++i)
-      IndexUserTracker::Stub::recoveredUseClaimed(swTable_->hwTable(), hwIndex.value() + i);
-  return handle->lifeEnds();
-}
-
-/// Where rows are missing, the handle leads nobody there before they are written.
-template <class T>
-void HandleAccessor<T>::placeTold(EntryHandle& handle, Index hwIndex) const {
-  if (!Trait::isBlockTable<T> || handle.life().found == EntryLife::Found::whole)
-    handle.hwIndexIs(hwIndex);
-}
-
-template <class T>
-void HandleAccessor<T>::adoptIndex(Operation& operation, Index hwIndex,
-                                   ReconciliationStatus status) {
-  Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(operation.key());
-  if (!handle) return;
-  bool const isMatched = status == ReconciliationStatus::reconcileMatched;
-  // A candidate that fitted was noted as its place before its synced rows went.
-  if (!isMatched || !handle->life().isTried)
-    placeIs(*handle, foundRows(operation.key(), hwIndex), status);
-  swTable_->indexHelperDel(*handle);
-  placeTold(*handle, hwIndex);
-  if (isMatched) tellReconciled(operation, *handle);
-}
-
-template <class T>
-void HandleAccessor<T>::tellReconciled(Operation& operation, EntryHandle& handle) {
-  if (!waits(operation.key())) handle.entryStateIs(EntryState::indexReconciled);
-  if (operation.isOvertaken()) return;
-  handle.resolvedEntryStateIs(EntryState::indexReconciled);
-  if (!operation.isOvertaken()) doCompleteEntryHandleForTesting(operation.key());
-}
-
-// ---- suggestions, and the end of the replay ----
-
-template <class T>
-void HandleAccessor<T>::handleIndexSuggestions(EntryHandle& handle, IndexSet const& indices) {
-  VELL_ASSERT(handle.entryState() == EntryState::unresolved, "eh->entryState() == unresolved()",
-              T::names.qualified, " key ", T::keyText(handle.key()), " state ",
-              handle.entryState());
-  VELL_ASSERT(!swTable_->configReplayComplete(), "swTable_->configReplayInProgress()",
-              T::names.qualified, ": suggestions are for the replay");
-  constexpr std::string_view name = "handleIndexSuggestions";
-  trace(traceKey, name, ": eh:", static_cast<void const*>(&handle),
-        ", key:", T::keyText(handle.key()), ", numSuggestions:", indices.size());
-  Vell::Ptr<EntryHandle> const held(&handle);
-  auto const util = this->utilIfExists();
-  VELL_ASSERT(util, "util", T::names.qualified, ": a suggestion, and no hooks that found rows");
-  for (auto const value : indices) {
-    auto const index = hook([&] { return util->dependentFieldValueToHwIndex(value); });
-    // Settled by what was called, or in no table, where nobody would forget the candidate.
-    if (handle.entryState() != EntryState::unresolved || !isOwn(handle)) return;
-    auto const helper = swTable_->indexHelperIs(handle);
-    helper->allocatorIs(swTable_->indexAllocator());
-    if (helper->indexHas(index)) continue;  // dealt with
-    helper->indexIs(index);
-    trace(traceKey, name, ": hwIndex:", index);
-    if (self().processIndexSuggestion(handle, index)) return;
-  }
-}
-
-/// One that waits for what it needs keeps a former value as it is, and so does one that did.
-template <class T>
-bool HandleAccessor<T>::awaitsIndex(EntryHandle const& handle) const {
-  auto const& key = handle.key();
-  return handle.entryState() == EntryState::unresolved && swTable_->hasValue(key) &&
-         !swTable_->unresolvedHas(key) && !T::isInHwTable(handle);
-}
-
-/// A value that waited was taken back, and the former one is in place.
-template <class T>
-bool HandleAccessor<T>::isInPlaceUntold(EntryHandle const& handle) const {
-  return Trait::tableNeedsDeleteDance<T> && handle.entryState() == EntryState::unresolved &&
-         T::isInHwTable(handle) && swTable_->hasValue(handle.key()) &&
-         !swTable_->unresolvedHas(handle.key());
-}
-
-template <class T>
-void HandleAccessor<T>::doInitComplete() {
-  AccessorBase<T>::doInitComplete();
-  // First those that have candidates, so that no new index takes one of them away.
-  forEachHandle([this](EntryHandle& handle) {
-    if (awaitsIndex(handle) && swTable_->indexHelper(handle)) settleCandidates(handle);
-  });
-  forEachHandle([this](EntryHandle& handle) {
-    if (awaitsIndex(handle)) {
-      Operation operation(*swTable_, handle.key(), Stage::programming);
-      programAsAdded(operation, swTable_->valueOf(handle.key()));
-    } else if (isInPlaceUntold(handle)) {
-      handle.entryStateIs(handle.resolvedEntryState());
-    }
-  });
-  swTable_->indexHelperDelAll();  // also those of entries that need no place any more
-  swTable_->reconcilingEntryIs(false);
-}
-
-template <class T>
-void HandleAccessor<T>::settleCandidates(EntryHandle& handle) {
-  Operation operation(*swTable_, handle.key(), Stage::programming);
-  auto const value = swTable_->valueOf(handle.key());
-  auto const hwIndex = doRetrieveHwIndex(handle.key()).value();
-  hwIndex.isExhausted() ? placeAtCandidate(operation, handle, value)
-                        : placeAtKnownIndex(operation, handle, value, hwIndex);
-  swTable_->indexHelperDel(handle);
-}
-
-/// Overwrites the first candidate that the allocator accepts, whatever the hardware holds there.
-template <class T>
-void HandleAccessor<T>::placeAtCandidate(Operation& operation, EntryHandle& handle,
-                                         Value const& value) {
-  auto const index = self().reconcileUsingIndexHelper(operation, value, Compare::no);
-  if (index.isExhausted() || operation.isOvertaken()) return;
-  placeTold(handle, index);
-  // The record of the row has gone: only the entry itself can tell whether the tracker knows it.
-  swTable_->resolvedKeyPriorIs(SwTable::KeyPrior::noKey);
-  self().programHwEntry(operation, value, EntryState::indexReconciled);
-  swTable_->updateStatistic(ReconciliationStatus::reconcileRewritten);
-}
-
-template <class T>
-void HandleAccessor<T>::placeAtKnownIndex(Operation& operation, EntryHandle& handle,
-                                          Value const& value, Index hwIndex) {
-  using enum ReconciliationStatus;
-  auto const& key = operation.key();
-  if (swTable_->syncedEntryMap().lookup(hwIndex)) {
-    placeIs(handle, foundRows(key, hwIndex), reconcileRewritten);
-    placeTold(handle, hwIndex);
-    self().programHwEntry(operation, value, EntryState::indexReconciled);
-    swTable_->updateStatistic(reconcileRewritten);
-  } else {
-    handle.hwIndexIs(hwIndex);
-    programAsAdded(operation, value);
-  }
-  for (U32 i = 0; i < T::blockSizeOf(key); ++i) swTable_->syncedEntryDel(hwIndex.value() + i);
-}
-
-template <class T>
-void HandleAccessor<T>::programAsAdded(Operation& operation, Value const& value) {
-  swTable_->resolvedKeyPriorIs(SwTable::KeyPrior::noKey);
-  self().programHwEntry(operation, value, EntryState::inProgress);
-  swTable_->updateStatistic(ReconciliationStatus::reconcileAdded);
-}
-
 // ---- what an entry needs ----
 
 template <class T>
@@ -383,8 +204,10 @@ void HandleAccessor<T>::suggestIndexToNeededTable(Entry const& swEntry,
 template <class T>
 void HandleAccessor<T>::entryRemove(Key const& key) {
   using enum SwTableBase::EntryType;
+  if (swTable_->isGoing()) return this->refuse("entryRemove", T::keyText(key));
   Vell::Ptr<EntryHandle> const handle = swTable_->entryHandle(key);
   if (!handle || handle->entryType() == referenceOnly || handle->entryType() == inDeletion) {
+    Operation const recall(*swTable_, key, Stage::recall);
     tellRemove(key, handle.get());
     trace(traceClient, "entryRemove", " : Found no committed entry at key : ", T::keyText(key));
     return;
@@ -398,7 +221,10 @@ void HandleAccessor<T>::entryRemove(Key const& key) {
   trace(traceClient, "entryRemove", " : Removing entry at key : ", T::keyText(key));
   // First of all, so that an entry that waits can resolve no more.
   if (!revocation.isOvertaken()) recordDel(key);
-  if (revocation.isOvertaken()) return;
+  if (revocation.isRevoked()) return;
+  if constexpr (Trait::tableNeedsDeleteDance<T>)
+    if (!revocation.isOvertaken() && handle->useCount() > 2) self().formerValueCounts(*handle);
+  if (revocation.isRevoked()) return;
   handle->entryTypeIs(referenceOnly);
   handle->tableUseIs(EntryHandle::TableUse::uncounted);
   // If nobody else holds the handle, the use held here is the last: its end removes the entry.
@@ -418,23 +244,51 @@ void HandleAccessor<T>::tellRemove(Key const& key, EntryHandle const* handle) co
 template <class T>
 void HandleAccessor<T>::cleanup(EntryHandle& handle) {
   handle.doAmendReferences();
-  static constinit Fennlog::Site site("{}: {} entryHandle : 0x{:x}", T::names.brief(), "cleanup");
-  Fennlog::write(site, reinterpret_cast<std::uintptr_t>(&handle));
   auto const key = handle.key();
-  bool const isOutside = !isOwn(handle);
-  trace(traceLife, "cleanup", " : entryhandle cleanup, eh : ", static_cast<void const*>(&handle),
-        ", key :", T::keyText(key), ", refCnt:", handle.useCount());
-  if (isOutside) return self().removeOutside(handle, key);
+  if (!isOwn(handle)) {
+    tellCleanup(handle, key);
+    return self().removeOutside(handle, key);
+  }
   for (U32 walks = 0; isOwn(handle); ++walks) {
     VELL_ASSERT(walks < mostCleanupWalks, "walks < mostCleanupWalks", T::names.qualified,
                 ": its watchers bring an entry back without end while it goes");
     Operation const removal(*swTable_, key, Stage::removal);
-    self().removeEntryOf(removal, handle);
+    if (walks == 0) tellCleanup(handle, key);
+    if (!removal.isOvertaken()) self().removeEntryOf(removal, handle);
     if (!removal.isOvertaken() || (isOwn(handle) && isHeldAnew(handle))) break;
+    if (handle.entryType() == SwTableBase::EntryType::inDeletion) break;  // by a newer removal
   }
   // What began to leave in steps may have left by now; nobody else's last use will end that.
   if (!isOwn(handle) && handle.swTable() && handle.useCount() == 1)
     self().removeOutside(handle, key);
+}
+
+/// Of one that left the table before anybody had claimed it goes what the key has; any other handle that
+/// is not the key's own has nothing to remove.
+template <class T>
+void HandleAccessor<T>::removeOutside(EntryHandle& handle, Key const& key) {
+  bool const endsTheEntry =
+      handle.entryType() == SwTableBase::EntryType::unset && !swTable_->entryHandle(key);
+  swTable_->outsiderForget(handle);
+  if (!endsTheEntry) return;
+  Operation const removal(*swTable_, key, Stage::removal);
+  recordDel(key);
+  if (!removal.isOvertaken()) self().deleteResolvedEntry(key);
+}
+
+template <class T>
+void HandleAccessor<T>::needReferenceOnly(EntryHandle const& handle) const {
+  VELL_ASSERT(handle.entryType() == SwTableBase::EntryType::referenceOnly,
+              "eh->entryType() == EntryHandle::referenceOnly()", "unexpected entryType ",
+              handle.entryType(), " of ", T::names.qualified, " key ", T::keyText(handle.key()));
+}
+
+template <class T>
+void HandleAccessor<T>::tellCleanup(EntryHandle const& handle, Key const& key) const {
+  static constinit Fennlog::Site site("{}: {} entryHandle : 0x{:x}", T::names.brief(), "cleanup");
+  Fennlog::write(site, reinterpret_cast<std::uintptr_t>(&handle));
+  trace(traceLife, "cleanup", " : entryhandle cleanup, eh : ", static_cast<void const*>(&handle),
+        ", key :", T::keyText(key), ", refCnt:", handle.useCount());
 }
 
 /// Whether somebody holds an entry that was claimed while its removal went on.
@@ -592,3 +446,5 @@ void HandleAccessor<T>::doCompleteEntryHandleForTesting(Key const& key) {
 }
 
 }  // namespace Asic
+
+#include "frame/PlaceDefinitions.h"

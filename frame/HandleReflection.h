@@ -49,7 +49,7 @@ struct HandleReflection {
   };
 
   static Vell::Ptr<Vell::Node> make(Vell::String const&, Arguments arguments) {
-    needArguments(arguments, 1);
+    Vell::needArguments(arguments, 1);
     return Handle::EntryHandleIs(KeyOf::fromValue(arguments[0]), nullptr);
   }
   static constexpr auto makeIfKeysComeBack() {
@@ -60,7 +60,7 @@ struct HandleReflection {
   }
   static Vell::Value callOnPending(void* object, Vell::AttributeData const&,
                                    std::string_view operation, Arguments arguments) {
-    return callByName<Handle, operations>(object, operation, arguments);
+    return Vell::callByName<Handle, operations>(object, operation, arguments);
   }
   static Vell::Value get(void const* object, Vell::AttributeData const& attribute) {
     auto const& handle = nodeOf<Handle>(object);

@@ -97,6 +97,7 @@ auto HandleTable<T, Sheet>::entryHandleIs(Key const& key, T* swTable) -> Vell::P
                                               handleFields.swTable, swTable, existing->swTable());
     return existing;
   }
+  if (SwTable::isGoing()) return new EntryHandle(key, nullptr);
   Vell::Ptr<EntryHandle> const made = new EntryHandle(key, swTable);
   lifeFound(*made);
   HN_EntryHandle node;

@@ -17,6 +17,7 @@
 #pragma once
 
 #include "platform/asic/SwTable.h"
+#include "platform/vell/Assert.h"
 #include "platform/zarn/Optional.h"
 
 namespace Asic {
@@ -32,6 +33,8 @@ class KeyOperation final : public SwTable::KeyOperation {
       auto& older = *static_cast<KeyOperation*>(at);
       at = older.outer();
       if (!(older.key_ == key_)) continue;
+      VELL_ASSERT(!this->isTold(older), "!isTold( older )", T::names.qualified,
+                  ": a reader of traces must leave alone the entry that its line is about");
       if (stage == Stage::programming && !tookOver_ && older.tracked_) {
         tracked_ = std::exchange(older.tracked_, {});
         tookOver_ = true;
@@ -52,6 +55,10 @@ class KeyOperation final : public SwTable::KeyOperation {
   }
   /// Whether the change that this one overtook would have been the first that the tracker heard of.
   bool overtookTheFirst() const { return tookOver_ && tracked_ == SwTable::KeyPrior::noKey; }
+  /// Whether it goes on from where the tracker stands.
+  bool tookOver() const { return tookOver_; }
+  /// The tracker knows of the key so far.
+  void trackerKnows(SwTable::KeyPrior prior) { tracked_ = prior; }
   /// The tracker knows what it is to know of this change.
   void trackerKnows() {
     tracked_ = {};

@@ -18,12 +18,7 @@ class ReadAccessor : public AccessorBase<T> {
   }
 
   /// Lets the hooks do what they need before the first read.
-  void syncEntries() noexcept {
-    this->beginSyncEntries();
-    VELL_ASSERT(swTable_->entrys() == 0, "!swTable_->entrys()", T::names.qualified);
-    if (auto const util = this->utilIfExists())
-      util->syncEntries(*swTable_->hwTable(), Vell::Ptr<T>(swTable_));
-  }
+  void syncEntries() noexcept { this->sync(swTable_->entrys(), "!swTable_->entrys()"); }
 
  private:
   using AccessorBase<T>::swTable_;

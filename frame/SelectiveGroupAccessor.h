@@ -58,12 +58,8 @@ class SelectiveGroupAccessor : public GroupAccessor<T> {
 
   // The way in.
 
-  HandlePtr entryCommit(Key const& key, Entry const& entry) {
-    return write("entryCommit", key, entry, AutoRemoveType::committed);
-  }
-  HandlePtr entryRef(Key const& key, Entry const& entry) {
-    return write("entryRef", key, entry, AutoRemoveType::referenced);
-  }
+  HandlePtr write(std::string_view operation, Key const& key, Entry const& entry,
+                  AutoRemoveType keeper);
   /// The handle of a key that has an entry; without one the process stops.
   Vell::Ptr<EntryHandle> validEntryHandle(Key const& key) const;
   /// Gives the record its entry, and resolves it at once or watches what it needs.
@@ -90,14 +86,15 @@ class SelectiveGroupAccessor : public GroupAccessor<T> {
   void purgeStaleEntries();
 
  private:
+  friend class HandleAccessor<T>;
   using AccessorBase<T>::swTable_;
 
-  HandlePtr write(std::string_view operation, Key const& key, Entry const& entry,
-                  AutoRemoveType keeper);
   HandlePtr writeNew(std::string_view operation, Operation const& wish, Entry const& wanted);
-  HandlePtr waiting(Operation const& wish);
-  HandlePtr inPlace(Operation const& wish);
-  Vell::Ptr<EntryHandle> boundHandle(Operation const& wish) const;
+  HandlePtr waiting(Operation const& wish, Vell::Ptr<EntryHandle> const& held);
+  HandlePtr inPlace(Operation const& wish, Vell::Ptr<EntryHandle> const& held);
+  HandlePtr overtaken(Operation const& wish, Vell::Ptr<EntryHandle> const& held);
+  void bind(Operation const& wish, EntryHandle& handle) const;
+  void formerValueCounts(EntryHandle& handle);
   void beginDeleteDance(Operation const& removal, EntryHandle& handle);
   void refusedRowsDel();
   void suggestFromSyncedRows(UnresolvedEntry const& unresolved);

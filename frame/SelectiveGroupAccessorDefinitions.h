@@ -17,27 +17,26 @@ auto SelectiveGroupAccessor<T>::write(std::string_view operation, Key const& key
   static_cast<void>(this->allocator());  // from the start of the table's life on
   Entry const wanted = entry;            // it may lie in what a watcher is about to change
   Operation const wish(*swTable_, key, this->stageOf(keeper));
-  Vell::Ptr<EntryHandle> held;  // its last use must not go between the two wishes
-  if (auto const unresolved = swTable_->unresolved(key)) {
+  // Its last use must not go between the two wishes.
+  bool const isThere = swTable_->unresolvedHas(key) || swTable_->resolvedHas(key);
+  auto const held = isThere ? validEntryHandle(key) : swTable_->entryHandle(key);
+  if (auto unresolved = swTable_->unresolved(key)) {
     if (unresolved->entry() == wanted) {
       trace(traceClient, operation, " : Found existing unresolved entry at key : ", T::keyText(key),
             ", entry : ", wanted);
-      return waiting(wish);
+      return waiting(wish, held);
     }
     trace(traceClient, operation,
           " : Deleting existing unresolved entry at key : ", T::keyText(key));
-    held = swTable_->entryHandle(key);
-    swTable_->unresolvedDel(key);
-    if (wish.isOvertaken()) {
-      if (!wish.isRevoked()) this->claim(*held, wish.stage());
-      return held;
-    }
+    if (!wish.isOvertaken()) swTable_->unresolvedDel(key);
+    unresolved = nullptr;  // with its last use goes what it needed
+    if (wish.isOvertaken()) return overtaken(wish, held);
   }
   if (swTable_->isValue(key, wanted)) {
     trace(traceClient, operation,
           " : Found already existing resolved entry at key : ", T::keyText(key),
           ", entry : ", wanted);
-    return inPlace(wish);
+    return inPlace(wish, held);
   }
   return writeNew(operation, wish, wanted);
 }
@@ -53,36 +52,65 @@ auto SelectiveGroupAccessor<T>::writeNew(std::string_view operation, Operation c
           ", entry:", wanted);
   auto const handle = this->claimedHandle(wish);
   if (!wish.isOvertaken()) handle->entryStateIs(EntryState::unresolved);
-  if (wish.isOvertaken()) return handle;
-  auto const unresolved = swTable_->unresolvedIs(key);
-  if (!wish.isOvertaken()) initUnresolvedEntry(*unresolved, wanted);
+  if (wish.isOvertaken()) {
+    this->unusedIndexDel(key);
+    return handle;
+  }
+  Vell::Ptr<UnresolvedEntry> const made = new UnresolvedEntry(key);
+  made->entryIs(wanted);  // before anybody hears of it
+  auto const unresolved = swTable_->unresolvedIs(made);
+  if (!unresolved->hasLeft()) initUnresolvedEntry(*unresolved, wanted);
   return handle;
 }
 
 /// That entry waits already: a commit claims it, and nothing else happens.
 template <class T>
-auto SelectiveGroupAccessor<T>::waiting(Operation const& wish) -> HandlePtr {
-  auto const handle = boundHandle(wish);
-  if (wish.stage() == Stage::commit && !wish.isRevoked()) handle->committed();
-  return handle;
+auto SelectiveGroupAccessor<T>::waiting(Operation const& wish, Vell::Ptr<EntryHandle> const& held)
+    -> HandlePtr {
+  bind(wish, *held);
+  if (wish.stage() == Stage::commit && !wish.isRevoked()) held->committed();
+  return held;
 }
 
 /// The key has that value, and nothing waits any more.
 template <class T>
-auto SelectiveGroupAccessor<T>::inPlace(Operation const& wish) -> HandlePtr {
-  auto const handle = boundHandle(wish);
-  if (wish.isRevoked()) return handle;
-  this->claim(*handle, wish.stage());
-  if (!wish.isOvertaken()) handle->entryStateIs(handle->resolvedEntryState());
-  return handle;
+auto SelectiveGroupAccessor<T>::inPlace(Operation const& wish, Vell::Ptr<EntryHandle> const& held)
+    -> HandlePtr {
+  bind(wish, *held);
+  if (wish.isRevoked()) return held;
+  this->claim(*held, wish.stage());
+  if (!wish.isOvertaken()) formerValueCounts(*held);
+  if (!wish.isOvertaken()) held->entryStateIs(held->resolvedEntryState());
+  return held;
 }
 
-/// The handle of a key that has an entry. One that was about to leave stays.
+/// What waited has gone, and the value before it counts again. Where the end of the replay left that one
+/// for the one that waited, it is written now.
 template <class T>
-auto SelectiveGroupAccessor<T>::boundHandle(Operation const& wish) const -> Vell::Ptr<EntryHandle> {
-  auto const handle = validEntryHandle(wish.key());
-  if (!handle->swTable()) handle->swTableIs(swTable_);
-  return handle;
+void SelectiveGroupAccessor<T>::formerValueCounts(EntryHandle& handle) {
+  auto const key = handle.key();
+  if (!swTable_->configReplayComplete() || handle.life().isTried || !swTable_->hasValue(key))
+    return;
+  Operation operation(*swTable_, key, Stage::programming);
+  swTable_->resolvedKeyPriorIs(SwTable::KeyPrior::noKey);
+  this->programHwEntry(operation, swTable_->valueOf(key), EntryState::inProgress);
+}
+
+/// A newer wish has carried the key before this one had claimed it.
+template <class T>
+auto SelectiveGroupAccessor<T>::overtaken(Operation const& wish, Vell::Ptr<EntryHandle> const& held)
+    -> HandlePtr {
+  this->unusedIndexDel(wish.key());  // which the record that has gone may have kept
+  Vell::Ptr<EntryHandle> const now = swTable_->entryHandle(wish.key());
+  if (!now || wish.isRevoked()) return held;
+  this->claim(*now, wish.stage());
+  return now;
+}
+
+/// The handle of a key that has an entry; one that was about to leave stays.
+template <class T>
+void SelectiveGroupAccessor<T>::bind(Operation const& wish, EntryHandle& handle) const {
+  if (!handle.swTable() && !wish.isRevoked()) handle.swTableIs(swTable_);
 }
 
 template <class T>
@@ -97,6 +125,7 @@ void SelectiveGroupAccessor<T>::initUnresolvedEntry(UnresolvedEntry& unresolved,
                                                     Entry const& entry) {
   this->template message<"initUnresolvedEntry">();
   trace(traceLife, "initUnresolvedEntry", ": key:", T::keyText(unresolved.key()));
+  if (unresolved.hasLeft()) return;
   unresolved.entryIs(entry);
   initUnresolvedEntry(unresolved);
 }
@@ -179,9 +208,7 @@ void SelectiveGroupAccessor<T>::removeEntryOf(Operation const& removal, EntryHan
   if (removal.isOvertaken()) return;
   if (!swTable_->configReplayComplete() && !handle.life().isTried)
     return this->removeAtOnce(removal, handle);  // nothing was written
-  VELL_ASSERT(handle.entryType() == SwTableBase::EntryType::referenceOnly,
-              "eh->entryType() == EntryHandle::referenceOnly()", "unexpected entryType ",
-              handle.entryType(), " of ", T::names.qualified, " key ", T::keyText(key));
+  this->needReferenceOnly(handle);
   if (auto const value = swTable_->resolvedEntry(key)) handle.pendingEntryEnq(*value);
   if (removal.isOvertaken()) return;
   if (handle.pendingEntry().empty() || !T::isInHwTable(handle))
@@ -193,6 +220,7 @@ template <class T>
 void SelectiveGroupAccessor<T>::beginDeleteDance(Operation const& removal, EntryHandle& handle) {
   auto const& key = removal.key();
   trace(traceLife, "cleanup", " begin delete dance, key : ", T::keyText(key));
+  if (removal.isOvertaken()) return;
   handle.doAmendReferences();
   handle.entryTypeIs(SwTableBase::EntryType::inDeletion);
   handle.entryStateIs(EntryState::unresolved);
@@ -283,11 +311,12 @@ void SelectiveGroupAccessor<T>::refusedRowsDel() {
     if (handle.resolvedEntryState() != EntryState::failedNoIndex || hwIndex.isExhausted() ||
         !handle.life().isOverFound)
       return;
+    Operation const operation(*swTable_, handle.key(), Stage::programming);
     handle.life().isOverFound = false;
     trace(traceKey, "purgeStaleEntries", ": Deleting refused hwEntry at index:", hwIndex);
     handle.life().tracked = EntryLife::Tracked::no;  // the next write is the first
     this->tellTracker(*util, hwIndex, IndexUserTracker::OpType::userRemove);
-    this->deleteRow(*util, hwIndex);
+    if (!operation.isOvertaken()) this->deleteRow(*util, hwIndex);
   });
 }
 

@@ -60,7 +60,12 @@ class UnresolvedEntries {
   // For the generic logic.
 
   /// The key's record, made if there is none.
-  Vell::Ptr<UnresolvedRecord> unresolvedIs(Key const& key);
+  Vell::Ptr<UnresolvedRecord> unresolvedIs(Key const& key) {
+    auto const existing = unresolved(key);
+    return existing ? existing : unresolvedIs(Vell::Ptr(new UnresolvedRecord(key)));
+  }
+  /// The key's record, this one if there is none.
+  Vell::Ptr<UnresolvedRecord> unresolvedIs(Vell::Ptr<UnresolvedRecord> const& record);
   /// Takes the record out and gives it; null if there was none.
   Vell::Ptr<UnresolvedRecord> unresolvedDel(Key const& key);
   void unresolvedDelAll();

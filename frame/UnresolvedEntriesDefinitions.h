@@ -28,9 +28,9 @@ void UnresolvedEntries<T, Sheet>::publishUnresolved(UnresolvedRecord const& reco
 }
 
 template <class T, class Sheet>
-auto UnresolvedEntries<T, Sheet>::unresolvedIs(Key const& key) -> Vell::Ptr<UnresolvedRecord> {
-  if (auto existing = unresolved(key)) return existing;
-  Vell::Ptr<UnresolvedRecord> const record = new UnresolvedRecord(key);
+auto UnresolvedEntries<T, Sheet>::unresolvedIs(Vell::Ptr<UnresolvedRecord> const& record)
+    -> Vell::Ptr<UnresolvedRecord> {
+  if (auto existing = unresolved(record->key())) return existing;
   HN_UnresolvedEntry node;
   node.value_ = record;
   unresolved_.newMemberG(record->key(), std::move(node));

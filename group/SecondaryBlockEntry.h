@@ -3,8 +3,8 @@
 
 #pragma once
 
+#include "frame/AccessorBase.h"
 #include "frame/FieldEntry.h"
-#include "frame/TableReflection.h"
 #include "platform/asic/SwTableBase.h"
 #include "platform/zarn/U12.h"
 

@@ -6,8 +6,8 @@
 namespace TessarLoadBalance {
 namespace {
 
-using Asic::Arguments;
 using Asic::indexOf;
+using Vell::Arguments;
 using Table = DlbEcmpFlowsetTableRead;
 using Util = Table::Util;
 using ReadReq = Table::ReadReq;
@@ -15,7 +15,7 @@ using Key = Asic::KeyValue<Table::Key>;
 using Entry = Asic::EntryReflection<Table::Entry>;
 
 constexpr auto tableAttributes = [] {
-  using namespace Asic::AttributeWords;
+  using namespace Vell::AttributeWords;
   return std::to_array<Vell::AttributeData>({
       {0x202, "isExternalKeyType", constant, isPublic, isConst, boolean, 1},
       {0x203, "entry", collection, isPublic, notConst, record},
@@ -35,7 +35,7 @@ constexpr auto tableAttributes = [] {
 }();
 
 constexpr auto utilAttributes = [] {
-  using namespace Asic::AttributeWords;
+  using namespace Vell::AttributeWords;
   return std::to_array<Vell::AttributeData>({
       {0x202, "minIndex", operation, isPublic, isConst, number, 32},
       {0x203, "maxIndex", operation, isPublic, isConst, number, 32},
@@ -60,7 +60,7 @@ Vell::Value getOfTable(void const* object, Vell::AttributeData const& attribute)
   return machine ? Vell::Value(std::string(machine->typeData().data().name)) : Vell::Value();
 }
 
-constexpr Asic::Operation<Table> tableOperations[] = {
+constexpr Vell::Operation<Table> tableOperations[] = {
     {"invokeReadResponseHandler", 4,
      [](Table& table, Arguments with) {
        table.invokeReadResponseHandler(transactionOf(with[0]), indexOf(with[1]),
@@ -78,22 +78,23 @@ constexpr Asic::Operation<Table> tableOperations[] = {
      }},
     Asic::utilOperation<Table>,
 };
-constexpr Asic::Operation<Util> utilOperations[] = {
+constexpr Vell::Operation<Util> utilOperations[] = {
     {"minIndex", 0, [](Util& util, Arguments) { return util.minIndex(); }},
     {"maxIndex", 0, [](Util& util, Arguments) { return util.maxIndex(); }},
 };
 
 /// A request is looked at, not edited, and has no hash.
-struct ReadReqReflection : Asic::RecordReflection<ReadReq, ReadReqReflection> {
-  static Vell::Value get(void const* object, Vell::AttributeData const& attribute) {
-    return Zarn::FieldOps<ReadReq>::get(*static_cast<ReadReq const*>(object), attribute.id);
-  }
+struct ReadReqReflection : Zarn::FieldReflection<ReadReq, ReadReqReflection> {
   static constexpr auto attributes = Zarn::FieldOps<ReadReq>::attributes();
   static constexpr Vell::TypeData type{
       ReadReq::fields().tag, attributes, {.makeValue = &makeValue, .get = &get}};
 };
 
-struct Shown {
+/// What the frame makes the table's type of.
+struct TableReflection {
+  static constexpr auto const& attributes = tableAttributes;
+  static constexpr auto const& operations = tableOperations;
+  static constexpr auto get = &getOfTable;
   template <class Use>
   static void show(Table& table, std::string_view name, Use const& use) {
     if (name == "entry")
@@ -102,20 +103,11 @@ struct Shown {
       use(table.readRequestMap(), Asic::indexValue, &ReadReqReflection::toValue);
   }
 };
-using Collections = Asic::CollectionReflection<Table, Shown>;
 
-constexpr Vell::TypeData tableType{
-    Table::names.qualified,
-    tableAttributes,
-    {.makeNode = Asic::makeTable<Table>,
-     .get = &getOfTable,
-     .call = &Asic::callOperation<Table, tableAttributes, tableOperations>,
-     .walk = &Collections::walk,
-     .figures = &Collections::figures}};
 constexpr Vell::TypeData utilType{
     Asic::NestedName<Table, "::Util">::view,
     utilAttributes,
-    {.call = &Asic::callOperation<Util, utilAttributes, utilOperations>}};
+    {.call = &Vell::callOperation<Util, utilAttributes, utilOperations>}};
 constexpr Vell::TypeData readRequestType{
     Asic::NestedName<Table, "::ZarnReadRequest">::view, {}, {}};
 
@@ -123,7 +115,7 @@ constexpr Vell::TypeData readRequestType{
 constexpr Vell::TypeData const* types[] = {&Entry::type,
                                            &utilType,
                                            &Asic::UtilLoaderReflection<Table>::type,
-                                           &tableType,
+                                           &Asic::tableType<Table, TableReflection>,
                                            &ReadReqReflection::type,
                                            &readRequestType};
 constinit Vell::ModuleInspectData moduleData{Table::names.module, types};

@@ -67,6 +67,7 @@ class SwTable : public SwTableBase {
   class Util;
   class OperationScope;
   class KeyOperation;
+  class Telling;
   class EntryHandle;
   class UnresolvedEntry;
   class IndexHelper;
@@ -168,7 +169,23 @@ class SwTable : public SwTableBase {
   bool isGoing_ = false;
   KeyPrior resolvedKeyPrior_ = KeyPrior::noKey;
   U32 operationDepth_ = 0;
-  KeyOperation* keyOperation_ = nullptr;  ///< the innermost in progress
+  KeyOperation* keyOperation_ = nullptr;   ///< the innermost in progress
+  KeyOperation const* telling_ = nullptr;  ///< the one that a line of trace is from
+};
+
+/// Stands around a line of trace. Whoever reads it must leave alone the entry of the operation that the
+/// line is from: that goes on with what it knows, and asks nobody.
+class SwTable::Telling {
+ public:
+  explicit Telling(SwTable& table)
+      : table_(table), outer_(std::exchange(table.telling_, table.keyOperation_)) {}
+  ~Telling() { table_.telling_ = outer_; }
+  Telling(Telling const&) = delete;
+  Telling& operator=(Telling const&) = delete;
+
+ private:
+  SwTable& table_;
+  KeyOperation const* outer_;
 };
 
 /// Stands around an operation that calls out: holds a use of the table until it is done,
@@ -203,10 +220,12 @@ class SwTable::KeyOperation {
   /// What an operation does about its key.
   enum class Stage : U8 {
     commit,       ///< the table shall have an entry there
-    reference,    ///< somebody needs an entry there
-    revocation,   ///< a commit is taken back
+    reference,    ///< somebody needs an entry there, and says which
+    use,          ///< somebody needs whatever entry is there
     programming,  ///< a changed value of the collection is carried to the hardware
     finding,      ///< what became of a write is told, or a row that may be its place is looked at
+    recall,       ///< a commit that has claimed nothing yet is taken back
+    revocation,   ///< a commit is taken back, and with it a value that waits
     removal,      ///< an entry that nobody needs leaves
   };
 
@@ -216,21 +235,31 @@ class SwTable::KeyOperation {
   Stage stage() const { return stage_; }
   /// Whether a newer operation has carried what this one was called for: it stops then.
   bool isOvertaken() const { return isOvertaken_; }
-  /// Whether that newer one, the newest if there were several, has taken back what this one wanted.
-  bool isRevoked() const {
-    return isOvertaken_ && (newest_ == Stage::revocation || newest_ == Stage::removal);
-  }
+  /// Whether one has taken back what this one wanted: a wish, or its end. What came after that stands by
+  /// itself.
+  bool isRevoked() const { return isRevoked_; }
 
  protected:
   KeyOperation(SwTable& table, Stage stage)
-      : table_(table), outer_(std::exchange(table.keyOperation_, this)), stage_(stage) {}
-  ~KeyOperation() { table_.keyOperation_ = outer_; }
+      : table_(table),
+        outer_(std::exchange(table.keyOperation_, this)),
+        told_(std::exchange(table.telling_, nullptr)),
+        stage_(stage) {}
+  ~KeyOperation() {
+    table_.keyOperation_ = outer_;
+    table_.telling_ = told_;
+  }
 
   KeyOperation* outer() const { return outer_; }
+  /// Whether a line of that one is being told.
+  bool isTold(KeyOperation const& older) const { return told_ == &older; }
   void overtakenBy(Stage newer) {
+    // With an entry that leaves goes what had overtaken a commit.
+    if (stage_ == Stage::commit && newer == Stage::removal) isOvertaken_ = isRevoked_;
     if (!overtakes(newer, stage_)) return;
     isOvertaken_ = true;
-    newest_ = newer;
+    isRevoked_ = isRevoked_ || newer >= Stage::recall ||
+                 (stage_ == Stage::revocation && newer == Stage::commit);
   }
 
  private:
@@ -241,24 +270,28 @@ class SwTable::KeyOperation {
     using enum Stage;
     switch (older) {
       case commit:
+        return newer == commit || newer == reference || newer == recall || newer == revocation;
       case reference:
-        return newer != programming && newer != finding;
+      case use:
+        return newer == commit || newer == reference || newer >= revocation;
+      case recall:
       case revocation:
-        return newer == commit;
+        return newer == commit || newer == reference;
       case programming:
       case finding:
         return newer == programming;
       case removal:
-        return newer == commit || newer == reference || newer == removal;
+        return newer == commit || newer == reference || newer == use || newer == removal;
     }
     return false;
   }
 
   SwTable& table_;
   KeyOperation* outer_;
+  KeyOperation const* told_;  ///< whose line was being told when this one began
   Stage stage_;
   bool isOvertaken_ = false;
-  Stage newest_ = Stage::programming;
+  bool isRevoked_ = false;
 };
 
 /// The base of every table's chip hooks.

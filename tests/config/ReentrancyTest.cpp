@@ -103,6 +103,34 @@ TYPED_TEST(ReentrancyTest, EveryEventMayChangeTheKeys) {
   every.play();
 }
 
+// A line stands between any two steps: other keys may change there, the one that it is about may not.
+TYPED_TEST(ReentrancyTest, AReaderOfTracesMayChangeOtherKeys) {
+  auto& at = this->at_;
+  auto const everyLine = [](std::function<void()> act) {
+    Zarn::TraceHandle::levelsIs(TypeParam::names.qualified, ~U32{0});
+    Zarn::TraceHandle::sinkIs([act = std::move(act), depth = 0](std::string_view) mutable {
+      if (++depth == 1) act();
+      --depth;
+    });
+  };
+  auto const quiet = [] {
+    Zarn::TraceHandle::levelsIs(TypeParam::names.qualified, 0);
+    Zarn::TraceHandle::sinkIs({});
+  };
+  at.synced().replayed();
+  U32 other = 100;
+  everyLine([&] { at.table->entryCommit(this->k(other++), this->e(2)); });
+  for (U32 key = 0; key < 20; ++key) at.table->entryCommit(this->k(key), this->e(1));
+  quiet();
+  EXPECT_GT(other, 150u);
+  EXPECT_EQ(at.util->rows.size(), 20 + other - 100);
+  EXPECT_EQ(at.tracker().indices(), at.util->rows.size());
+  everyLine([&] { at.table->entryRemove(this->k(5)); });
+  EXPECT_DEATH(at.table->entryCommit(this->k(5), this->e(3)),
+               "a reader of traces must leave alone the entry that its line is about");
+  quiet();
+}
+
 TYPED_TEST(ReentrancyTest, ATableEndsEmptyWhateverItsWatchersCommit) {
   this->at_.synced().replayed();
   for (U32 key = 0; key < 20; ++key) this->table_.entryCommit(this->k(key), this->e(1));

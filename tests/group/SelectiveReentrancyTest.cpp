@@ -144,6 +144,20 @@ TYPED_TEST(SelectiveReentrancy, everyEventMayCallTheTable) {
   every.play();
 }
 
+// The end of a replay leaves a value that has no place for the one that waits to follow it.
+TYPED_TEST(SelectiveReentrancy, aValueIsWrittenWhenTheOneThatWaitedForItsPlaceIsTakenBack) {
+  for (bool const byAWish : {false, true}) {
+    Life<TypeParam> life;
+    auto const held = life.at.ref(7, life.a);
+    life.at.commit(7, life.waiting);
+    life.at.replayed();
+    life.at.take();
+    byAWish ? void(life.at.ref(7, life.a)) : life.at.remove(7);
+    EXPECT_EQ(life.at.handle(7)->resolvedEntryState(), State::inProgress);
+    isConsistent(life.at);
+  }
+}
+
 // It would be taken for the answer to a write that is yet to come.
 TYPED_TEST(SelectiveReentrancy, anAcknowledgementWaitsForTheEndOfAnOperation) {
   auto handle = AT.commit(1, this->a_);

@@ -108,5 +108,15 @@ TEST(BlockReentrancy, everyEventMayCallTheTables) {
   every.play();
 }
 
+// Each row of a replay is written over the one before it, and the tracker was told of the first.
+TEST(BlockReentrancy, aNextHopThatIsRewrittenInAReplayHasOneUse) {
+  Life life;
+  life.commit(1);
+  life.suggest();
+  life.commit(2);
+  life.commit(3);
+  life.ended();
+}
+
 }  // namespace
 }  // namespace Member
