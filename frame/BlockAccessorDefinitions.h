@@ -16,11 +16,11 @@ template <class T>
 auto BlockAccessor<T>::write(std::string_view operation, Key const& key, Stage stage) -> HandlePtr {
   if (swTable_->isGoing()) return this->refused(operation, key);
   Operation const wish(*swTable_, key, stage);
-  Vell::Ptr<EntryHandle> const eh = swTable_->entryHandle(key);  // until this one has claimed it
   if (swTable_->unresolvedHas(key) || swTable_->resolvedHas(key)) {
     trace(traceClient, operation, " : Found an existing entry : ", key);
+    auto eh = swTable_->entryHandle(key);
     VELL_ASSERT(eh, "eh", "expect a valid entryHandle, key: ", key);
-    if (stage == Stage::commit && !wish.isRevoked()) eh->committed();
+    if (stage == Stage::commit) eh->committed();
     return eh;
   }
   trace(traceClient, operation, " : Writing new entry : ", key);

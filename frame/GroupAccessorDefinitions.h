@@ -17,7 +17,6 @@ auto GroupAccessor<T>::write(std::string_view operation, Key const& key, Entry c
   if (swTable_->isGoing()) return this->refused(operation, key);
   Entry const wanted = entry;  // it may lie in what a watcher is about to change
   Operation const wish(*swTable_, key, stageOf(autoRemove));
-  Vell::Ptr<EntryHandle> const held = swTable_->entryHandle(key);  // until this one has claimed it
   trace(traceClient, operation, " : Writing entry : ", wanted, ", at key : ", T::keyText(key));
   return entryWriteHelper(wish, wanted);
 }

@@ -93,7 +93,7 @@ class SelectiveGroupAccessor : public GroupAccessor<T> {
   HandlePtr waiting(Operation const& wish, Vell::Ptr<EntryHandle> const& held);
   HandlePtr inPlace(Operation const& wish, Vell::Ptr<EntryHandle> const& held);
   HandlePtr overtaken(Operation const& wish, Vell::Ptr<EntryHandle> const& held);
-  void bind(Operation const& wish, EntryHandle& handle) const;
+  void bind(Operation const& wish, Vell::Ptr<EntryHandle> const& handle) const;
   void formerValueCounts(EntryHandle& handle);
   void beginDeleteDance(Operation const& removal, EntryHandle& handle);
   void refusedRowsDel();

@@ -18,8 +18,7 @@ auto SelectiveGroupAccessor<T>::write(std::string_view operation, Key const& key
   Entry const wanted = entry;            // it may lie in what a watcher is about to change
   Operation const wish(*swTable_, key, this->stageOf(keeper));
   // Its last use must not go between the two wishes.
-  bool const isThere = swTable_->unresolvedHas(key) || swTable_->resolvedHas(key);
-  auto const held = isThere ? validEntryHandle(key) : swTable_->entryHandle(key);
+  Vell::Ptr<EntryHandle> const held = swTable_->entryHandle(key);
   if (auto unresolved = swTable_->unresolved(key)) {
     if (unresolved->entry() == wanted) {
       trace(traceClient, operation, " : Found existing unresolved entry at key : ", T::keyText(key),
@@ -28,7 +27,7 @@ auto SelectiveGroupAccessor<T>::write(std::string_view operation, Key const& key
     }
     trace(traceClient, operation,
           " : Deleting existing unresolved entry at key : ", T::keyText(key));
-    if (!wish.isOvertaken()) swTable_->unresolvedDel(key);
+    swTable_->unresolvedDel(key);
     unresolved = nullptr;  // with its last use goes what it needed
     if (wish.isOvertaken()) return overtaken(wish, held);
   }
@@ -67,7 +66,7 @@ auto SelectiveGroupAccessor<T>::writeNew(std::string_view operation, Operation c
 template <class T>
 auto SelectiveGroupAccessor<T>::waiting(Operation const& wish, Vell::Ptr<EntryHandle> const& held)
     -> HandlePtr {
-  bind(wish, *held);
+  bind(wish, held);
   if (wish.stage() == Stage::commit && !wish.isRevoked()) held->committed();
   return held;
 }
@@ -76,7 +75,7 @@ auto SelectiveGroupAccessor<T>::waiting(Operation const& wish, Vell::Ptr<EntryHa
 template <class T>
 auto SelectiveGroupAccessor<T>::inPlace(Operation const& wish, Vell::Ptr<EntryHandle> const& held)
     -> HandlePtr {
-  bind(wish, *held);
+  bind(wish, held);
   if (wish.isRevoked()) return held;
   this->claim(*held, wish.stage());
   if (!wish.isOvertaken()) formerValueCounts(*held);
@@ -109,8 +108,10 @@ auto SelectiveGroupAccessor<T>::overtaken(Operation const& wish, Vell::Ptr<Entry
 
 /// The handle of a key that has an entry; one that was about to leave stays.
 template <class T>
-void SelectiveGroupAccessor<T>::bind(Operation const& wish, EntryHandle& handle) const {
-  if (!handle.swTable() && !wish.isRevoked()) handle.swTableIs(swTable_);
+void SelectiveGroupAccessor<T>::bind(Operation const& wish,
+                                     Vell::Ptr<EntryHandle> const& handle) const {
+  VELL_ASSERT(handle, "eh", "expect a valid entryHandle, key: ", T::keyText(wish.key()));
+  if (!handle->swTable() && !wish.isRevoked()) handle->swTableIs(swTable_);
 }
 
 template <class T>
